@@ -1,0 +1,22 @@
+# What the lab's shell scripts share. Sourced, never run.
+
+lab_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+checkout_dir=$(dirname "$lab_dir")
+lab_cache=${TALVORA_LAB_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/talvora}
+
+# One sentence that says what is wrong and what to do, then out.
+die() {
+	printf '%s\n' "$*" >&2
+	exit 1
+}
+
+say() {
+	printf '%s\n' "$*" >&2
+}
+
+check_suite() {
+	case $1 in
+	trixie | forky) ;;
+	*) die "Unknown suite '$1': choose trixie (OBS 30.2.3) or forky (OBS 32.2.2)." ;;
+	esac
+}

@@ -1,0 +1,38 @@
+# Packages of the lab's root filesystems, in groups so that the reason for each stays visible.
+# Sourced by lab/root.sh; sets the array `packages` for the suite in $1.
+
+lab_packages() {
+	local suite=$1
+
+	packages=(
+		# The program under test and what its module is built with.
+		obs-studio obs-plugins qt6-svg-plugins libobs-dev libsimde-dev
+		qt6-base-dev qt6-websockets-dev
+		cmake ninja-build g++ pkg-config ccache git
+
+		# A display and hands for it.
+		xvfb xauth x11-utils xdotool openbox imagemagick
+		libgl1-mesa-dri libglx-mesa0 libegl-mesa0 fonts-dejavu-core
+
+		# Certificates and network.
+		ca-certificates openssl mkcert iproute2
+
+		# What renders captions where OBS has no browser source of its own.
+		chromium-headless-shell libpng-dev
+
+		# Speech: recognition, translation, synthesis, and recorded human voices.
+		libpocketsphinx-dev pocketsphinx-en-us pocketsphinx-testdata
+		asterisk-core-sounds-en-wav
+		libespeak-ng-dev espeak-ng-data
+		apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-spa-ita
+
+		# Tests and checks.
+		ffmpeg procps python3-minimal python3-websockets python3-pytest python3-numpy
+		clang clang-tidy clang-format
+	)
+
+	case $suite in
+	trixie) packages+=(libsphinxbase-dev) ;;
+	forky) ;;
+	esac
+}

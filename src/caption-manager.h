@@ -1,0 +1,90 @@
+#pragma once
+
+#include "caption-state.h"
+#include "caption-style.h"
+
+#include <QColor>
+#include <QFont>
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QString>
+
+#include <obs.h>
+
+#include <map>
+
+/**
+ * Queues captions per language, times them, and shows them in one browser source per language.
+ *
+ * User-interface thread only. Owns its references to the caption sources; each is let go when OBS removes the source.
+ */
+class CaptionManager : public QObject {
+	Q_OBJECT
+
+public:
+	explicit CaptionManager(QObject *parent = nullptr);
+	~CaptionManager() override;
+
+	/**
+	 * Makes the set of caption languages equal to `languages`: finds or creates a caption source for each new one
+	 * and lets go of those no longer wanted (their sources stay in the scene).
+	 * @param displayNames human name by code; a code without one is shown as it is
+	 */
+	void setLanguages(const QList<QString> &languages, const QMap<QString, QString> &displayNames);
+
+	/** Stores the style and sends it to every caption source. @param opacity percent */
+	void setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
+		      const QFont &font);
+
+	/** Takes the caption sources out of OBS and forgets them: the end of the program. */
+	void abandonAll();
+
+	/** Forgets every caption source but leaves it in OBS, to be picked up again by name. */
+	void clearAll();
+
+	/** The page file of a language, in the system's temporary directory. */
+	QString getBrowserHtmlPath(const QString &language) const;
+
+	/** The path kept for a page that would poll its text from a file; nothing reads or writes it. */
+	QString getBrowserDataPath(const QString &language) const;
+
+	/** Style and current text of a language, as its browser source receives them. */
+	QString generateCss(const QString &language) const;
+
+	/** How long a text without a given duration stays up, in ms (1800 to 8000). */
+	static int calcDisplayMs(const QString &text, float speed);
+
+public Q_SLOTS:
+	/**
+	 * Queues a caption.
+	 * @param durationSec how long it takes to speak it, seconds; 0 or less when unknown
+	 * @param syncWithAudio show it when its clip starts instead of by the timer
+	 */
+	void onCaption(const QString &language, const QString &text, double durationSec, int clipId,
+		       bool syncWithAudio);
+	/** Empties a language's queue and blanks it. */
+	void onCaptionCleared(const QString &language);
+	/** The clip's first sample is being played. */
+	void onClipStarted(const QString &language, int clipId);
+	/** The clip's last sample has been played. */
+	void onClipEnded(const QString &language, int clipId);
+	void onDisplayTimerTick(const QString &language);
+	void onClearTimerTick(const QString &language);
+
+private:
+	friend class CaptionManagerTest;
+
+	void enqueueCaption(LanguageCaptionState &state, const QString &text, double durationSec, int clipId,
+			    bool syncWithAudio);
+	void advanceQueue(LanguageCaptionState &state);
+	void createSourceForLanguage(LanguageCaptionState &state);
+	void destroySourceForLanguage(LanguageCaptionState &state);
+	void autoPlaceCaptionSource(obs_source_t *source);
+	void updateObsText(LanguageCaptionState &state, const QString &text);
+	void updateBrowserSourceFiles(const LanguageCaptionState &state, const QString &text);
+
+	std::map<QString, LanguageCaptionState> states;
+	float readingSpeed = 1.0f;
+	CaptionStyle style;
+};

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "gain-ramp.h"
+#include "public-source.h"
+#include "speech-queue.h"
+
+#include <obs.h>
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+/**
+ * One language's dub: synthesised speech over the ducked original, published as an OBS audio source.
+ *
+ * Owned by the plug-in's map of dubbed sources. The original arrives, and the mix leaves, on OBS's audio thread;
+ * speech arrives on the user-interface thread.
+ */
+class DubbedSource {
+public:
+	/** Called with (language code, clip id) on OBS's audio thread, under the lock: may only post work elsewhere. */
+	using ClipCallback = std::function<void(const std::string &, int)>;
+
+	/** Finds the source "Talvora Dub — <displayName>" in OBS or creates it. UTF-8. User-interface thread. */
+	DubbedSource(const std::string &language, const std::string &displayName);
+	~DubbedSource();
+
+	DubbedSource(const DubbedSource &) = delete;
+	DubbedSource &operator=(const DubbedSource &) = delete;
+
+	/**
+	 * Mixes one chunk and outputs it. OBS's audio thread; allocates nothing for chunks of up to one second.
+	 * @param left,right planar samples; the same pointer twice for mono
+	 * @param sampleRate Hz; the speech is resampled to it
+	 * @param timestamp OBS's time of the chunk, ns
+	 */
+	void pushOriginalAudio(const float *left, const float *right, size_t frames, uint32_t sampleRate,
+			       uint64_t timestamp);
+
+	/**
+	 * Queues speech. User-interface thread.
+	 * @param pcm mono signed 16-bit samples
+	 * @param sampleRate Hz; 24000 when not positive
+	 */
+	void pushTtsAudio(int clipId, const int16_t *pcm, size_t count, int sampleRate);
+
+	/** The service has sent all of this clip. */
+	void ttsClipEnded(int clipId);
+
+	/** Gain of the original while speech plays, 0 to 1 (clamped; NaN counts as 1). */
+	void setDuckingLevel(float level);
+	/** Gain of the speech, 0 to 1 (clamped; NaN counts as 1). */
+	void setTtsLevel(float level);
+	/** Leave the original out altogether. */
+	void setMuteOriginal(bool mute);
+
+	/** Drops all queued speech and puts the original back to full level at once. No callback is called. */
+	void flush();
+
+	/**
+	 * Forgets the OBS source without releasing the reference, so that destroying this object leaves it alone
+	 * while OBS tears its sources down.
+	 */
+	void forgetSource();
+
+	ClipCallback onClipStarted;
+	ClipCallback onClipEnded;
+
+private:
+	friend class DubbedSourceTest;
+
+	const std::string language;
+	const std::string sourceName;
+	/** Guards everything below but the atomics. */
+	std::mutex lock;
+	PublicSource source;
+	SpeechQueue speech;
+	GainRamp originalGain;
+	std::vector<float> outLeft;
+	std::vector<float> outRight;
+	std::vector<float> ttsMixBuf;
+	std::atomic<float> duckingLevel{0.2f};
+	std::atomic<float> ttsLevel{1.0f};
+	std::atomic<bool> muteOriginal{false};
+	std::atomic<uint32_t> outputSampleRate{48000};
+};
+
+/** The source type "talvora_dubbed_source", to be registered with OBS. */
+const obs_source_info *dubbed_source_info();
