@@ -5,24 +5,28 @@
 
 void PublicSource::adopt(obs_source_t *strongReference)
 {
-	if (strongReference) {
-		signal_handler_connect(obs_source_get_signal_handler(strongReference), "remove", onRemove, this);
+	release();
+	if (!strongReference) {
+		return;
 	}
 
-	obs_source_t *previous;
+	signal_handler_connect(obs_source_get_signal_handler(strongReference), "remove", onRemove, this);
 	{
 		const std::lock_guard guard(lock);
-		previous = std::exchange(source, strongReference);
+		source = strongReference;
 	}
-	if (previous) {
-		// Waits for a handler that is running on another thread; it will find no source to let go.
-		signal_handler_disconnect(obs_source_get_signal_handler(previous), "remove", onRemove, this);
-		obs_source_release(previous);
+	// The signal may have been sent before there was something to let go.
+	if (obs_source_removed(strongReference)) {
+		release();
 	}
+}
 
-	// The signal may have been sent before the handler was connected.
-	if (strongReference && obs_source_removed(strongReference)) {
-		adopt(nullptr);
+void PublicSource::release()
+{
+	if (obs_source_t *held = take()) {
+		// Waits for a handler that is running on another thread; it will find no source to let go.
+		signal_handler_disconnect(obs_source_get_signal_handler(held), "remove", onRemove, this);
+		obs_source_release(held);
 	}
 }
 

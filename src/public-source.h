@@ -30,7 +30,7 @@ public:
 	void adopt(obs_source_t *strongReference);
 
 	/** Releases the reference, if any. Called without the mutex. */
-	void release() { adopt(nullptr); }
+	void release();
 
 	/** Forgets the source and leaves its reference unreleased. Called without the mutex. */
 	void forget();
