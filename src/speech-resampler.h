@@ -37,7 +37,7 @@ public:
 	 * @param skipped how many output samples at the start are not wanted
 	 * @param append called with each further output sample, -1 to 1
 	 */
-	template<typename Append>
+	template <typename Append>
 	void resample(const int16_t *pcm, size_t count, double ratio, uint64_t skipped, Append &&append)
 	{
 		for (size_t i = 0; i < count; ++i) {
