@@ -16,8 +16,8 @@
  */
 class PublicSource {
 public:
-	/** @param lock guards the pointer; must outlive this object */
-	explicit PublicSource(std::mutex &lock) : lock(lock) {}
+	/** @param ownersLock guards the pointer; must outlive this object */
+	explicit PublicSource(std::mutex &ownersLock) : lock(ownersLock) {}
 	~PublicSource() { release(); }
 
 	PublicSource(const PublicSource &) = delete;
