@@ -16,8 +16,8 @@
  */
 class PublicSource {
 public:
-	/** @param ownersLock guards the pointer; must outlive this object */
-	explicit PublicSource(std::mutex &ownersLock) : lock(ownersLock) {}
+	/** @param ownerLock guards the pointer; must outlive this object */
+	explicit PublicSource(std::mutex &ownerLock) : lock(ownerLock) {}
 	~PublicSource() { release(); }
 
 	PublicSource(const PublicSource &) = delete;

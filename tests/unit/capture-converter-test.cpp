@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "capture-converter.h"
-#include "support/heap-guard.h"
+#include "heap-guard.h"
 
 #include <QTest>
 

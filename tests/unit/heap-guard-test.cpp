@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "support/heap-guard.h"
+#include "heap-guard.h"
 
 #include <util/bmem.h>
 
