@@ -17,8 +17,7 @@ bool isWritten(const QString &path, const QString &html)
 {
 	const QByteArray wanted = html.toUtf8();
 	QFile file(path);
-	return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.size() == wanted.size() &&
-	       file.readAll() == wanted;
+	return file.open(QIODevice::ReadOnly) && file.size() == wanted.size() && file.readAll() == wanted;
 }
 
 } // namespace
@@ -58,6 +57,11 @@ QString captionDataPath(const QString &language)
 
 void writeCaptionPage(const QString &path)
 {
+	// The directory is everybody's: a pipe put there would block us.
+	const QFileInfo present(path);
+	if (present.exists() && !present.isFile()) {
+		return;
+	}
 	const QString html = captionPageHtml();
 	// A browser may be loading the page at this moment, also one of another OBS: a right page is not truncated.
 	if (isWritten(path, html)) {
