@@ -11,12 +11,16 @@
 #include <fcntl.h>
 #include <linux/close_range.h>
 #include <poll.h>
-#include <sys/pidfd.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 #include <vector>
+
+// glibc's header forgets (up to 2.41) to say that its functions are C.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 static constexpr int goodbyeMs = 2000;
 
