@@ -202,11 +202,13 @@ private Q_SLOTS:
 	void threadsAndRemovalTogether();
 
 private:
+	std::optional<LogCapture> log;
 	std::optional<ObsFixture> obs;
 };
 
 void DubbedSourceTest::init()
 {
+	log.emplace();
 	obs.emplace();
 	obs_register_source(dubbed_source_info());
 	outputs.clear();
@@ -219,6 +221,7 @@ void DubbedSourceTest::cleanup()
 {
 	recording = false;
 	obs.reset();
+	log.reset();
 }
 
 void DubbedSourceTest::typeDescribesItself()
@@ -264,17 +267,16 @@ void DubbedSourceTest::defaults()
 
 void DubbedSourceTest::createsItsSource()
 {
-	const LogCapture log;
 	{
 		const DubbedSource dub("es", "Spanish");
 		obs_source_t *source = find(kSpanishName);
 		QVERIFY(source);
 		QCOMPARE(obs_source_get_id(source), "talvora_dubbed_source");
-		QCOMPARE(log.ownLines(), QStringList{QStringLiteral("[talvora-obs] DubbedSource: created '%1'")
-							     .arg(QString::fromUtf8(kSpanishName))});
+		QCOMPARE(log->ownLines(), QStringList{QStringLiteral("[talvora-obs] DubbedSource: created '%1'")
+							      .arg(QString::fromUtf8(kSpanishName))});
 	}
 	QCOMPARE(find(kSpanishName), nullptr);
-	const QStringList lines = log.lines(LOG_INFO).filter(QStringLiteral("[talvora-obs] "));
+	const QStringList lines = log->lines(LOG_INFO).filter(QStringLiteral("[talvora-obs] "));
 	QCOMPARE(lines.size(), 2);
 	QCOMPARE(lines[1], QStringLiteral("[talvora-obs] DubbedSource: detached from 'Talvora Dub \u2014 Spanish'"));
 }
@@ -283,12 +285,11 @@ void DubbedSourceTest::reattachesToASourceOfThatNameWhateverItsType()
 {
 	obs_source_t *existing = obs_source_create("some_other_type", kSpanishName, nullptr, nullptr);
 	{
-		const LogCapture log;
 		Dub dub;
 		const QString line = QStringLiteral(
 			"[talvora-obs] DubbedSource: reattached to existing 'Talvora Dub \u2014 Spanish'");
-		QCOMPARE(log.ownLines(), QStringList{line});
-		QVERIFY(log.contains(LOG_INFO, line));
+		QCOMPARE(log->ownLines(), QStringList{line});
+		QVERIFY(log->contains(LOG_INFO, line));
 		QCOMPARE(dub.play(10).source, existing);
 	}
 	// The one reference it found is the one it gave back.
@@ -300,14 +301,13 @@ void DubbedSourceTest::reattachesToASourceOfThatNameWhateverItsType()
 
 void DubbedSourceTest::withoutASourceItStaysUsable()
 {
-	const LogCapture log;
 	refuseToCreate = true;
 	{
 		Dub dub;
 		const QString line = QStringLiteral(
 			"[talvora-obs] DubbedSource: failed to create OBS source 'Talvora Dub \u2014 Spanish'");
-		QCOMPARE(log.ownLines(), QStringList{line});
-		QVERIFY(log.contains(LOG_ERROR, line));
+		QCOMPARE(log->ownLines(), QStringList{line});
+		QVERIFY(log->contains(LOG_ERROR, line));
 		dub.speakToEnd(1, 100, 1000);
 		dub.play(1024);
 		QCOMPARE(outputCount.load(), 0);
@@ -316,7 +316,7 @@ void DubbedSourceTest::withoutASourceItStaysUsable()
 		dub->flush();
 		dub->forgetSource();
 	}
-	QCOMPARE(log.ownLines().last(),
+	QCOMPARE(log->ownLines().last(),
 		 QStringLiteral("[talvora-obs] DubbedSource: detached from 'Talvora Dub \u2014 Spanish'"));
 }
 
@@ -850,9 +850,8 @@ void DubbedSourceTest::threadsAndRemovalTogether()
 		outputCount = 0;
 		std::thread audio([&] {
 			std::vector<float> chunk(1024, 0.25f);
-			while (!stop) {
-				dub->pushOriginalAudio(chunk.data(), chunk.data(), chunk.size(), 48000,
-						       os_gettime_ns());
+			for (uint64_t timestamp = os_gettime_ns(); !stop; timestamp += 21333333) {
+				dub->pushOriginalAudio(chunk.data(), chunk.data(), chunk.size(), 48000, timestamp);
 			}
 		});
 		std::thread obsThread([&] {
