@@ -131,6 +131,13 @@ void TalvoraPluginTest::init()
 
 void TalvoraPluginTest::cleanup()
 {
+	// As OBS does before it says that it exits.
+	obs_enum_sources(
+		[](void *, obs_source_t *source) {
+			obs_source_remove(source);
+			return true;
+		},
+		nullptr);
 	delete plugin;
 	plugin = nullptr;
 	setCurrentScene(nullptr);
@@ -968,7 +975,8 @@ void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
 void TalvoraPluginTest::attachingForgetsTheCarry()
 {
 	TestAudioSource voice("Voice");
-	make().setAudioSource(u"Voice"_s);
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
 	voice.playConstant(0.5f, 1000);
 	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
 	plugin->attachAudioCapture();
@@ -979,7 +987,8 @@ void TalvoraPluginTest::staleSourceIsNotHeard()
 {
 	TestAudioSource first("First");
 	TestAudioSource second("Second");
-	make().setAudioSource(u"First"_s);
+	make().initialize();
+	plugin->setAudioSource(u"First"_s);
 	plugin->setAudioSource(u"Second"_s);
 	// What a source that OBS is destroying may still do.
 	const std::vector<float> plane(1000, 0.5f);
