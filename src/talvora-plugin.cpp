@@ -16,6 +16,7 @@
 #include <QTimer>
 
 #include <obs-frontend-api.h>
+#include <obs.hpp>
 
 #include <cstring>
 #include <mutex>
@@ -317,10 +318,10 @@ void TalvoraPlugin::onWsError(const QString &msg)
 	Q_EMIT errorOccurred(msg);
 }
 
-void TalvoraPlugin::onAuthSucceeded(const QJsonObject &, const QJsonObject &, int maxTargetLanguages)
+void TalvoraPlugin::onAuthSucceeded(const QJsonObject &, const QJsonObject &, int newMaxTargetLanguages)
 {
-	talvora_log(LOG_INFO, "Talvora: session authenticated — maxTargetLanguages=%d", maxTargetLanguages);
-	setMaxTargetLanguages(maxTargetLanguages);
+	talvora_log(LOG_INFO, "Talvora: session authenticated — maxTargetLanguages=%d", newMaxTargetLanguages);
+	setMaxTargetLanguages(newMaxTargetLanguages);
 }
 
 void TalvoraPlugin::onSessionEnded(double captionMinutes, double dubbedMinutes)

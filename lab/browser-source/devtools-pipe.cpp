@@ -94,7 +94,8 @@ static std::vector<char *> pointers(std::vector<QByteArray> &strings)
 {
 	setpgid(0, 0);
 	prctl(PR_SET_PDEATHSIG, SIGKILL);
-	if (getppid() != parent) {
+	const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+	if (getppid() != parent || nowhere < 0) {
 		_exit(EXIT_FAILURE);
 	}
 
@@ -102,7 +103,6 @@ static std::vector<char *> pointers(std::vector<QByteArray> &strings)
 	sigemptyset(&none);
 	sigprocmask(SIG_SETMASK, &none, nullptr);
 
-	const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
 	for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
 		dup2(nowhere, standard);
 	}
@@ -235,7 +235,7 @@ std::optional<QByteArray> DevtoolsPipe::receive()
 		searched = incoming.size();
 		return std::nullopt;
 	}
-	const QByteArray message = incoming.left(end);
+	QByteArray message = incoming.left(end);
 	incoming.remove(0, end + 1);
 	searched = 0;
 	return message;

@@ -53,9 +53,9 @@ private:
 /** Mostly ordinary samples, at and beyond full scale, with what no sample should be in between. */
 std::vector<float> hostile_samples(std::mt19937 &random, size_t count)
 {
-	static const float strange[] = {kNan,     -kNan,         kInfinity, -kInfinity, FLT_MAX, -FLT_MAX, FLT_MIN,
-					-FLT_MIN, FLT_TRUE_MIN,  1.0f,      -1.0f,      0.0f,    -0.0f,    2.0f,
-					-2.0f,    0.99999994f,   -0.99999994f, 3.05e-5f, -3.05e-5f};
+	static const float strange[] = {kNan,     -kNan,        kInfinity,    -kInfinity, FLT_MAX,  -FLT_MAX, FLT_MIN,
+					-FLT_MIN, FLT_TRUE_MIN, 1.0f,         -1.0f,      0.0f,     -0.0f,    2.0f,
+					-2.0f,    0.99999994f,  -0.99999994f, 3.05e-5f,   -3.05e-5f};
 	std::uniform_real_distribution<float> sample(-1.2f, 1.2f);
 	std::uniform_int_distribution<size_t> pick(0, 10 * std::size(strange) - 1);
 	std::vector<float> samples(count);
