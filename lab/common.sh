@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034
 # What the lab's shell scripts share. Sourced, never run.
 
 lab_dir=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Runs a command inside the lab's root filesystem, with the checkout at /talvora.
 set -euo pipefail
+# shellcheck source=lab/common.sh
 . "$(dirname "$0")/common.sh"
 
 usage() {
@@ -14,10 +15,13 @@ among the variables, that display can be used inside.
 TXT
 }
 
-# Runs inside the new namespaces: mounts, then the command.
+# Runs as the first process of the new namespaces: mounts, then the command. Stays there, because the first process is
+# deaf to signals it has no handler for, and an interrupt is meant to end the command.
 inside() {
 	local root=$1
 	shift
+	trap 'exit 130' INT
+	trap 'exit 143' TERM HUP
 	mount --make-rprivate /
 	mount --bind "$root" "$root"
 	mount -t proc proc "$root/proc"
@@ -29,15 +33,18 @@ inside() {
 	mount --bind "$checkout_dir" "$root/talvora"
 	mkdir -p "$lab_cache/ccache" "$root/root/.cache/ccache"
 	mount --bind "$lab_cache/ccache" "$root/root/.cache/ccache"
-	if [ -d /tmp/.X11-unix ]; then
+	# Only with a display to use: a display server started inside would leave its socket in the machine's folder.
+	if [ -n "${LAB_DISPLAY:-}" ] && [ -d /tmp/.X11-unix ]; then
 		mkdir "$root/tmp/.X11-unix"
 		mount --bind /tmp/.X11-unix "$root/tmp/.X11-unix"
 	fi
 	if [ -n "${LAB_XAUTHORITY:-}" ]; then
 		install -m 600 "$LAB_XAUTHORITY" "$root/run/xauthority"
 	fi
-	ip link set lo up
-	exec chroot "$root" /usr/bin/env -i -C /talvora "$@"
+	# With the tools of the root filesystem: the machine may have none.
+	PATH=/usr/sbin:/usr/bin:/sbin:/bin chroot "$root" ip link set lo up
+	chroot "$root" /usr/bin/env -i -C /talvora "$@"
+	exit
 }
 
 if [ "${1:-}" = --inside ]; then
@@ -56,11 +63,12 @@ variables=(
 	HOME=/root LANG=C.UTF-8 TERM="${TERM:-dumb}" TALVORA_LAB=1 TALVORA_SUITE="$suite"
 	PATH=/usr/lib/ccache:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 )
-export LAB_XAUTHORITY=
+export LAB_XAUTHORITY='' LAB_DISPLAY=''
 while [ $# -gt 0 ] && [ "$1" != -- ]; do
 	variables+=("$1")
 	case $1 in
 	DISPLAY=*)
+		LAB_DISPLAY=${1#DISPLAY=}
 		if [ -r "${XAUTHORITY:-$HOME/.Xauthority}" ]; then
 			LAB_XAUTHORITY=${XAUTHORITY:-$HOME/.Xauthority}
 			variables+=(XAUTHORITY=/run/xauthority)
@@ -69,7 +77,10 @@ while [ $# -gt 0 ] && [ "$1" != -- ]; do
 	esac
 	shift
 done
-[ "${1:-}" = -- ] && [ $# -ge 2 ] || { usage >&2; exit 2; }
+if [ "${1:-}" != -- ] || [ $# -lt 2 ]; then
+	usage >&2
+	exit 2
+fi
 shift
 
 root=$("$lab_dir/root.sh" "$suite")

@@ -1,3 +1,4 @@
+# shellcheck shell=bash disable=SC2034
 # Packages of the lab's root filesystems, in groups so that the reason for each stays visible.
 # Sourced by lab/root.sh; sets the array `packages` for the suite in $1.
 

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Makes, once, the root filesystem that a real OBS of a Debian suite runs in, and prints its path.
 set -euo pipefail
+# shellcheck source=lab/common.sh
 . "$(dirname "$0")/common.sh"
+# shellcheck source=lab/packages.sh
 . "$(dirname "$0")/packages.sh"
 
 usage() {
@@ -24,15 +26,18 @@ needed_mib=4000
 # Bump when the steps after unpacking change, so that old roots are made anew.
 recipe=2
 
+# The machine's own mirror, so that a local one is used where there is one.
 debian_mirror() {
-	local mirror
-	mirror=$(apt-get indextargets --format '$(REPO_URI) $(ORIGIN) $(LABEL)' 'Created-By: Packages' |
+	local mirror=${TALVORA_DEBIAN_MIRROR:-}
+	# shellcheck disable=SC2016
+	[ -n "$mirror" ] || mirror=$(apt-get indextargets --format '$(REPO_URI) $(ORIGIN) $(LABEL)' 'Created-By: Packages' |
 		awk '$2 == "Debian" && $3 == "Debian" { print $1; exit }')
 	if [ -z "$mirror" ]; then
 		mirror=$(sed -nE 's/^URIs: *([^ ]*debian\/?).*/\1/p; s/^deb (\[[^]]*\] )?([^ ]*\/debian\/?) .*/\2/p' \
 			/etc/apt/sources.list /etc/apt/sources.list.d/* 2>/dev/null | head -n 1)
 	fi
-	[ -n "$mirror" ] || die "No Debian mirror in this machine's apt sources: add one, run 'apt-get update' and try again."
+	[ -n "$mirror" ] ||
+		die "No Debian mirror in this machine's apt sources: set TALVORA_DEBIAN_MIRROR to the address of one and try again."
 	printf '%s\n' "$mirror"
 }
 
@@ -58,6 +63,7 @@ Acquire::Retries "3";
 APT::Install-Recommends "false";
 APT::Keep-Downloaded-Packages "true";
 APT::Sandbox::User "root";
+APT::Update::Error-Mode "any";
 TXT
 }
 
@@ -89,6 +95,7 @@ build() {
 	rm -rf --one-file-system "$part"
 	say "Unpacking OBS and its tools into $root (1 to 2 minutes) ..."
 	# A mount namespace of its own: whatever interrupts the run, no mount is left behind.
+	# shellcheck disable=SC2016
 	unshare --mount --propagation private -- mmdebstrap --mode=root --variant=apt --quiet \
 		--include="$(IFS=,; printf '%s' "${packages[*]}")" \
 		--aptopt='Acquire::Check-Valid-Until "false"' \
@@ -132,11 +139,13 @@ main() {
 
 	if [ ! -d "$root" ]; then
 		[ "$(id -u)" = 0 ] || die "The lab makes and enters a root filesystem: run this as root, for example with 'sudo ./dev ...'."
-		command -v mmdebstrap >/dev/null && [ -e /usr/share/keyrings/debian-archive-keyring.gpg ] || {
-			say "Installing mmdebstrap ..."
+		command -v apt-get >/dev/null ||
+			die "The lab is made with Debian's apt, which this machine does not have: use './dev --host' with your own OBS."
+		if ! command -v mmdebstrap >/dev/null || [ ! -e /usr/share/keyrings/debian-archive-keyring.gpg ]; then
+			say "Installing mmdebstrap (1 MB), which unpacks Debian packages into a folder ..."
 			{ apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq mmdebstrap debian-archive-keyring; } >&2 ||
-				die "mmdebstrap could not be installed: install it by hand ('apt-get install mmdebstrap') and try again."
-		}
+				die "mmdebstrap could not be installed: check the network, or install it by hand ('apt-get install mmdebstrap debian-archive-keyring'), and try again."
+		fi
 		mkdir -p "$lab_cache/roots"
 		local free
 		free=$(df --output=avail -BM "$lab_cache" | tail -n 1 | tr -dc 0-9)

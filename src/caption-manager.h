@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
 #include "caption-state.h"
@@ -13,6 +14,7 @@
 #include <obs.h>
 
 #include <map>
+#include <mutex>
 
 /**
  * Queues captions per language, times them, and shows them in one browser source per language.
@@ -28,7 +30,8 @@ public:
 
 	/**
 	 * Makes the set of caption languages equal to `languages`: finds or creates a caption source for each new one
-	 * and lets go of those no longer wanted (their sources stay in the scene).
+	 * and lets go of those no longer wanted (their sources stay in the scene). A language that is kept gets its
+	 * source back when OBS has removed it meanwhile.
 	 * @param displayNames human name by code; a code without one is shown as it is
 	 */
 	void setLanguages(const QList<QString> &languages, const QMap<QString, QString> &displayNames);
@@ -75,16 +78,25 @@ public Q_SLOTS:
 private:
 	friend class CaptionManagerTest;
 
+	bool hasSource(const LanguageCaptionState &state);
+	LanguageCaptionState *findState(const QString &language);
+	void addState(const QString &language, const QString &displayName);
+	QTimer *createTimer(const QString &language, void (CaptionManager::*tick)(const QString &));
 	void enqueueCaption(LanguageCaptionState &state, const QString &text, double durationSec, int clipId,
 			    bool syncWithAudio);
 	void advanceQueue(LanguageCaptionState &state);
 	void createSourceForLanguage(LanguageCaptionState &state);
 	void destroySourceForLanguage(LanguageCaptionState &state);
+	void placeLater(const QString &sourceName);
 	void autoPlaceCaptionSource(obs_source_t *source);
 	void updateObsText(LanguageCaptionState &state, const QString &text);
 	void updateBrowserSourceFiles(const LanguageCaptionState &state, const QString &text);
 
+	/** Guards the states' sources against their `remove` signals, which may come on any thread. */
+	std::mutex sourceLock;
+	/** By language code. */
 	std::map<QString, LanguageCaptionState> states;
+	/** Factor of the time calcDisplayMs() gives a text. */
 	float readingSpeed = 1.0f;
 	CaptionStyle style;
 };

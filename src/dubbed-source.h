@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
 #include "gain-ramp.h"
@@ -72,12 +73,15 @@ public:
 
 private:
 	friend class DubbedSourceTest;
+	friend class TalvoraPluginTest;
+
+	void mix(const float *left, const float *right, size_t frames, size_t voiced, float voiceGain);
 
 	const std::string language;
 	const std::string sourceName;
-	/** Guards everything below but the atomics. */
+	/** Guards everything below but the atomics; held for the whole of each chunk, so that OBS's source stays. */
 	std::mutex lock;
-	PublicSource source;
+	PublicSource source{lock};
 	SpeechQueue speech;
 	GainRamp originalGain;
 	std::vector<float> outLeft;

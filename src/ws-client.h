@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
 #include "audio-ring.h"
+#include "service-messages.h"
 #include "tts-assembler.h"
 #include "ws-state.h"
 
@@ -86,14 +88,32 @@ private Q_SLOTS:
 
 private:
 	friend class WSClientTest;
+	friend class TalvoraPluginTest;
 
 	void setState(WsState state);
 	void scheduleReconnect();
 	void resetReconnect();
+	void openSocket();
+	/** Aborts the socket without onDisconnected() hearing of it. */
+	void abortSilently();
+	/** Takes an attempt that failed without a `disconnected` for a lost connection. */
+	void abandonFailedOpen();
 	QNetworkRequest buildOpenRequest() const;
 	void sendAuth();
 	void sendStop();
 	void processJsonMessage(const QJsonObject &msg);
+	void handle(const AuthOkMessage &message);
+	void handle(const AuthErrorMessage &message);
+	void handle(const TranscriptInterimMessage &message);
+	void handle(const TranscriptFinalMessage &message);
+	void handle(const CaptionMessage &message);
+	void handle(const CaptionClearMessage &message);
+	void handle(const TtsStartMessage &message);
+	void handle(const TtsEndMessage &message);
+	void handle(const LimitWarningMessage &message);
+	void handle(const LimitReachedMessage &message);
+	void handle(const SessionEndedMessage &message);
+	void handle(const UnknownMessage &message);
 	void emitPendingPcm(const QString &language, PendingTtsClip &clip);
 
 	QWebSocket *socket;
@@ -113,4 +133,6 @@ private:
 	QString currentTtsLanguage;
 	/** The closing of the connection is wanted, so it is not followed by a reconnect. */
 	bool intentionalDisconnect = false;
+	/** The socket reported an error since it was last opened. */
+	bool openFailed = false;
 };

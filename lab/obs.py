@@ -1,0 +1,452 @@
+"""One real OBS with a home folder of its own, driven from outside.
+
+	with Obs(talvora_config={"apiKey": "k"}) as obs:
+		obs.wait_for_log("Talvora plugin initialized")
+		obs.create_input("Microphone", "ffmpeg_source", {"local_file": "/tmp/speech.wav"})
+	assert obs.exit_status == 0
+
+It needs no display: without one, a virtual display is started for it.
+"""
+
+import json
+import os
+import re
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+from dataclasses import dataclass, field
+from pathlib import Path
+
+from lab.paths import BUILD, CHECKOUT
+from lab.remote import Remote
+
+PLUGIN = "talvora-obs"
+BROWSER = "talvora-lab-browser"
+SCENE = "Scene"
+
+# Lines by which OBS or Qt say that something was not cleaned up or was called at the wrong time.
+COMPLAINTS = re.compile(
+	r"Not all sources were cleared|Tried to call .* with no callbacks|QObject::|QThread: Destroyed|"
+	r"Timers cannot be|QBasicTimer::|Could not load|Number of memory leaks: [1-9]|double destroy|Freeing released data"
+)
+
+# How OBS repeats its log lines on the console.
+_LOGGED = re.compile(r"(debug|info|warning|error): ")
+
+_START_SECONDS = 30
+_STOP_SECONDS = 20
+
+
+def wait_until(condition, timeout, what):
+	"""Waits until `condition()` is true and returns its value; fails with `what` after `timeout` seconds."""
+	deadline = time.monotonic() + timeout
+	while True:
+		value = condition()
+		if value:
+			return value
+		if time.monotonic() > deadline:
+			raise TimeoutError(f"{what}: not within {timeout} s")
+		time.sleep(0.02)
+
+
+def free_port():
+	with socket.socket() as probe:
+		probe.bind(("127.0.0.1", 0))
+		return probe.getsockname()[1]
+
+
+def _ini(sections):
+	lines = []
+	for name, values in sections.items():
+		lines.append(f"[{name}]")
+		lines += [f"{key}={str(value).lower() if isinstance(value, bool) else value}" for key, value in values.items()]
+		lines.append("")
+	return "\n".join(lines)
+
+
+def _write(path, text):
+	path.parent.mkdir(parents=True, exist_ok=True)
+	path.write_text(text, encoding="utf-8")
+
+
+def _track_mask(tracks):
+	return sum(1 << track - 1 for track in tracks)
+
+
+def _last_version():
+	"""The running OBS's own version as its configuration stores it, so that it takes the home for an old friend's."""
+	text = subprocess.run(["obs", "--version"], capture_output=True, text=True, timeout=20, check=True).stdout
+	major, minor, patch = (int(part) for part in re.search(r"(\d+)\.(\d+)\.(\d+)", text).groups())
+	return major << 24 | minor << 16 | patch
+
+
+@dataclass
+class Input:
+	"""A source that is in the scene from the start. `tracks`: the audio tracks it goes to, 1 to 6."""
+
+	name: str
+	kind: str
+	settings: dict = field(default_factory=dict)
+	tracks: tuple = (1,)
+	position: tuple = (0, 0)
+
+	def as_source(self):
+		return {"name": self.name, "id": self.kind, "settings": self.settings, "mixers": _track_mask(self.tracks)}
+
+	def as_item(self, number):
+		return {"name": self.name, "id": number, "visible": True, "pos": {"x": self.position[0], "y": self.position[1]}}
+
+
+def media_file(name, path, looping=False, tracks=(1,)):
+	"""A media source that plays a local file as soon as it is there."""
+	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, tracks)
+
+
+class VirtualDisplay:
+	"""An X server without a screen."""
+
+	def __init__(self, size=(1280, 800)):
+		read, write = os.pipe()
+		self._process = subprocess.Popen(
+			["Xvfb", "-displayfd", str(write), "-screen", "0", f"{size[0]}x{size[1]}x24", "-nolisten", "tcp"],
+			pass_fds=[write], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+		os.close(write)
+		with os.fdopen(read) as answer:
+			number = answer.readline().strip()
+		if not number:
+			raise RuntimeError("The virtual display (Xvfb) did not start")
+		self.name = f":{number}"
+
+	def close(self):
+		self._process.terminate()
+		self._process.wait(timeout=10)
+
+
+class Obs:
+	"""OBS with one scene called "Scene", the module under test, and a remote control.
+
+	inputs: what is in the scene from the start, bottom first; more can be made later.
+	browser: also install the lab's browser source.
+	plugin: install the module under test.
+	talvora_config: what the module's configuration file holds at the start, or None for no file.
+	home: a folder to use as the home; kept afterwards. Without it a temporary one is made and removed.
+	canvas: width and height in pixels. tracks: the audio tracks to record, 1 to 6.
+	lossless_audio: record every sample as it was mixed (32-bit float) instead of AAC.
+	display: an X display to use, or None for a virtual one.
+	verbose: log debug lines too.
+	"""
+
+	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=30,
+		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, verbose=False,
+		     build=BUILD):
+		self._keep_home = home is not None
+		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
+		self.recordings = self.home / "recordings"
+		self._inputs = inputs
+		self._browser = browser
+		self._plugin = plugin
+		self._talvora_config = talvora_config
+		self._canvas = canvas
+		self._fps = fps
+		self._tracks = tracks
+		self._lossless_audio = lossless_audio
+		self._sample_rate = sample_rate
+		self._display = display
+		self._verbose = verbose
+		self._build = Path(build)
+		self._virtual_display = None
+		self._process = None
+		self._final_log = None
+		self._final_console = None
+		self.remote = None
+		self.exit_status = None
+
+	# Life
+
+	def __enter__(self):
+		try:
+			self.start()
+		except BaseException as error:
+			self.show_log_tail()
+			self._abandon()
+			raise error
+		return self
+
+	def __exit__(self, kind, error, trace):
+		try:
+			if self.running():
+				self.stop()
+		finally:
+			if kind is not None:
+				self.show_log_tail()
+			self._abandon()
+
+	def start(self):
+		"""Prepares the home and starts OBS; returns when it has finished loading and takes requests."""
+		port = free_port()
+		self._prepare(port)
+		if self._display is None:
+			self._virtual_display = VirtualDisplay((self._canvas[0], self._canvas[1] + 80))
+		command = ["obs", "--multi", "--disable-updater", "--websocket_port", str(port)]
+		if self._verbose:
+			command.append("--verbose")
+		with open(self.home / "console.log", "ab") as console:
+			self._process = subprocess.Popen(command, env=self._environment(), stdin=subprocess.DEVNULL,
+							 stdout=console, stderr=subprocess.STDOUT)
+		wait_until(lambda: self._connect(port), _START_SECONDS, "OBS takes requests")
+		self.request("GetSceneList", timeout=_START_SECONDS)
+
+	def stop(self):
+		"""Ends OBS as a closed window or Ctrl-C does; returns its exit status."""
+		self._process.send_signal(signal.SIGINT)
+		try:
+			self.exit_status = self._process.wait(timeout=_STOP_SECONDS)
+		except subprocess.TimeoutExpired:
+			self._process.kill()
+			self._process.wait()
+			raise TimeoutError(f"OBS did not end within {_STOP_SECONDS} s") from None
+		return self.exit_status
+
+	def running(self):
+		return self._process is not None and self._process.poll() is None
+
+	def wait(self):
+		"""Waits until the user closes OBS."""
+		self.exit_status = self._process.wait()
+		return self.exit_status
+
+	def _abandon(self):
+		"""Lets go of everything, whatever state it is in."""
+		if self.running():
+			self._process.kill()
+			self._process.wait()
+		if self.remote:
+			self.remote.close()
+		if self._virtual_display:
+			self._virtual_display.close()
+			self._virtual_display = None
+		self._final_log, self._final_console = self.log, self.console
+		if not self._keep_home:
+			shutil.rmtree(self.home, ignore_errors=True)
+
+	def _connect(self, port):
+		if not self.running():
+			raise RuntimeError(f"OBS ended while it started, with status {self._process.returncode}")
+		try:
+			self.remote = Remote(port)
+		except (OSError, TimeoutError):
+			return False
+		return True
+
+	# Home
+
+	def _environment(self):
+		for name in ("run", "tmp"):
+			(self.home / name).mkdir(mode=0o700, exist_ok=True)
+		environment = {name: value for name, value in os.environ.items() if not name.startswith(("XDG_", "QT_", "DBUS_"))}
+		environment.update(HOME=str(self.home), XDG_RUNTIME_DIR=str(self.home / "run"), TMPDIR=str(self.home / "tmp"),
+				   QT_QPA_PLATFORM="xcb")
+		if self._virtual_display:
+			environment.update(DISPLAY=self._virtual_display.name, LIBGL_ALWAYS_SOFTWARE="1")
+		else:
+			environment.update(DISPLAY=self._display)
+		return environment
+
+	def _prepare(self, port):
+		config = self.home / ".config" / "obs-studio"
+		fresh = not config.exists()
+		if fresh:
+			self._write_settings(config)
+			self._write_profile(config / "basic" / "profiles" / "Untitled")
+			self._write_scene(config / "basic" / "scenes" / "Untitled.json")
+		self.recordings.mkdir(parents=True, exist_ok=True)
+		_write(config / "plugin_config" / "obs-websocket" / "config.json", json.dumps({
+			"alerts_enabled": False, "auth_required": False, "first_load": False, "server_enabled": True,
+			"server_password": "", "server_port": port}))
+		if self._plugin:
+			self._install(PLUGIN, self._build / "src" / f"{PLUGIN}.so", CHECKOUT / "data")
+		if self._browser:
+			self._install(BROWSER, self._build / "lab" / "browser-source" / f"{BROWSER}.so", None)
+		if self._talvora_config is not None:
+			_write(self.talvora_config_path, json.dumps(self._talvora_config, indent=4))
+
+	def _install(self, name, module, data):
+		if not module.exists():
+			raise FileNotFoundError(f"{module} is not built: run './dev build' first")
+		folder = self.home / ".config" / "obs-studio" / "plugins" / name
+		(folder / "bin" / "64bit").mkdir(parents=True, exist_ok=True)
+		shutil.copy2(module, folder / "bin" / "64bit")
+		if data is not None and data.is_dir():
+			shutil.copytree(data, folder / "data", dirs_exist_ok=True)
+
+	def _write_settings(self, config):
+		general = {
+			"FirstRun": True, "LastVersion": _last_version(), "Pre19Defaults": False, "Pre21Defaults": False,
+			"Pre23Defaults": False, "Pre24.1Defaults": False, "Pre31Migrated": True, "EnableAutoUpdates": False,
+			"ConfirmOnExit": False,
+		}
+		basic = {
+			"Profile": "Untitled", "ProfileDir": "Untitled", "SceneCollection": "Untitled",
+			"SceneCollectionFile": "Untitled", "ConfigOnNewProfile": False,
+		}
+		window = {
+			"SysTrayEnabled": False, "WarnBeforeStartingStream": False, "WarnBeforeStoppingStream": False,
+			"WarnBeforeStoppingRecord": False,
+		}
+		above = str(config.parent)
+		sections = {"General": general, "Basic": basic, "BasicWindow": window}
+		_write(config / "user.ini", _ini(sections))
+		locations = {"Configuration": above, "SceneCollections": above, "Profiles": above}
+		_write(config / "global.ini", _ini({**sections, "Locations": locations}))
+
+	def _write_profile(self, profile):
+		width, height = self._canvas
+		tracks = _track_mask(self._tracks)
+		recorder = {"RecType": "Standard"}
+		if self._lossless_audio:
+			recorder = {
+				"RecType": "FFmpeg", "FFOutputToFile": True, "FFFilePath": self.recordings, "FFFormat": "matroska",
+				"FFExtension": "mkv", "FFIgnoreCompat": True, "FFVEncoder": "libx264", "FFVEncoderId": 27,
+				"FFVCustom": "preset=ultrafast", "FFVBitrate": 2000, "FFAEncoder": "pcm_f32le",
+				"FFAEncoderId": 65557, "FFABitrate": 320, "FFAudioMixes": tracks,
+			}
+		_write(profile / "basic.ini", _ini({
+			"General": {"Name": "Untitled"},
+			"Output": {"Mode": "Advanced"},
+			"AdvOut": {
+				"RecFilePath": self.recordings, "RecFormat2": "mkv", "RecEncoder": "obs_x264",
+				"Encoder": "obs_x264", "RecTracks": tracks, **recorder,
+			},
+			"Video": {
+				"BaseCX": width, "BaseCY": height, "OutputCX": width, "OutputCY": height, "FPSType": 1,
+				"FPSInt": self._fps,
+			},
+			"Audio": {"SampleRate": self._sample_rate, "ChannelSetup": "Stereo"},
+		}))
+		_write(profile / "recordEncoder.json", json.dumps({"preset": "ultrafast", "rate_control": "CRF", "crf": 20}))
+
+	def _write_scene(self, path):
+		items = [one.as_item(number) for number, one in enumerate(self._inputs, 1)]
+		scene = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
+		_write(path, json.dumps({
+			"name": "Untitled", "current_scene": SCENE, "current_program_scene": SCENE, "scene_order": [{"name": SCENE}],
+			"sources": [one.as_source() for one in self._inputs] + [scene],
+		}))
+
+	# What it says
+
+	@property
+	def talvora_config_path(self):
+		return self.home / ".config" / "talvora-obs" / "config.json"
+
+	@property
+	def log(self):
+		"""OBS's log of this run, with times; after the end of the context, as it was then."""
+		if self._final_log is not None:
+			return self._final_log
+		files = sorted((self.home / ".config" / "obs-studio" / "logs").glob("*.txt"), key=lambda file: file.stat().st_mtime)
+		return files[-1].read_text(encoding="utf-8", errors="replace") if files else ""
+
+	@property
+	def console(self):
+		"""What OBS, Qt and the C library printed."""
+		if self._final_console is not None:
+			return self._final_console
+		path = self.home / "console.log"
+		return path.read_text(encoding="utf-8", errors="replace") if path.exists() else ""
+
+	def wait_for_log(self, pattern, timeout=10, count=1):
+		"""Waits until `count` log lines match the regular expression; returns the match of the last of them."""
+		expression = re.compile(pattern, re.MULTILINE)
+
+		def found():
+			matches = list(expression.finditer(self.log))
+			if len(matches) >= count:
+				return matches[count - 1]
+			if not self.running():
+				raise RuntimeError(f"OBS ended before its log had {pattern!r}")
+			return None
+
+		return wait_until(found, timeout, f"OBS's log has {pattern!r} ({count} times)")
+
+	def complaints(self):
+		"""Messages of log and console, without times and sorted, by which OBS or Qt complain about how they were used.
+
+		OBS itself is not free of them: compare with what a run without the module has.
+		"""
+		lines = self.log.splitlines() + [line for line in self.console.splitlines() if not _LOGGED.match(line)]
+		return sorted(re.sub(r"^[0-9:.]{12}: ", "", line) for line in lines if COMPLAINTS.search(line))
+
+	def show_log_tail(self, lines=60):
+		print(f"--- the last {lines} lines of OBS's log ---")
+		print("\n".join((self.log or self.console).splitlines()[-lines:]))
+		print("---", flush=True)
+
+	# What it does
+
+	def request(self, kind, timeout=10, **data):
+		"""One obs-websocket request; returns its response data."""
+		return self.remote.request(kind, timeout, **data)
+
+	def create_input(self, name, kind, settings=None, scene=SCENE, enabled=True):
+		"""Makes a source and puts it on top of the scene; returns the scene item's number."""
+		return self.request("CreateInput", sceneName=scene, inputName=name, inputKind=kind, inputSettings=settings or {},
+				    sceneItemEnabled=enabled)["sceneItemId"]
+
+	def add_to_scene(self, name, scene=SCENE):
+		"""Puts an existing source into a scene; returns the scene item's number."""
+		return self.request("CreateSceneItem", sceneName=scene, sourceName=name)["sceneItemId"]
+
+	def inputs(self, kind=None):
+		"""Names of the inputs, of one kind or of all."""
+		arguments = {"inputKind": kind} if kind else {}
+		return [entry["inputName"] for entry in self.request("GetInputList", **arguments)["inputs"]]
+
+	def input_settings(self, name):
+		return self.request("GetInputSettings", inputName=name)["inputSettings"]
+
+	def scene_items(self, scene=SCENE):
+		"""Names of the sources in a scene, bottom first."""
+		return [item["sourceName"] for item in self.request("GetSceneItemList", sceneName=scene)["sceneItems"]]
+
+	def set_tracks(self, name, *tracks):
+		"""Sends an input to exactly these audio tracks, 1 to 6."""
+		self.request("SetInputAudioTracks", inputName=name,
+			     inputAudioTracks={str(track): track in tracks for track in range(1, 7)})
+
+	def start_recording(self):
+		seen = len(self.remote.events)
+		self.request("StartRecord")
+		self.remote.wait_for_event("RecordStateChanged", lambda data: data["outputState"].endswith("STARTED"), seen)
+
+	def stop_recording(self):
+		"""Ends the recording; returns the finished file."""
+		seen = len(self.remote.events)
+		path = Path(self.request("StopRecord")["outputPath"])
+		self.remote.wait_for_event("RecordStateChanged", lambda data: data["outputState"].endswith("STOPPED"), seen, 20)
+		return path
+
+	def recorded_seconds(self):
+		return self.request("GetRecordStatus")["outputDuration"] / 1000
+
+	def wait_for_recording_length(self, seconds):
+		"""Waits until that much is recorded and ends the recording; returns the finished file."""
+		wait_until(lambda: self.recorded_seconds() >= seconds, seconds + 20, f"OBS has recorded {seconds} s")
+		return self.stop_recording()
+
+	def source_screenshot(self, name, path):
+		"""What a source (or a scene) shows, as a PNG, without anything around it."""
+		Path(path).parent.mkdir(parents=True, exist_ok=True)
+		self.request("SaveSourceScreenshot", sourceName=name, imageFormat="png", imageFilePath=str(path))
+
+	def program_screenshot(self, path):
+		"""The program output as it is, as a PNG."""
+		self.source_screenshot(self.request("GetCurrentProgramScene")["currentProgramSceneName"], path)
+
+	def window_screenshot(self, path):
+		"""The whole display with OBS's windows, as a PNG."""
+		Path(path).parent.mkdir(parents=True, exist_ok=True)
+		subprocess.run(["import", "-window", "root", str(path)], env=self._environment(), check=True, timeout=30)

@@ -1,0 +1,98 @@
+"""A client of obs-websocket 5: requests and events of a running OBS."""
+
+import contextlib
+import itertools
+import json
+import threading
+import time
+
+from websockets.exceptions import ConnectionClosed
+from websockets.sync.client import connect
+
+# Every kind of event but the high-volume ones.
+_ALL_EVENTS = (1 << 11) - 1
+
+_NOT_READY = 207
+
+
+class RequestFailed(Exception):
+	"""OBS refused a request; `code` is obs-websocket's status."""
+
+	def __init__(self, request, status):
+		self.code = status.get("code")
+		super().__init__(f"OBS refused {request}: {self.code} {status.get('comment', '')}")
+
+
+class Remote:
+	"""One connection. Requests may come from any thread; a thread of its own reads what OBS sends."""
+
+	def __init__(self, port):
+		self._open = contextlib.ExitStack()
+		self._socket = self._open.enter_context(
+			connect(f"ws://127.0.0.1:{port}", max_size=None, open_timeout=2, close_timeout=2, compression=None))
+		self._ids = itertools.count(1)
+		self._changed = threading.Condition()
+		self._replies = {}
+		self._closed = False
+		self.events = []
+		json.loads(self._socket.recv(timeout=5))
+		self._socket.send(json.dumps({"op": 1, "d": {"rpcVersion": 1, "eventSubscriptions": _ALL_EVENTS}}))
+		json.loads(self._socket.recv(timeout=5))
+		self._reader = threading.Thread(target=self._read, daemon=True)
+		self._reader.start()
+
+	def _read(self):
+		try:
+			for text in self._socket:
+				message = json.loads(text)
+				with self._changed:
+					if message["op"] == 7:
+						self._replies[message["d"]["requestId"]] = message["d"]
+					elif message["op"] == 5:
+						self.events.append(message["d"])
+					self._changed.notify_all()
+		except ConnectionClosed:
+			pass
+		finally:
+			with self._changed:
+				self._closed = True
+				self._changed.notify_all()
+
+	def request(self, kind, timeout=10, **data):
+		"""Sends one request and returns its response data. OBS answers "not ready" while it loads: asked again."""
+		deadline = time.monotonic() + timeout
+		while True:
+			reply = self._exchange(kind, data, deadline)
+			status = reply["requestStatus"]
+			if status["result"]:
+				return reply.get("responseData", {})
+			if status["code"] != _NOT_READY or time.monotonic() > deadline:
+				raise RequestFailed(kind, status)
+			time.sleep(0.05)
+
+	def _exchange(self, kind, data, deadline):
+		number = str(next(self._ids))
+		self._socket.send(json.dumps({"op": 6, "d": {"requestType": kind, "requestId": number, "requestData": data}}))
+		with self._changed:
+			self._changed.wait_for(lambda: number in self._replies or self._closed, deadline - time.monotonic())
+			if number in self._replies:
+				return self._replies.pop(number)
+		raise TimeoutError(f"OBS {'closed the connection' if self._closed else 'did not answer'} after {kind}")
+
+	def wait_for_event(self, kind, condition=lambda data: True, since=0, timeout=10):
+		"""Waits for an event at or after index `since` of `events` whose data meet the condition; returns the data."""
+
+		def find():
+			for event in self.events[since:]:
+				if event["eventType"] == kind and condition(event.get("eventData", {})):
+					return event
+			return None
+
+		with self._changed:
+			event = self._changed.wait_for(find, timeout)
+		if event is None:
+			raise TimeoutError(f"OBS sent no fitting {kind} within {timeout} s")
+		return event.get("eventData", {})
+
+	def close(self):
+		self._open.close()

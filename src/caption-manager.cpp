@@ -1,0 +1,458 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "caption-manager.h"
+
+#include "caption-css.h"
+#include "caption-page.h"
+#include "plugin-support.h"
+
+#include <QTimer>
+
+#include <graphics/vec2.h>
+#include <obs-frontend-api.h>
+#include <obs.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+constexpr char browserSourceId[] = "browser_source";
+constexpr int minDisplayMs = 1800;
+constexpr int maxDisplayMs = 8000;
+/** How long a caption stays up after it was spoken. */
+constexpr int afterSpeechMs = 500;
+constexpr double msPerCharacter = 75.0;
+constexpr int clearAfterLastCaptionMs = 2000;
+constexpr int clearAfterClipMs = 1500;
+/** Gives the front-end time to finish its own work on the scene. */
+constexpr int placementDelayMs = 500;
+constexpr int loggedCharacters = 50;
+constexpr uint32_t fallbackSourceWidth = 1536;
+constexpr uint32_t sourceHeight = 240;
+
+/** `ms` as a whole number within the bounds of a display time; any double is allowed. */
+int toDisplayMs(double ms)
+{
+	return static_cast<int>(std::clamp(std::trunc(ms), double{minDisplayMs}, double{maxDisplayMs}));
+}
+
+/** Size of the canvas in pixels; 0 by 0 while OBS has no video. */
+obs_video_info canvas()
+{
+	obs_video_info info = {};
+	if (!obs_get_video_info(&info)) {
+		info = {};
+	}
+	return info;
+}
+
+void discardTimer(QTimer *&timer)
+{
+	timer->stop();
+	timer->deleteLater();
+	timer = nullptr;
+}
+
+void discardTimers(LanguageCaptionState &state)
+{
+	discardTimer(state.displayTimer);
+	discardTimer(state.clearTimer);
+}
+
+bool isBrowserSource(obs_source_t *source)
+{
+	return std::strcmp(obs_source_get_id(source), browserSourceId) == 0;
+}
+
+void removeFromCurrentScene(const char *sourceName)
+{
+	const OBSSourceAutoRelease sceneSource = obs_frontend_get_current_scene();
+	obs_scene_t *scene = obs_scene_from_source(sceneSource);
+	if (scene) {
+		obs_sceneitem_remove(obs_scene_find_source(scene, sourceName));
+	}
+}
+
+/**
+ * The source the captions can go on with, or null. Takes a source of another type out of the current scene.
+ */
+OBSSourceAutoRelease findBrowserSource(const char *name)
+{
+	OBSSourceAutoRelease found = obs_get_source_by_name(name);
+	if (!found || obs_source_removed(found)) {
+		return nullptr;
+	}
+	if (isBrowserSource(found)) {
+		return found;
+	}
+	talvora_log(LOG_INFO, "CaptionManager: migrating source '%s' from %s to %s", name, obs_source_get_id(found),
+		    browserSourceId);
+	found = nullptr;
+	removeFromCurrentScene(name);
+	return nullptr;
+}
+
+/**
+ * Renames what still bears `name`: a source of another type that is in a scene besides the current one, or one on its
+ * way out. OBS would give the caption source a number otherwise, and the wrong source would be found by name.
+ */
+void freeSourceName(const char *name)
+{
+	const OBSSourceAutoRelease holder = obs_get_source_by_name(name);
+	if (holder) {
+		obs_source_set_name(holder, QByteArray(name).append(" (old)").constData());
+	}
+}
+
+/** The settings every caption source has. */
+OBSDataAutoRelease pageSettings(const QByteArray &pagePath, const QByteArray &css)
+{
+	OBSDataAutoRelease settings = obs_data_create();
+	obs_data_set_bool(settings, "is_local_file", true);
+	obs_data_set_string(settings, "local_file", pagePath.constData());
+	obs_data_set_string(settings, "css", css.constData());
+	return settings;
+}
+
+OBSSourceAutoRelease createBrowserSource(const char *name, const QByteArray &pagePath, const QByteArray &css)
+{
+	const uint32_t baseWidth = canvas().base_width;
+	const OBSDataAutoRelease settings = pageSettings(pagePath, css);
+	obs_data_set_int(settings, "width", baseWidth ? static_cast<uint32_t>(baseWidth * 0.8) : fallbackSourceWidth);
+	obs_data_set_int(settings, "height", sourceHeight);
+	return obs_source_create(browserSourceId, name, settings, nullptr);
+}
+
+// A browser source starts its browser anew at an update, so settings that it has already are not sent again.
+
+void updateCss(obs_source_t *source, const QByteArray &css)
+{
+	const OBSDataAutoRelease current = obs_source_get_settings(source);
+	if (css == obs_data_get_string(current, "css")) {
+		return;
+	}
+	const OBSDataAutoRelease settings = obs_data_create();
+	obs_data_set_string(settings, "css", css.constData());
+	obs_source_update(source, settings);
+}
+
+void updatePageSettings(obs_source_t *source, const QByteArray &pagePath, const QByteArray &css)
+{
+	const OBSDataAutoRelease current = obs_source_get_settings(source);
+	if (obs_data_get_bool(current, "is_local_file") && pagePath == obs_data_get_string(current, "local_file") &&
+	    css == obs_data_get_string(current, "css")) {
+		return;
+	}
+	const OBSDataAutoRelease settings = pageSettings(pagePath, css);
+	obs_source_update(source, settings);
+}
+
+} // namespace
+
+CaptionManager::CaptionManager(QObject *parent) : QObject(parent) {}
+
+CaptionManager::~CaptionManager()
+{
+	clearAll();
+}
+
+// The languages
+
+void CaptionManager::setLanguages(const QList<QString> &languages, const QMap<QString, QString> &displayNames)
+{
+	for (auto it = states.begin(); it != states.end();) {
+		if (languages.contains(it->first)) {
+			++it;
+			continue;
+		}
+		destroySourceForLanguage(it->second);
+		it = states.erase(it);
+	}
+
+	for (const QString &language : languages) {
+		LanguageCaptionState *state = findState(language);
+		if (!state) {
+			addState(language, displayNames.value(language, language));
+		} else if (!hasSource(*state)) {
+			state->currentText.clear();
+			createSourceForLanguage(*state);
+		}
+	}
+}
+
+bool CaptionManager::hasSource(const LanguageCaptionState &state)
+{
+	const std::lock_guard guard(sourceLock);
+	return state.source.get() != nullptr;
+}
+
+void CaptionManager::addState(const QString &language, const QString &displayName)
+{
+	LanguageCaptionState &state = states.try_emplace(language, sourceLock).first->second;
+	state.language = language;
+	state.displayName = displayName;
+	state.sourceName = QStringLiteral("Talvora Captions \u2014 %1").arg(displayName);
+	state.displayTimer = createTimer(language, &CaptionManager::onDisplayTimerTick);
+	state.clearTimer = createTimer(language, &CaptionManager::onClearTimerTick);
+	createSourceForLanguage(state);
+	talvora_log(LOG_INFO, "CaptionManager: added state for '%s'", language.toUtf8().constData());
+}
+
+QTimer *CaptionManager::createTimer(const QString &language, void (CaptionManager::*tick)(const QString &))
+{
+	auto *timer = new QTimer(this);
+	timer->setSingleShot(true);
+	connect(timer, &QTimer::timeout, this, [this, language, tick] { (this->*tick)(language); });
+	return timer;
+}
+
+LanguageCaptionState *CaptionManager::findState(const QString &language)
+{
+	const auto it = states.find(language);
+	return it == states.end() ? nullptr : &it->second;
+}
+
+void CaptionManager::abandonAll()
+{
+	for (auto &[language, state] : states) {
+		discardTimers(state);
+		const OBSSourceAutoRelease source = state.source.getRef();
+		if (source) {
+			obs_source_remove(source);
+		}
+		state.source.release();
+	}
+	states.clear();
+}
+
+void CaptionManager::clearAll()
+{
+	for (auto &[language, state] : states) {
+		destroySourceForLanguage(state);
+	}
+	states.clear();
+}
+
+// The queue
+
+void CaptionManager::onCaption(const QString &language, const QString &text, double durationSec, int clipId,
+			       bool syncWithAudio)
+{
+	LanguageCaptionState *state = findState(language);
+	if (!state) {
+		talvora_log(LOG_WARNING, "CaptionManager: no state for language '%s' (have: %zu states)",
+			    language.toUtf8().constData(), states.size());
+		return;
+	}
+	talvora_log(LOG_INFO, "CaptionManager: caption for '%s': \"%s\"", language.toUtf8().constData(),
+		    text.left(loggedCharacters).toUtf8().constData());
+	enqueueCaption(*state, text, durationSec, clipId, syncWithAudio);
+}
+
+void CaptionManager::enqueueCaption(LanguageCaptionState &state, const QString &text, double durationSec, int clipId,
+				    bool syncWithAudio)
+{
+	const int displayMs = durationSec > 0 ? toDisplayMs(std::trunc(durationSec * 1000) + afterSpeechMs)
+					      : calcDisplayMs(text, readingSpeed);
+	while (state.queue.size() >= state.maxQueue) {
+		state.queue.removeFirst();
+	}
+	state.queue.append({text, displayMs, clipId, syncWithAudio});
+
+	if (!syncWithAudio && !state.displayTimer->isActive()) {
+		talvora_log(LOG_INFO, "CaptionManager: advancing queue for '%s' (queue=%zu) [timer fallback]",
+			    state.language.toUtf8().constData(), static_cast<size_t>(state.queue.size()));
+		advanceQueue(state);
+	}
+}
+
+int CaptionManager::calcDisplayMs(const QString &text, float speed)
+{
+	const double factor = speed > 0 ? double{speed} : 1.0;
+	return toDisplayMs(static_cast<double>(text.size()) * msPerCharacter / factor);
+}
+
+void CaptionManager::advanceQueue(LanguageCaptionState &state)
+{
+	if (state.queue.isEmpty()) {
+		state.clearTimer->start(clearAfterLastCaptionMs);
+		return;
+	}
+	state.clearTimer->stop();
+	if (state.queue.first().syncWithAudio) {
+		return;
+	}
+	const CaptionEntry entry = state.queue.takeFirst();
+	updateObsText(state, entry.text);
+	state.displayTimer->start(entry.displayMs);
+}
+
+void CaptionManager::onDisplayTimerTick(const QString &language)
+{
+	if (LanguageCaptionState *state = findState(language)) {
+		advanceQueue(*state);
+	}
+}
+
+void CaptionManager::onClearTimerTick(const QString &language)
+{
+	if (LanguageCaptionState *state = findState(language)) {
+		updateObsText(*state, QString());
+	}
+}
+
+void CaptionManager::onClipStarted(const QString &language, int clipId)
+{
+	LanguageCaptionState *state = findState(language);
+	if (!state) {
+		return;
+	}
+	QList<CaptionEntry> &queue = state->queue;
+	const auto match = std::find_if(queue.cbegin(), queue.cend(),
+					[clipId](const CaptionEntry &entry) { return entry.clipId == clipId; });
+	if (match == queue.cend()) {
+		return;
+	}
+	// What waited before it was meant to be over by now.
+	const QString text = match->text;
+	queue.erase(queue.cbegin(), match + 1);
+	updateObsText(*state, text);
+	state->displayTimer->stop();
+	state->clearTimer->stop();
+}
+
+void CaptionManager::onClipEnded(const QString &language, int)
+{
+	// Whichever clip it was: unless another caption is shown before, there is nothing left to read.
+	if (LanguageCaptionState *state = findState(language)) {
+		state->clearTimer->start(clearAfterClipMs);
+	}
+}
+
+void CaptionManager::onCaptionCleared(const QString &language)
+{
+	if (LanguageCaptionState *state = findState(language)) {
+		state->queue.clear();
+		state->displayTimer->stop();
+		state->clearTimer->stop();
+		updateObsText(*state, QString());
+	}
+}
+
+// The sources
+
+void CaptionManager::createSourceForLanguage(LanguageCaptionState &state)
+{
+	updateBrowserSourceFiles(state, QString());
+	const QByteArray name = state.sourceName.toUtf8();
+	const QByteArray pagePath = getBrowserHtmlPath(state.language).toUtf8();
+	const QByteArray css = generateCss(state.language).toUtf8();
+
+	OBSSourceAutoRelease source = findBrowserSource(name.constData());
+	if (source) {
+		talvora_log(LOG_INFO, "CaptionManager: reattached to existing source '%s'", name.constData());
+		updatePageSettings(source, pagePath, css);
+	} else {
+		freeSourceName(name.constData());
+		source = createBrowserSource(name.constData(), pagePath, css);
+		if (!source) {
+			talvora_log(LOG_WARNING, "CaptionManager: failed to create source '%s'", name.constData());
+			return;
+		}
+		talvora_log(LOG_INFO, "CaptionManager: created source '%s'", name.constData());
+	}
+	state.source.adopt(obs_source_get_ref(source));
+	placeLater(state.sourceName);
+}
+
+void CaptionManager::placeLater(const QString &sourceName)
+{
+	QTimer::singleShot(placementDelayMs, this, [this, sourceName] {
+		const OBSSourceAutoRelease source = obs_get_source_by_name(sourceName.toUtf8().constData());
+		// A removed source can be found by name until the last reference is gone, but not be placed.
+		if (source && !obs_source_removed(source)) {
+			autoPlaceCaptionSource(source);
+		}
+	});
+}
+
+void CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
+{
+	const OBSSourceAutoRelease sceneSource = obs_frontend_get_current_scene();
+	obs_scene_t *scene = obs_scene_from_source(sceneSource);
+	if (!scene) {
+		return;
+	}
+
+	const obs_video_info video = canvas();
+	vec2 position = {};
+	position.x = video.base_width ? static_cast<float>(video.base_width) * 0.5f : 960.0f;
+	position.y = video.base_height ? static_cast<float>(video.base_height) - 60.0f : 1020.0f;
+
+	const char *name = obs_source_get_name(source);
+	obs_sceneitem_t *item = obs_scene_find_source(scene, name);
+	if (!item) {
+		item = obs_scene_add(scene, source);
+	}
+	if (!item) {
+		return;
+	}
+	obs_sceneitem_set_alignment(item, OBS_ALIGN_BOTTOM);
+	obs_sceneitem_set_pos(item, &position);
+	talvora_log(LOG_INFO, "CaptionManager: placed '%s' at bottom-centre (%.0f, %.0f)", name,
+		    static_cast<double>(position.x), static_cast<double>(position.y));
+}
+
+void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &text)
+{
+	const OBSSourceAutoRelease source = state.source.getRef();
+	if (!source) {
+		talvora_log(LOG_WARNING, "CaptionManager: updateObsText for '%s' but source is null",
+			    state.language.toUtf8().constData());
+		return;
+	}
+	state.currentText = text;
+	updateCss(source, generateCss(state.language).toUtf8());
+}
+
+void CaptionManager::setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
+			      const QFont &font)
+{
+	style = {alignment, textColor, bgColor, opacity, font};
+	for (auto &[language, state] : states) {
+		const OBSSourceAutoRelease source = state.source.getRef();
+		if (source) {
+			updateCss(source, generateCss(language).toUtf8());
+		}
+	}
+}
+
+void CaptionManager::destroySourceForLanguage(LanguageCaptionState &state)
+{
+	discardTimers(state);
+	state.source.release();
+}
+
+// The page
+
+QString CaptionManager::getBrowserHtmlPath(const QString &language) const
+{
+	return captionPagePath(language);
+}
+
+QString CaptionManager::getBrowserDataPath(const QString &language) const
+{
+	return captionDataPath(language);
+}
+
+void CaptionManager::updateBrowserSourceFiles(const LanguageCaptionState &state, const QString &)
+{
+	writeCaptionPage(getBrowserHtmlPath(state.language));
+}
+
+QString CaptionManager::generateCss(const QString &language) const
+{
+	const auto it = states.find(language);
+	return captionCss(style, it == states.end() ? QString() : it->second.currentText);
+}

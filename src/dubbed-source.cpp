@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "dubbed-source.h"
+
+#include "plugin-support.h"
+
+#include <obs-module.h>
+
+#include <algorithm>
+
+namespace {
+
+constexpr const char *kSourceTypeId = "talvora_dubbed_source";
+
+/** Chunks of up to so many frames (one second) are mixed without allocating. */
+constexpr size_t kUsualFrames = 48000;
+
+obs_source_t *find_or_create(const char *name)
+{
+	obs_source_t *source = obs_get_source_by_name(name);
+	if (source) {
+		talvora_log(LOG_INFO, "DubbedSource: reattached to existing '%s'", name);
+		return source;
+	}
+
+	obs_data_t *settings = obs_data_create();
+	source = obs_source_create(kSourceTypeId, name, settings, nullptr);
+	obs_data_release(settings);
+	if (source) {
+		talvora_log(LOG_INFO, "DubbedSource: created '%s'", name);
+	} else {
+		talvora_log(LOG_ERROR, "DubbedSource: failed to create OBS source '%s'", name);
+	}
+	return source;
+}
+
+/** Into 0 to 1; NaN counts as 1. */
+float clamped_level(float level)
+{
+	if (!(level < 1.0f)) {
+		return 1.0f;
+	}
+	return level > 0.0f ? level : 0.0f;
+}
+
+} // namespace
+
+DubbedSource::DubbedSource(const std::string &language_, const std::string &displayName)
+	: language(language_), sourceName("Talvora Dub \u2014 " + displayName), outLeft(kUsualFrames),
+	  outRight(kUsualFrames), ttsMixBuf(kUsualFrames)
+{
+	source.adopt(find_or_create(sourceName.c_str()));
+}
+
+DubbedSource::~DubbedSource()
+{
+	flush();
+	source.release();
+	talvora_log(LOG_INFO, "DubbedSource: detached from '%s'", sourceName.c_str());
+}
+
+void DubbedSource::pushOriginalAudio(const float *left, const float *right, size_t frames, uint32_t sampleRate,
+				     uint64_t timestamp)
+{
+	const std::lock_guard guard(lock);
+	if (!source.get() || frames == 0) {
+		return;
+	}
+	outputSampleRate.store(sampleRate);
+	const float ducked = duckingLevel.load();
+	const float voiceGain = ttsLevel.load();
+	const bool muted = muteOriginal.load();
+
+	if (frames > outLeft.size()) {
+		outLeft.resize(frames);
+		outRight.resize(frames);
+		ttsMixBuf.resize(frames);
+	}
+
+	const auto started = [this](int clipId) {
+		if (onClipStarted) {
+			onClipStarted(language, clipId);
+		}
+	};
+	const auto ended = [this](int clipId) {
+		if (onClipEnded) {
+			onClipEnded(language, clipId);
+		}
+	};
+	const size_t voiced = speech.take(ttsMixBuf.data(), frames, sampleRate, started, ended);
+
+	const float unmutedTarget = voiced > 0 ? ducked : 1.0f;
+	originalGain.aim(muted ? 0.0f : unmutedTarget, ducked, sampleRate);
+	mix(left, right, frames, voiced, voiceGain);
+
+	obs_source_audio audio = {};
+	audio.data[0] = reinterpret_cast<const uint8_t *>(outLeft.data());
+	audio.data[1] = reinterpret_cast<const uint8_t *>(outRight.data());
+	audio.frames = static_cast<uint32_t>(frames);
+	audio.speakers = SPEAKERS_STEREO;
+	audio.format = AUDIO_FORMAT_FLOAT_PLANAR;
+	audio.samples_per_sec = sampleRate;
+	audio.timestamp = timestamp;
+	obs_source_output_audio(source.get(), &audio);
+}
+
+/** The original at its gain, and over its first `voiced` frames the speech, on both channels. */
+void DubbedSource::mix(const float *left, const float *right, size_t frames, size_t voiced, float voiceGain)
+{
+	for (size_t i = 0; i < frames; ++i) {
+		const float gain = originalGain.next();
+		outLeft[i] = left[i] * gain;
+		outRight[i] = right[i] * gain;
+	}
+	for (size_t i = 0; i < voiced; ++i) {
+		const float voice = ttsMixBuf[i] * voiceGain;
+		outLeft[i] = std::clamp(outLeft[i] + voice, -1.0f, 1.0f);
+		outRight[i] = std::clamp(outRight[i] + voice, -1.0f, 1.0f);
+	}
+}
+
+void DubbedSource::pushTtsAudio(int clipId, const int16_t *pcm, size_t count, int sampleRate)
+{
+	const std::lock_guard guard(lock);
+	speech.push(clipId, pcm, count, sampleRate, outputSampleRate.load());
+}
+
+void DubbedSource::ttsClipEnded(int clipId)
+{
+	const std::lock_guard guard(lock);
+	speech.endClip(clipId);
+}
+
+void DubbedSource::setDuckingLevel(float level)
+{
+	duckingLevel.store(clamped_level(level));
+}
+
+void DubbedSource::setTtsLevel(float level)
+{
+	ttsLevel.store(clamped_level(level));
+}
+
+void DubbedSource::setMuteOriginal(bool mute)
+{
+	muteOriginal.store(mute);
+}
+
+void DubbedSource::flush()
+{
+	const std::lock_guard guard(lock);
+	speech.clear();
+	originalGain.reset();
+}
+
+void DubbedSource::forgetSource()
+{
+	source.forget();
+}
+
+namespace {
+
+const char *get_type_name(void *)
+{
+	return obs_module_text("DubbedSource.TypeName");
+}
+
+/** The instance OBS knows has nothing of its own: its DubbedSource pushes audio into it from outside. */
+void *create_instance(obs_data_t *, obs_source_t *)
+{
+	return nullptr;
+}
+
+void destroy_instance(void *) {}
+
+obs_properties_t *get_properties(void *)
+{
+	obs_properties_t *properties = obs_properties_create();
+	obs_properties_add_text(properties, "info", obs_module_text("DubbedSource.InfoText"), OBS_TEXT_INFO);
+	return properties;
+}
+
+} // namespace
+
+const obs_source_info *dubbed_source_info()
+{
+	static const obs_source_info info = [] {
+		obs_source_info type = {};
+		type.id = kSourceTypeId;
+		type.type = OBS_SOURCE_TYPE_INPUT;
+		type.output_flags = OBS_SOURCE_AUDIO | OBS_SOURCE_DO_NOT_DUPLICATE | OBS_SOURCE_DO_NOT_SELF_MONITOR;
+		type.icon_type = OBS_ICON_TYPE_AUDIO_OUTPUT;
+		type.get_name = get_type_name;
+		type.create = create_instance;
+		type.destroy = destroy_instance;
+		type.get_properties = get_properties;
+		return type;
+	}();
+	return &info;
+}

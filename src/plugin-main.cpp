@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "audio-filter.h"
+#include "dubbed-source.h"
+#include "plugin-support.h"
+#include "talvora-plugin.h"
+
+#include <obs-frontend-api.h>
+#include <obs-module.h>
+
+OBS_DECLARE_MODULE()
+OBS_MODULE_USE_DEFAULT_LOCALE(PLUGIN_NAME, "en-US")
+
+static void on_frontend_event(enum obs_frontend_event event, void *)
+{
+	switch (event) {
+	case OBS_FRONTEND_EVENT_FINISHED_LOADING:
+		TalvoraPlugin::instance()->initialize();
+		talvora_log(LOG_INFO, "Talvora plugin initialized");
+		break;
+	case OBS_FRONTEND_EVENT_EXIT:
+		TalvoraPlugin::instance()->shutdown();
+		break;
+	default:
+		break;
+	}
+}
+
+MODULE_EXPORT const char *obs_module_name(void)
+{
+	return "Talvora";
+}
+
+MODULE_EXPORT const char *obs_module_description(void)
+{
+	return "Talvora — real-time AI dubbing and captions for OBS";
+}
+
+bool obs_module_load(void)
+{
+	talvora_log(LOG_INFO, "Loading Talvora OBS plugin v%s", PLUGIN_VERSION);
+	TalvoraPlugin::instance();
+	obs_register_source(audio_capture_filter_info());
+	obs_register_source(dubbed_source_info());
+	obs_frontend_add_event_callback(on_frontend_event, nullptr);
+	return true;
+}
+
+void obs_module_unload(void)
+{
+	obs_frontend_remove_event_callback(on_frontend_event, nullptr);
+	TalvoraPlugin::instance()->shutdown();
+	talvora_log(LOG_INFO, "Talvora OBS plugin unloaded");
+}

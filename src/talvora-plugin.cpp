@@ -1,0 +1,650 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "talvora-plugin.h"
+
+#include "caption-manager.h"
+#include "deployment.h"
+#include "plugin-dock.h"
+#include "plugin-support.h"
+#include "ws-client.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QStandardPaths>
+#include <QThread>
+#include <QTimer>
+
+#include <obs-frontend-api.h>
+#include <obs.hpp>
+
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+constexpr uint32_t kExpectedSampleRate = 48000;
+/** How long the client's thread may take to end, ms. */
+constexpr unsigned long kThreadStopDeadline = 5000;
+constexpr auto kDockId = "TalvoraDock";
+constexpr QFileDevice::Permissions kOwnerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeOwner;
+
+bool isCapturable(const obs_source_t *source)
+{
+	const char *id = obs_source_get_id(source);
+	// A browser source announces audio that capture callbacks do not get. A dubbed source outputs from within the
+	// capture callback, so that capturing one would wait for itself.
+	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, "browser_source") != 0 &&
+	       strcmp(id, dubbed_source_info()->id) != 0;
+}
+
+} // namespace
+
+TalvoraPlugin *TalvoraPlugin::instance()
+{
+	static TalvoraPlugin plugin;
+	return &plugin;
+}
+
+TalvoraPlugin::TalvoraPlugin() = default;
+
+TalvoraPlugin::~TalvoraPlugin()
+{
+	shutdown();
+}
+
+// Lifecycle
+
+void TalvoraPlugin::initialize()
+{
+	if (initialized) {
+		return;
+	}
+	initialized = true;
+	shuttingDown = false;
+
+	loadConfig();
+
+	wsThread = new QThread(this);
+	wsThread->setObjectName(QStringLiteral("TA-WebSocket"));
+	wsClient = new WSClient();
+	wsClient.load()->moveToThread(wsThread);
+	connectClient();
+	wsThread->start();
+
+	captionManager = new CaptionManager(this);
+	createDock();
+	QTimer::singleShot(0, this, &TalvoraPlugin::attachAudioCapture);
+	updateDubbedSources();
+
+	if (settings.autoConnect && !settings.apiKey.isEmpty() && !settings.languageTargets.isEmpty()) {
+		talvora_log(LOG_INFO, "Talvora: auto-connecting (autoConnect=true)");
+		startSession();
+	}
+
+	talvora_log(LOG_INFO, "Talvora plugin initialized. API key: %s, Languages: %s",
+		    settings.apiKey.isEmpty() ? "(not set)" : "(set)",
+		    targetLanguageCodes().join(QStringLiteral(", ")).toUtf8().constData());
+}
+
+void TalvoraPlugin::connectClient()
+{
+	WSClient *client = wsClient;
+	connect(client, &WSClient::authSucceeded, this, &TalvoraPlugin::onAuthSucceeded);
+	connect(client, &WSClient::ttsAudioReady, this, &TalvoraPlugin::onTtsAudioReady);
+	connect(client, &WSClient::captionUpdated, this, &TalvoraPlugin::onCaptionUpdated);
+	connect(client, &WSClient::captionCleared, this, &TalvoraPlugin::onCaptionCleared);
+	connect(client, &WSClient::stateChanged, this, &TalvoraPlugin::onWsStateChanged);
+	connect(client, &WSClient::errorOccurred, this, &TalvoraPlugin::onWsError);
+	connect(client, &WSClient::transcriptInterim, this, &TalvoraPlugin::onTranscriptInterim);
+	connect(client, &WSClient::limitWarning, this, &TalvoraPlugin::limitWarning);
+	connect(client, &WSClient::limitReached, this, &TalvoraPlugin::limitReached);
+	connect(client, &WSClient::sessionEnded, this, &TalvoraPlugin::onSessionEnded);
+}
+
+void TalvoraPlugin::createDock()
+{
+	dock = new PluginDock(this, nullptr);
+	dock->show();
+	if (settings.dockVisible) {
+		QTimer::singleShot(0, dock, &PluginDock::bringOnScreen);
+	}
+}
+
+void TalvoraPlugin::shutdown()
+{
+	if (!initialized) {
+		return;
+	}
+	shuttingDown = true;
+
+	if (dock) {
+		settings.dockVisible = dock->isVisible();
+		obs_frontend_remove_dock(kDockId);
+		dock = nullptr;
+	}
+	saveConfig();
+	stopSession();
+	detachAudioCapture();
+
+	if (captionManager) {
+		captionManager->abandonAll();
+		delete std::exchange(captionManager, nullptr);
+	}
+	{
+		const std::unique_lock guard(dubbedMutex);
+		for (auto &[code, source] : dubbedSources) {
+			source->forgetSource();
+		}
+		dubbedSources.clear();
+	}
+
+	if (stopClientThread()) {
+		delete wsClient.exchange(nullptr);
+	}
+	initialized = false;
+	talvora_log(LOG_INFO, "Talvora plugin shut down");
+}
+
+bool TalvoraPlugin::stopClientThread()
+{
+	if (!wsThread) {
+		return true;
+	}
+	wsThread->quit();
+	if (!wsThread->wait(kThreadStopDeadline)) {
+		talvora_log(LOG_WARNING, "Talvora: WS thread did not stop in 5 s — detaching (leak to avoid UB)");
+		wsThread->disconnect();
+		// A running thread must not be deleted, not even as the child of this object, nor what lives on it.
+		wsThread->setParent(nullptr);
+		wsThread = nullptr;
+		wsClient = nullptr;
+		return false;
+	}
+	delete std::exchange(wsThread, nullptr);
+	return true;
+}
+
+WsState TalvoraPlugin::wsState() const
+{
+	const WSClient *client = wsClient;
+	return client ? client->state() : WsState::Disconnected;
+}
+
+// Languages
+
+void TalvoraPlugin::setLanguageTargets(const LanguageTargets &targets)
+{
+	settings.languageTargets = targets;
+	updateDubbedSources();
+	updateCaptionSources();
+	saveConfig();
+	sendConfigUpdate();
+}
+
+void TalvoraPlugin::setSourceLanguage(const QString &code)
+{
+	settings.sourceLanguage = code;
+	const auto target = settings.languageTargets.constFind(code);
+	if (target != settings.languageTargets.constEnd() && *target == LanguageTarget{.dubbing = true}) {
+		settings.languageTargets.remove(code);
+	}
+	updateDubbedSources();
+	updateCaptionSources();
+	saveConfig();
+}
+
+void TalvoraPlugin::setMaxTargetLanguages(int n)
+{
+	if (n != maxTargetLanguages) {
+		maxTargetLanguages = n;
+		Q_EMIT maxTargetLanguagesChanged(n);
+	}
+}
+
+void TalvoraPlugin::sendConfigUpdate()
+{
+	if (wsState() == WsState::Authenticated) {
+		QMetaObject::invokeMethod(wsClient, "updateConfig", Qt::QueuedConnection,
+					  Q_ARG(QJsonArray, buildTargetLanguagesJson()),
+					  Q_ARG(QString, settings.captionMode));
+	}
+}
+
+// Configuration file
+
+QString TalvoraPlugin::configFilePath() const
+{
+	return QStandardPaths::writableLocation(QStandardPaths::HomeLocation) +
+	       QStringLiteral("/.config/talvora-obs/config.json");
+}
+
+void TalvoraPlugin::loadConfig()
+{
+	const QString path = configFilePath();
+	QFile file(path);
+	if (!file.open(QIODevice::ReadOnly)) {
+		return;
+	}
+	QJsonParseError error;
+	const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
+	file.close();
+	if (!document.isObject()) {
+		talvora_log(LOG_WARNING, "Talvora: failed to parse config: %s",
+			    error.errorString().toUtf8().constData());
+		return;
+	}
+	settings.readJson(document.object());
+	talvora_log(LOG_INFO, "Talvora: config loaded from %s", path.toUtf8().constData());
+}
+
+void TalvoraPlugin::saveConfig()
+{
+	const QString path = configFilePath();
+	const QString folder = QFileInfo(path).path();
+	QDir().mkpath(folder);
+	// The file holds a credential: both are the owner's alone, also where an older version left them open.
+	QFile::setPermissions(folder, kOwnerFolder);
+
+	QFile file(path);
+	if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate, kOwnerFile)) {
+		talvora_log(LOG_WARNING, "Talvora: failed to save config to %s", path.toUtf8().constData());
+		return;
+	}
+	file.setPermissions(kOwnerFile);
+	file.write(QJsonDocument(settings.toJson()).toJson(QJsonDocument::Indented));
+}
+
+// Sessions
+
+void TalvoraPlugin::startSession()
+{
+	talvora_log(LOG_INFO, "Talvora: startSession() called");
+	if (settings.apiKey.isEmpty()) {
+		talvora_log(LOG_WARNING, "Talvora: connect() called with no API key");
+		Q_EMIT errorOccurred(QStringLiteral("No API key set. Enter your key in the Talvora dock."));
+		return;
+	}
+	if (!wsClient) {
+		talvora_log(LOG_ERROR, "Talvora: WSClient not initialized");
+		return;
+	}
+	talvora_log(LOG_INFO, "Talvora: connecting to %s (wsThread running: %s)", kServiceEndpoint,
+		    wsThread && wsThread->isRunning() ? "YES" : "NO");
+	flushDubbedSources();
+	// The source may have appeared since the last attempt to capture it.
+	attachAudioCapture();
+
+	const bool queued = QMetaObject::invokeMethod(wsClient, "connectToServer", Qt::QueuedConnection,
+						      Q_ARG(QString, settings.apiKey),
+						      Q_ARG(QString, QString::fromUtf8(kServiceEndpoint)),
+						      Q_ARG(QString, settings.sourceLanguage),
+						      Q_ARG(QJsonArray, buildTargetLanguagesJson()),
+						      Q_ARG(QString, settings.captionMode));
+	talvora_log(LOG_INFO, "Talvora: invokeMethod(connectToServer) = %s", queued ? "OK" : "FAILED");
+}
+
+void TalvoraPlugin::stopSession()
+{
+	if (!wsClient) {
+		return;
+	}
+	talvora_log(LOG_INFO, "Talvora: disconnecting...");
+	QMetaObject::invokeMethod(wsClient, "disconnectFromServer", Qt::QueuedConnection);
+}
+
+void TalvoraPlugin::setApiKey(const QString &key)
+{
+	settings.apiKey = key;
+	saveConfig();
+}
+
+void TalvoraPlugin::onWsStateChanged(WsState newState)
+{
+	talvora_log(LOG_INFO, "Talvora: WS state → %d", static_cast<int>(newState));
+	Q_EMIT wsStateChanged(newState);
+	if (newState == WsState::Disconnected) {
+		flushDubbedSources();
+	}
+}
+
+void TalvoraPlugin::onWsError(const QString &msg)
+{
+	talvora_log(LOG_WARNING, "Talvora WS error: %s", msg.toUtf8().constData());
+	Q_EMIT errorOccurred(msg);
+}
+
+void TalvoraPlugin::onAuthSucceeded(const QJsonObject &, const QJsonObject &, int newMaxTargetLanguages)
+{
+	talvora_log(LOG_INFO, "Talvora: session authenticated — maxTargetLanguages=%d", newMaxTargetLanguages);
+	setMaxTargetLanguages(newMaxTargetLanguages);
+}
+
+void TalvoraPlugin::onSessionEnded(double captionMinutes, double dubbedMinutes)
+{
+	talvora_log(LOG_INFO, "Talvora: session ended — captions %.1f min, dubbed %.1f min", captionMinutes,
+		    dubbedMinutes);
+}
+
+void TalvoraPlugin::onCaptionUpdated(const QString &language, const QString &text, double durationSec, int clipId)
+{
+	if (captionManager) {
+		captionManager->onCaption(language, text, durationSec, clipId, false);
+	}
+}
+
+void TalvoraPlugin::onCaptionCleared(const QString &language)
+{
+	if (captionManager) {
+		captionManager->onCaptionCleared(language);
+	}
+}
+
+void TalvoraPlugin::onTranscriptInterim(const QString &text)
+{
+	Q_EMIT transcriptUpdated(text);
+}
+
+void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const QByteArray &pcmData,
+				    int sourceSampleRate)
+{
+	const std::shared_lock guard(dubbedMutex);
+	const auto found = dubbedSources.find(language);
+	if (found == dubbedSources.end()) {
+		return;
+	}
+	DubbedSource &source = *found->second;
+	if (pcmData.isEmpty()) {
+		source.ttsClipEnded(clipId);
+		return;
+	}
+	if (pcmData.size() % 2 != 0) {
+		talvora_log(LOG_WARNING, "Talvora: odd TTS PCM size %d for '%s', truncating last byte",
+			    static_cast<int>(pcmData.size()), language.toUtf8().constData());
+	}
+	std::vector<int16_t> samples(static_cast<size_t>(pcmData.size()) / 2);
+	memcpy(samples.data(), pcmData.constData(), samples.size() * sizeof(int16_t));
+	source.pushTtsAudio(clipId, samples.data(), samples.size(), sourceSampleRate);
+}
+
+void TalvoraPlugin::onClipStarted(const QString &language, int clipId)
+{
+	if (captionManager) {
+		captionManager->onClipStarted(language, clipId);
+	}
+}
+
+void TalvoraPlugin::onClipEnded(const QString &language, int clipId)
+{
+	if (captionManager) {
+		captionManager->onClipEnded(language, clipId);
+	}
+}
+
+// Outputs
+
+void TalvoraPlugin::updateDubbedSources()
+{
+	const std::unique_lock guard(dubbedMutex);
+	const QStringList languages = dubbingLanguages();
+
+	for (auto it = dubbedSources.begin(); it != dubbedSources.end();) {
+		if (languages.contains(it->first) && it->first != settings.sourceLanguage) {
+			++it;
+			continue;
+		}
+		talvora_log(LOG_INFO, "Talvora: removing dubbed source for '%s'", it->first.toUtf8().constData());
+		it = dubbedSources.erase(it);
+	}
+
+	for (const QString &code : languages) {
+		if (code != settings.sourceLanguage && !dubbedSources.contains(code)) {
+			dubbedSources.emplace(code, createDubbedSource(code));
+		}
+	}
+}
+
+std::unique_ptr<DubbedSource> TalvoraPlugin::createDubbedSource(const QString &code)
+{
+	const QString name = displayNameForCode(code);
+	talvora_log(LOG_INFO, "Talvora: creating dubbed source for '%s' (%s)", code.toUtf8().constData(),
+		    name.toUtf8().constData());
+
+	auto source = std::make_unique<DubbedSource>(code.toStdString(), name.toStdString());
+	source->setDuckingLevel(settings.duckingLevel);
+	source->setTtsLevel(settings.ttsVolume);
+	source->setMuteOriginal(settings.muteOriginal);
+	// Called on the audio thread: the code is kept in its final form, so that posting is all that is left to do.
+	source->onClipStarted = [this, code](const std::string &, int clipId) {
+		QMetaObject::invokeMethod(
+			this, [this, code, clipId] { onClipStarted(code, clipId); }, Qt::QueuedConnection);
+	};
+	source->onClipEnded = [this, code](const std::string &, int clipId) {
+		QMetaObject::invokeMethod(
+			this, [this, code, clipId] { onClipEnded(code, clipId); }, Qt::QueuedConnection);
+	};
+	return source;
+}
+
+template<typename Action> void TalvoraPlugin::forEachDubbedSource(Action action)
+{
+	const std::shared_lock guard(dubbedMutex);
+	for (auto &[code, source] : dubbedSources) {
+		action(*source);
+	}
+}
+
+void TalvoraPlugin::flushDubbedSources()
+{
+	forEachDubbedSource([](DubbedSource &source) { source.flush(); });
+}
+
+void TalvoraPlugin::updateCaptionSources()
+{
+	if (!captionManager) {
+		return;
+	}
+	captionManager->setStyle(settings.captionAlignment, settings.captionTextColor, settings.captionBgColor,
+				 settings.captionOpacity, settings.captionFont);
+
+	const QStringList languages = captionLanguages();
+	QMap<QString, QString> names;
+	for (const QString &code : languages) {
+		names[code] = displayNameForCode(code);
+	}
+	captionManager->setLanguages(languages, names);
+}
+
+void TalvoraPlugin::previewCaptionText(const QString &text)
+{
+	const QStringList languages = captionLanguages();
+	if (!captionManager || languages.isEmpty()) {
+		return;
+	}
+	updateCaptionSources();
+	for (const QString &code : languages) {
+		captionManager->onCaption(code, text, 0.0, 0, false);
+	}
+}
+
+void TalvoraPlugin::setCaptionMode(const QString &mode)
+{
+	settings.captionMode = mode;
+	saveConfig();
+	sendConfigUpdate();
+}
+
+void TalvoraPlugin::applyCaptionStyle()
+{
+	updateCaptionSources();
+	saveConfig();
+}
+
+void TalvoraPlugin::setCaptionAlignment(const QString &alignment)
+{
+	settings.captionAlignment = alignment;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionTextColor(const QColor &color)
+{
+	settings.captionTextColor = color;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionBgColor(const QColor &color)
+{
+	settings.captionBgColor = color;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionOpacity(int percent)
+{
+	settings.captionOpacity = percent;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionFont(const QFont &font)
+{
+	settings.captionFont = font;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setDuckingLevel(float level)
+{
+	settings.duckingLevel = level;
+	forEachDubbedSource([level](DubbedSource &source) { source.setDuckingLevel(level); });
+	saveConfig();
+}
+
+void TalvoraPlugin::setTtsVolume(float volume)
+{
+	settings.ttsVolume = volume;
+	forEachDubbedSource([volume](DubbedSource &source) { source.setTtsLevel(volume); });
+	saveConfig();
+}
+
+void TalvoraPlugin::setMuteOriginal(bool mute)
+{
+	settings.muteOriginal = mute;
+	forEachDubbedSource([mute](DubbedSource &source) { source.setMuteOriginal(mute); });
+	saveConfig();
+}
+
+void TalvoraPlugin::setAudioSource(const QString &name)
+{
+	if (name == settings.audioSource) {
+		return;
+	}
+	settings.audioSource = name;
+	saveConfig();
+	attachAudioCapture();
+}
+
+// Audio capture
+
+void TalvoraPlugin::attachAudioCapture()
+{
+	detachAudioCapture();
+	if (settings.audioSource.isEmpty()) {
+		return;
+	}
+
+	const QByteArray name = settings.audioSource.toUtf8();
+	const OBSSourceAutoRelease source = obs_get_source_by_name(name);
+	if (!source) {
+		talvora_log(LOG_WARNING, "Talvora: audio source '%s' not found", name.constData());
+		return;
+	}
+	if (!isCapturable(source)) {
+		talvora_log(LOG_WARNING,
+			    "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
+			    name.constData(), obs_source_get_id(source));
+		return;
+	}
+
+	{
+		// A source that is just being destroyed may still be inside the callback; OBS can no longer be asked to
+		// take the callback off it. Behind this lock it is done.
+		const std::unique_lock guard(dubbedMutex);
+		captureConverter.reset();
+		captureSampleRate = kExpectedSampleRate;
+		captureChannels = 2;
+		obs_audio_info info;
+		if (obs_get_audio_info(&info)) {
+			captureSampleRate = info.samples_per_sec;
+		}
+		capturedSource = source;
+	}
+	obs_source_add_audio_capture_callback(source, audioCaptureCallback, this);
+	audioSourceRef = obs_source_get_weak_source(source);
+	talvora_log(LOG_INFO, "Talvora: attached audio capture to source '%s'", name.constData());
+}
+
+void TalvoraPlugin::detachAudioCapture()
+{
+	if (!audioSourceRef) {
+		return;
+	}
+	const OBSSourceAutoRelease source = obs_weak_source_get_source(audioSourceRef);
+	capturedSource = nullptr;
+	if (source) {
+		obs_source_remove_audio_capture_callback(source, audioCaptureCallback, this);
+		talvora_log(LOG_INFO, "Talvora: detached audio capture from '%s'", obs_source_get_name(source));
+	} else {
+		talvora_log(LOG_INFO, "Talvora: audio source '%s' was already destroyed, skipping detach",
+			    settings.audioSource.toUtf8().constData());
+	}
+	obs_weak_source_release(std::exchange(audioSourceRef, nullptr));
+}
+
+void TalvoraPlugin::audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted)
+{
+	auto *plugin = static_cast<TalvoraPlugin *>(param);
+	if (plugin->shuttingDown || !audio || audio->frames == 0 || muted || !audio->data[0]) {
+		return;
+	}
+	plugin->captureChunk(source, *audio);
+}
+
+void TalvoraPlugin::captureChunk(obs_source_t *source, const audio_data &audio)
+{
+	const std::shared_lock guard(dubbedMutex);
+	if (shuttingDown || source != capturedSource) {
+		return;
+	}
+
+	const auto *left = reinterpret_cast<const float *>(audio.data[0]);
+	const auto *right = audio.data[1] ? reinterpret_cast<const float *>(audio.data[1]) : left;
+	captureChannels.store(audio.data[1] ? 2 : 1, std::memory_order_relaxed);
+
+	const uint32_t rate = captureSampleRate.load(std::memory_order_relaxed);
+	const auto feedDubbedSources = [&] {
+		for (auto &[code, dubbed] : dubbedSources) {
+			dubbed->pushOriginalAudio(left, right, audio.frames, rate, audio.timestamp);
+		}
+	};
+
+	if (rate != kExpectedSampleRate) {
+		static std::atomic_flag warned;
+		if (!warned.test_and_set(std::memory_order_relaxed)) {
+			talvora_log(LOG_WARNING,
+				    "Talvora: audio sample rate is %u Hz (expected 48000). Downsampling will produce "
+				    "incorrect output. Change OBS audio settings to 48 kHz.",
+				    rate);
+		}
+		feedDubbedSources();
+		return;
+	}
+
+	const std::span<const int16_t> speech = captureConverter.convert(left, right, audio.frames);
+	feedDubbedSources();
+	WSClient *client = wsClient.load(std::memory_order_acquire);
+	if (!speech.empty() && client) {
+		client->enqueueAudio(speech.data(), speech.size());
+	}
+}

@@ -1,0 +1,85 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tts-assembler.h"
+
+#include <QLatin1String>
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr qsizetype kMinTagLength = 2;
+constexpr qsizetype kMaxTagLength = 10;
+
+bool isTagCharacter(char c)
+{
+	return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-';
+}
+
+/** The language code of the tag at `pos`; empty when there is none. */
+QLatin1String tagAt(QByteArrayView frame, qsizetype pos)
+{
+	if (pos + 2 >= frame.size()) {
+		return {};
+	}
+	const qsizetype length = static_cast<unsigned char>(frame[pos]);
+	if (length < kMinTagLength || length > kMaxTagLength || pos + 1 + length > frame.size()) {
+		return {};
+	}
+	const QByteArrayView code = frame.sliced(pos + 1, length);
+	return std::all_of(code.begin(), code.end(), isTagCharacter) ? QLatin1String(code) : QLatin1String();
+}
+
+/** The open clip whose tag is at `pos`. */
+PendingTtsClips::iterator clipAt(QByteArrayView frame, qsizetype pos, PendingTtsClips &clips)
+{
+	const QLatin1String code = tagAt(frame, pos);
+	return code.isEmpty() ? clips.end() : clips.find(code);
+}
+
+} // namespace
+
+void openTtsClip(PendingTtsClips &clips, const QString &language, int clipId, int sampleRate)
+{
+	PendingTtsClip &clip = clips[language];
+	if (clip.clipId != clipId) {
+		clip = PendingTtsClip{clipId, sampleRate, {}};
+	}
+}
+
+QList<TtsSegment> splitTtsFrame(QByteArrayView frame, PendingTtsClips &clips)
+{
+	QList<TtsSegment> segments;
+	if (clips.empty() || frame.isEmpty()) {
+		return segments;
+	}
+
+	qsizetype pos = 0;
+	auto clip = clipAt(frame, pos, clips);
+	while (clip != clips.end()) {
+		const qsizetype start = pos + 1 + clip->first.size();
+		qsizetype end = start;
+		auto next = clips.end();
+		while (end < frame.size() && (next = clipAt(frame, end, clips)) == clips.end()) {
+			++end;
+		}
+		segments.append({clip, frame.sliced(start, end - start)});
+		pos = end;
+		clip = next;
+	}
+
+	if (segments.isEmpty() && clips.size() == 1) {
+		segments.append({clips.begin(), frame});
+	}
+	return segments;
+}
+
+QByteArray takeWholeSamples(PendingTtsClip &clip)
+{
+	if (clip.pcm.size() % 2 == 0) {
+		return std::exchange(clip.pcm, {});
+	}
+	const QByteArray oddByte = clip.pcm.last(1);
+	clip.pcm.chop(1);
+	return std::exchange(clip.pcm, oddByte);
+}

@@ -1,0 +1,58 @@
+"""What the tests in a real OBS share. Each test has its own OBS, home folder and (where it asks) service."""
+
+import re
+import shutil
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
+
+from lab.obs import Obs  # noqa: E402
+from lab.paths import OUT, SUITE  # noqa: E402
+from lab.service import LocalService  # noqa: E402
+
+
+@pytest.fixture
+def artefacts(request):
+	"""The folder a test leaves its logs, pictures and recordings in; emptied before the test."""
+	folder = OUT / "tests" / SUITE / re.sub(r"[^A-Za-z0-9_.-]+", "-", request.node.name)
+	shutil.rmtree(folder, ignore_errors=True)
+	folder.mkdir(parents=True)
+	return folder
+
+
+@pytest.fixture
+def make_obs(artefacts):
+	"""Makes an Obs (a context, not yet started) whose log is kept in the test's artefacts."""
+	made = []
+
+	def make(**options):
+		obs = Obs(**options)
+		made.append(obs)
+		return obs
+
+	yield make
+	for number, obs in enumerate(made, 1):
+		(artefacts / f"obs-{number}.log").write_text(obs.log, encoding="utf-8")
+		(artefacts / f"console-{number}.log").write_text(obs.console, encoding="utf-8")
+
+
+@pytest.fixture
+def make_service(artefacts):
+	"""Makes a LocalService (a context, not yet started) that writes into the test's artefacts."""
+
+	def make(script=None, name="service", **options):
+		return LocalService(script=script, folder=artefacts / name, **options)
+
+	return make
+
+
+@pytest.fixture(scope="session")
+def usual_complaints():
+	"""What this OBS complains about by itself, without the module."""
+	with Obs(plugin=False, browser=False) as obs:
+		obs.request("GetVersion")
+	assert obs.exit_status == 0, "OBS without the module does not exit cleanly"
+	return obs.complaints()

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "obs-fixture.h"
+
+#include <QtGlobal>
+
+#include <obs.h>
+#include <util/bmem.h>
+
+ObsFixture::ObsFixture(uint32_t samplesPerSec) : allocationsBefore(bnum_allocs())
+{
+	if (!obs_startup("en-US", nullptr, nullptr)) {
+		qFatal("libobs did not start");
+	}
+	obs_audio_info audio{};
+	audio.samples_per_sec = samplesPerSec;
+	audio.speakers = SPEAKERS_STEREO;
+	if (!obs_reset_audio(&audio)) {
+		qFatal("libobs did not start its audio");
+	}
+}
+
+ObsFixture::~ObsFixture()
+{
+	obs_shutdown();
+	const long leaked = bnum_allocs() - allocationsBefore;
+	if (leaked != 0) {
+		qFatal("%ld allocations of OBS's were leaked", leaked);
+	}
+}

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <cstdint>
+
+/** A libobs without a display: sources and 48 kHz stereo audio. Its end is fatal when something of OBS's was leaked. */
+class ObsFixture {
+public:
+	explicit ObsFixture(uint32_t samplesPerSec = 48000);
+	~ObsFixture();
+
+	ObsFixture(const ObsFixture &) = delete;
+	ObsFixture &operator=(const ObsFixture &) = delete;
+
+private:
+	/** Allocations of OBS's that were there before. */
+	long allocationsBefore;
+};
