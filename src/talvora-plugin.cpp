@@ -80,6 +80,8 @@ void TalvoraPlugin::initialize()
 	createDock();
 	QTimer::singleShot(0, this, &TalvoraPlugin::attachAudioCapture);
 	updateDubbedSources();
+	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
+	updateCaptionSources();
 
 	if (settings.autoConnect && !settings.apiKey.isEmpty() && !settings.languageTargets.isEmpty()) {
 		talvora_log(LOG_INFO, "Talvora: auto-connecting (autoConnect=true)");
