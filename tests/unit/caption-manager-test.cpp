@@ -29,9 +29,6 @@ bool browserCreationFails = false;
 /** The JSON of all settings sent to sources since it was emptied. */
 QStringList sentSettings;
 
-const QMap<QString, QString> names = {{"es", "Spanish"}, {"de", "German"}};
-const QString spanish = QString::fromUtf8("Talvora Captions — Spanish");
-
 template <typename Function> Function inLibobs(const char *name)
 {
 	return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
@@ -199,6 +196,8 @@ private:
 	QStringList waiting();
 	void makeSpanish();
 
+	const QMap<QString, QString> names = {{"es", "Spanish"}, {"de", "German"}};
+	const QString spanish = QString::fromUtf8("Talvora Captions — Spanish");
 	std::unique_ptr<QTemporaryDir> temporary;
 	std::unique_ptr<ObsFixture> obs;
 	std::unique_ptr<LogCapture> log;
@@ -251,7 +250,7 @@ void CaptionManagerTest::cleanup()
 	scene.reset();
 	log.reset();
 	// OBS takes a scene apart on a thread of its own.
-	QVERIFY2(QTest::qWaitFor([] { return !find(spanish); }), "a reference to the caption source is left");
+	QVERIFY2(QTest::qWaitFor([this] { return !find(spanish); }), "a reference to the caption source is left");
 }
 
 void CaptionManagerTest::cleanupTestCase()
