@@ -66,6 +66,7 @@ void Connection::close(QWebSocketProtocol::CloseCode code, const QString &reason
 
 void Connection::drop()
 {
+	m_socket->flush();
 	m_socket->abort();
 }
 

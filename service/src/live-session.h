@@ -21,7 +21,7 @@
 struct SessionSettings {
 	QString key;                    ///< the credential that is accepted
 	int maxTargetLanguages = 0;     ///< below 1: no limit
-	int authTimeoutMs = 10000;      ///< a client that says nothing for so long is closed
+	int authTimeoutMs = 10000;      ///< a client is given so long for each of handshake and "auth"
 	std::function<int()> nextClipId; ///< ids from 1 up, never repeated
 };
 

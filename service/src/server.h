@@ -21,7 +21,7 @@ class Server : public QObject {
 
 public:
 	static constexpr quint16 kDefaultPort = 3002;
-	/// Connections at a time; further ones are closed at once with "try again later".
+	/// Connections at a time; further ones are closed at once.
 	static constexpr int kMostConnections = 16;
 
 	struct Settings {
