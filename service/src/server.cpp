@@ -13,12 +13,8 @@ const QString kPath = QStringLiteral("/ws/audio-pipeline");
 
 Server::Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events,
 	       Recorder &recorder, QObject *parent)
-	: QObject(parent),
-	  m_listener(QStringLiteral("talvora-local-service"), QWebSocketServer::SecureMode),
-	  m_settings(std::move(settings)),
-	  m_engines(engines),
-	  m_events(events),
-	  m_recorder(recorder)
+	: QObject(parent), m_listener(QStringLiteral("talvora-local-service"), QWebSocketServer::SecureMode),
+	  m_settings(std::move(settings)), m_engines(engines), m_events(events), m_recorder(recorder)
 {
 	m_settings.session.nextClipId = [this] { return ++m_lastClipId; };
 	m_listener.setSslConfiguration(tls);

@@ -25,13 +25,13 @@ public:
 	static constexpr int kMostConnections = 16;
 
 	struct Settings {
-		SessionSettings session; ///< `nextClipId` is the server's
+		SessionSettings session;              ///< `nextClipId` is the server's
 		std::optional<script::Script> script; ///< played instead of live sessions
 	};
 
 	/// `engines`, `events` and `recorder` outlive the server. `engines` may be null when there is a script.
-	Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events, Recorder &recorder,
-	       QObject *parent = nullptr);
+	Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events,
+	       Recorder &recorder, QObject *parent = nullptr);
 	~Server() override;
 
 	/// Listens on 127.0.0.1; port 0 takes a free one. False when the port is taken: see `errorString`.

@@ -29,8 +29,7 @@ class ProgramTest : public QObject {
 							  arguments);
 		const bool said = QTest::qWaitFor([this] { return m_program->canReadLine(); }, 20000);
 		QVERIFY2(said, m_program->readAllStandardError().constData());
-		static const QRegularExpression form(
-			R"(^listening on (wss://localhost:\d+/ws/audio-pipeline)\n$)");
+		static const QRegularExpression form(R"(^listening on (wss://localhost:\d+/ws/audio-pipeline)\n$)");
 		const QRegularExpressionMatch match = form.match(QString::fromUtf8(m_program->readLine()));
 		QVERIFY2(match.hasMatch(), "the first line is not the ready line");
 		m_url = match.captured(1);
@@ -86,9 +85,9 @@ private slots:
 		const auto [text, status] = run({"--help"});
 		QCOMPARE(status, 0);
 		for (const char *word :
-		     {"--port", "--certificate", "--private-key", "--key", "--max-target-languages", "--script", "--record",
-		      "--events", "expect", "after_ms", "after_audio_bytes", "send_tts", "send_binary_hex", "refuse_auth",
-		      "drop", "close", "connections"}) {
+		     {"--port", "--certificate", "--private-key", "--key", "--max-target-languages", "--script",
+		      "--record", "--events", "expect", "after_ms", "after_audio_bytes", "send_tts", "send_binary_hex",
+		      "refuse_auth", "drop", "close", "connections"}) {
 			QVERIFY2(text.contains(word), word);
 		}
 	}
@@ -109,16 +108,17 @@ private slots:
 		QTest::newRow("no key file")
 			<< QStringList{"--certificate", certificate, "--private-key", "/no.pem"} << "/no.pem" << 1;
 		QTest::newRow("no key in the file")
-			<< QStringList{"--certificate", certificate, "--private-key", certificate} << "no private key" << 1;
+			<< QStringList{"--certificate", certificate, "--private-key", certificate} << "no private key"
+			<< 1;
 		QTest::newRow("no script")
 			<< QStringList{"--certificate", certificate, "--private-key", key, "--script", "/no.json"}
 			<< "/no.json" << 1;
-		QTest::newRow("record file") << QStringList{"--certificate", certificate, "--private-key", key, "--record",
-							    "/no/record"}
-					     << "/no/record" << 1;
-		QTest::newRow("events file") << QStringList{"--certificate", certificate, "--private-key", key, "--events",
-							    "/no/events"}
-					     << "/no/events" << 1;
+		QTest::newRow("record file")
+			<< QStringList{"--certificate", certificate, "--private-key", key, "--record", "/no/record"}
+			<< "/no/record" << 1;
+		QTest::newRow("events file")
+			<< QStringList{"--certificate", certificate, "--private-key", key, "--events", "/no/events"}
+			<< "/no/events" << 1;
 	}
 
 	void faultsOfTheCommandLineAreNamed()

@@ -41,8 +41,8 @@ private slots:
 	void connectionsHaveTheirOwnStepsAndTheLastRepeats()
 	{
 		QString error;
-		const auto script = Script::parse(R"({"connections":[[{"drop":true}], [{"expect":"auth"}, {"close":true}]]})",
-						  ".", &error);
+		const auto script = Script::parse(
+			R"({"connections":[[{"drop":true}], [{"expect":"auth"}, {"close":true}]]})", ".", &error);
 		QVERIFY2(script, qPrintable(error));
 		QCOMPARE(script->forConnection(1).size(), 1);
 		QCOMPARE(script->forConnection(2).size(), 2);
@@ -91,9 +91,12 @@ private slots:
 		QTest::newRow("wrong value") << QByteArray(R"([{"after_ms":"soon"}])") << "after_ms";
 		QTest::newRow("two members") << QByteArray(R"([{"after_ms":1,"drop":true}])") << "exactly one";
 		QTest::newRow("no language") << QByteArray(R"([{"send_tts":{}}])") << "language";
-		QTest::newRow("odd frames") << QByteArray(R"([{"send_tts":{"language":"es","frame_bytes":3}}])") << "even";
-		QTest::newRow("missing file") << QByteArray(R"([{"send_tts":{"language":"es","pcm":"no.pcm"}}])") << "no.pcm";
-		QTest::newRow("second connection") << QByteArray(R"({"connections":[[],[{"x":1}]]})") << "connection 2, step 1";
+		QTest::newRow("odd frames")
+			<< QByteArray(R"([{"send_tts":{"language":"es","frame_bytes":3}}])") << "even";
+		QTest::newRow("missing file")
+			<< QByteArray(R"([{"send_tts":{"language":"es","pcm":"no.pcm"}}])") << "no.pcm";
+		QTest::newRow("second connection")
+			<< QByteArray(R"({"connections":[[],[{"x":1}]]})") << "connection 2, step 1";
 	}
 
 	void faultsAreNamed()

@@ -141,7 +141,8 @@ class SessionTest : public QObject {
 	void verifyServing()
 	{
 		TestClient other = client();
-		QVERIFY2(other.start(m_server->url(), {wants("es", false, true)}), "the service does not answer any more");
+		QVERIFY2(other.start(m_server->url(), {wants("es", false, true)}),
+			 "the service does not answer any more");
 		other.sendAudio(kUtterance);
 		QVERIFY2(other.waitFor("caption", "es"), "the service does not hear any more");
 	}
@@ -179,7 +180,7 @@ private slots:
 	void anotherPathIsRefused()
 	{
 		TestClient c = client();
-		c.connectTo(m_server->url().replace("/ws/audio-pipeline", "/ws/other"));
+		c.socket.open(QUrl(m_server->url().replace("/ws/audio-pipeline", "/ws/other")));
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
 		QVERIFY(c.received.isEmpty());
@@ -193,8 +194,8 @@ private slots:
 		QVERIFY(c.waitFor("tts_end", "es"));
 		QStringList order = c.order();
 		order.removeAll("binary:es");
-		QCOMPARE(order, (QStringList{"auth_ok", "transcript_interim", "transcript_final", "caption:es", "tts_start:es",
-					     "tts_end:es"}));
+		QCOMPARE(order, (QStringList{"auth_ok", "transcript_interim", "transcript_final", "caption:es",
+					     "tts_start:es", "tts_end:es"}));
 		QCOMPARE(c.all("transcript_interim").first().value("text").toString(), "I am");
 		QCOMPARE(c.all("transcript_final").first().value("text").toString(), "I am here.");
 		const QJsonObject caption = c.all("caption").first();
@@ -223,7 +224,8 @@ private slots:
 	void captionsAndDubsGoToTheLanguagesThatAskedForThem()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("en", true, true), wants("es", false, true), wants("fr", true, false)}));
+		QVERIFY(c.start(m_server->url(),
+				{wants("en", true, true), wants("es", false, true), wants("fr", true, false)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("tts_end", "fr"));
 		QVERIFY(c.waitFor("caption", "es"));
@@ -292,7 +294,8 @@ private slots:
 		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}, "translated", "fr"));
 		QVERIFY(c.waitFor("transcript_interim"));
 		QCOMPARE(c.all("transcript_interim").first().value("text").toString(),
-			 "Only English can be recognised here: while the spoken language is set to French, there will be no "
+			 "Only English can be recognised here: while the spoken language is set to French, there will "
+			 "be no "
 			 "captions and no dubbing.");
 		c.sendAudio(kUtterance);
 		c.send({{"type", "stop"}});
@@ -368,7 +371,8 @@ private slots:
 		c.send({{"type", "stop"}});
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.order(), QStringList{"session_ended"});
-		QCOMPARE(c.all("session_ended").first().value("usage").toObject().value("captionMinutes").toDouble(-1), 0.0);
+		QCOMPARE(c.all("session_ended").first().value("usage").toObject().value("captionMinutes").toDouble(-1),
+			 0.0);
 	}
 
 	void anUtteranceWithoutWordsIsNotAnswered()
@@ -416,7 +420,8 @@ private slots:
 		QTest::newRow("other letter case") << R"({"type":"STOP"})";
 		QTest::newRow("second auth") << R"({"type":"auth","apiKey":"wrong"})";
 		QTest::newRow("config without members") << R"({"type":"config_update"})";
-		QTest::newRow("config of other kinds") << R"({"type":"config_update","targetLanguages":"es","captionMode":[]})";
+		QTest::newRow("config of other kinds")
+			<< R"({"type":"config_update","targetLanguages":"es","captionMode":[]})";
 		QTest::newRow("deep nesting") << QString(2000, '[');
 		QTest::newRow("not Unicode text") << QString(QChar(0xd800)) + "{}";
 	}
@@ -474,7 +479,8 @@ private slots:
 		for (int i = 0; i < 100; ++i) {
 			c.socket.sendBinaryMessage(frame);
 		}
-		QVERIFY(QTest::qWaitFor([&] { return c.socket.bytesToWrite() == 0 || c.ended; }, TestClient::kTimeoutMs));
+		QVERIFY(QTest::qWaitFor([&] { return c.socket.bytesToWrite() == 0 || c.ended; },
+					TestClient::kTimeoutMs));
 		verifyServing();
 	}
 
@@ -543,7 +549,7 @@ private slots:
 			QVERIFY(clients.back()->start(m_server->url(), {}));
 		}
 		TestClient c = client();
-		c.connectTo(m_server->url());
+		c.socket.open(QUrl(m_server->url()));
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
 		QVERIFY(c.received.isEmpty());
@@ -590,12 +596,13 @@ private slots:
 		for (const QJsonObject &line : lines("events")) {
 			names.append(line.value("event").toString());
 			QCOMPARE(line.value("connection").toInt(), 1);
-			QVERIFY2(line.value("mono_ms").toInteger() >= last, "events are not in the order of their times");
+			QVERIFY2(line.value("mono_ms").toInteger() >= last,
+				 "events are not in the order of their times");
 			last = line.value("mono_ms").toInteger();
 			QVERIFY(QDateTime::fromString(line.value("wall").toString(), Qt::ISODateWithMs).isValid());
 		}
-		QCOMPARE(names, (QStringList{"connected", "auth_ok", "utterance_start", "utterance_end", "final", "caption",
-					     "tts_start", "tts_end"}));
+		QCOMPARE(names, (QStringList{"connected", "auth_ok", "utterance_start", "utterance_end", "final",
+					     "caption", "tts_start", "tts_end"}));
 	}
 
 	void noKeyIsWrittenToTheEvents()

@@ -68,7 +68,8 @@ private slots:
 
 	void targetsAreReadAndNonsenseIsLeftOut()
 	{
-		const QByteArray json = R"([{"code":"es","dubbing":true,"captions":false}, 5, {"code":"e"}, {"code":"es"},
+		const QByteArray json =
+			R"([{"code":"es","dubbing":true,"captions":false}, 5, {"code":"e"}, {"code":"es"},
 			{"code":"fil","captions":true}, {"code":"ab1"}, {"dubbing":true}, {"code":"abcdefghijk"}, null])";
 		const QList<Target> targets = targetsFromJson(QJsonDocument::fromJson(json).array());
 		QCOMPARE(targets.size(), 2);

@@ -40,7 +40,8 @@ public:
 	bool waitFor(const QString &type, const QString &language = {}, int count = 1, int timeoutMs = kTimeoutMs);
 	bool waitForEnd(int timeoutMs = kTimeoutMs);
 	[[nodiscard]] QList<QJsonObject> all(const QString &type, const QString &language = {}) const;
-	/// Types of the text messages and "binary" for frames, in order; with the language behind a colon if there is one.
+	/// Types of the text messages and "binary" for frames, in order; with the language behind a colon if there is
+	/// one.
 	[[nodiscard]] QStringList order() const;
 	/// The audio of a language's frames, tags taken off.
 	[[nodiscard]] QByteArray audio(const QString &language) const;
