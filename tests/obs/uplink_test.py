@@ -22,7 +22,7 @@ def expected_uplink(frames, phase):
 def find(part, whole):
 	"""Where `part` is in `whole`, or None."""
 	at = whole.tobytes().find(part.tobytes())
-	while at % 2 == 1:
+	while at > 0 and at % 2 == 1:
 		at = whole.tobytes().find(part.tobytes(), at + 1)
 	return None if at < 0 else at // 2
 
