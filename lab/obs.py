@@ -384,7 +384,8 @@ class Obs:
 
 	def show_log_tail(self, lines=60):
 		print(f"--- the last {lines} lines of OBS's log ---")
-		print("\n".join((self.log or self.console).splitlines()[-lines:]))
+		# The profiler's table at the end tells nothing about a failure.
+		print("\n".join((self.log.split("== Profiler Results")[0] or self.console).splitlines()[-lines:]))
 		print("---", flush=True)
 
 	# What it does
