@@ -17,6 +17,7 @@ import socket
 import subprocess
 import tempfile
 import time
+from dataclasses import dataclass, field
 from pathlib import Path
 
 from lab.paths import BUILD, CHECKOUT
@@ -71,11 +72,37 @@ def _write(path, text):
 	path.write_text(text, encoding="utf-8")
 
 
+def _track_mask(tracks):
+	return sum(1 << track - 1 for track in tracks)
+
+
 def _last_version():
 	"""The running OBS's own version as its configuration stores it, so that it takes the home for an old friend's."""
 	text = subprocess.run(["obs", "--version"], capture_output=True, text=True, timeout=20, check=True).stdout
 	major, minor, patch = (int(part) for part in re.search(r"(\d+)\.(\d+)\.(\d+)", text).groups())
 	return major << 24 | minor << 16 | patch
+
+
+@dataclass
+class Input:
+	"""A source that is in the scene from the start. `tracks`: the audio tracks it goes to, 1 to 6."""
+
+	name: str
+	kind: str
+	settings: dict = field(default_factory=dict)
+	tracks: tuple = (1,)
+	position: tuple = (0, 0)
+
+	def as_source(self):
+		return {"name": self.name, "id": self.kind, "settings": self.settings, "mixers": _track_mask(self.tracks)}
+
+	def as_item(self, number):
+		return {"name": self.name, "id": number, "visible": True, "pos": {"x": self.position[0], "y": self.position[1]}}
+
+
+def media_file(name, path, looping=False, tracks=(1,)):
+	"""A media source that plays a local file as soon as it is there."""
+	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, tracks)
 
 
 class VirtualDisplay:
@@ -99,8 +126,9 @@ class VirtualDisplay:
 
 
 class Obs:
-	"""OBS with one empty scene called "Scene", the module under test, and a remote control.
+	"""OBS with one scene called "Scene", the module under test, and a remote control.
 
+	inputs: what is in the scene from the start, bottom first; more can be made later.
 	browser: also install the lab's browser source.
 	plugin: install the module under test.
 	talvora_config: what the module's configuration file holds at the start, or None for no file.
@@ -111,12 +139,13 @@ class Obs:
 	verbose: log debug lines too.
 	"""
 
-	def __init__(self, *, browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=30,
+	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=30,
 		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, verbose=False,
 		     build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
+		self._inputs = inputs
 		self._browser = browser
 		self._plugin = plugin
 		self._talvora_config = talvora_config
@@ -161,7 +190,7 @@ class Obs:
 		self._prepare(port)
 		if self._display is None:
 			self._virtual_display = VirtualDisplay((self._canvas[0], self._canvas[1] + 80))
-		command = ["obs", "--multi", "--disable-updater", "--disable-missing-files-check", "--websocket_port", str(port)]
+		command = ["obs", "--multi", "--disable-updater", "--websocket_port", str(port)]
 		if self._verbose:
 			command.append("--verbose")
 		with open(self.home / "console.log", "ab") as console:
@@ -232,6 +261,7 @@ class Obs:
 		if fresh:
 			self._write_settings(config)
 			self._write_profile(config / "basic" / "profiles" / "Untitled")
+			self._write_scene(config / "basic" / "scenes" / "Untitled.json")
 		self.recordings.mkdir(parents=True, exist_ok=True)
 		_write(config / "plugin_config" / "obs-websocket" / "config.json", json.dumps({
 			"alerts_enabled": False, "auth_required": False, "first_load": False, "server_enabled": True,
@@ -274,7 +304,7 @@ class Obs:
 
 	def _write_profile(self, profile):
 		width, height = self._canvas
-		tracks = sum(1 << track - 1 for track in self._tracks)
+		tracks = _track_mask(self._tracks)
 		recorder = {"RecType": "Standard"}
 		if self._lossless_audio:
 			recorder = {
@@ -297,6 +327,14 @@ class Obs:
 			"Audio": {"SampleRate": self._sample_rate, "ChannelSetup": "Stereo"},
 		}))
 		_write(profile / "recordEncoder.json", json.dumps({"preset": "ultrafast", "rate_control": "CRF", "crf": 20}))
+
+	def _write_scene(self, path):
+		items = [one.as_item(number) for number, one in enumerate(self._inputs, 1)]
+		scene = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
+		_write(path, json.dumps({
+			"name": "Untitled", "current_scene": SCENE, "current_program_scene": SCENE, "scene_order": [{"name": SCENE}],
+			"sources": [one.as_source() for one in self._inputs] + [scene],
+		}))
 
 	# What it says
 
@@ -357,11 +395,6 @@ class Obs:
 		"""Makes a source and puts it on top of the scene; returns the scene item's number."""
 		return self.request("CreateInput", sceneName=scene, inputName=name, inputKind=kind, inputSettings=settings or {},
 				    sceneItemEnabled=enabled)["sceneItemId"]
-
-	def play_file(self, name, path, looping=False, **settings):
-		"""A media source that plays a local file from its start."""
-		return self.create_input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping,
-							  **settings})
 
 	def add_to_scene(self, name, scene=SCENE):
 		"""Puts an existing source into a scene; returns the scene item's number."""

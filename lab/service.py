@@ -1,11 +1,14 @@
 """The local translation service, as a process of its own with a certificate that the lab's OBS trusts."""
 
+import json
 import os
 import signal
 import subprocess
 import tempfile
 import threading
 from pathlib import Path
+
+import numpy as np
 
 from lab.obs import wait_until
 from lab.paths import BUILD
@@ -32,13 +35,19 @@ def make_certificate(folder, *names):
 	return certificate, key
 
 
+def _json_lines(path):
+	if not path.exists():
+		return []
+	# The last line may still be being written.
+	return [json.loads(line) for line in path.read_text(encoding="utf-8").splitlines(keepends=True) if line.endswith("\n")]
+
+
 class LocalService:
 	"""The service, listening from the start to the end of the context.
 
-	script: a recorded exchange to play instead of recognising and translating, or None.
-	key: the only key it lets in. certificate: a pair of files instead of a trusted one.
-	`folder` keeps what it writes: `events` (one JSON object a line), `record` (the audio it got, 16 kHz mono s16),
-	`console` (what it printed).
+	script: the steps to play instead of recognising and translating (as the service's --help describes them), or None.
+	key: the only key it lets in. certificate: a pair of files, certificate and key, instead of a trusted one.
+	folder: where it keeps what it writes, or None for a temporary one. Paths in `script` are relative to it.
 	"""
 
 	def __init__(self, *, script=None, key=KEY, port=PORT, certificate=None, folder=None, build=BUILD):
@@ -46,7 +55,7 @@ class LocalService:
 		self.folder = Path(folder or self._temporary.name)
 		self.folder.mkdir(parents=True, exist_ok=True)
 		self.events_path = self.folder / "events.jsonl"
-		self.record_path = self.folder / "uplink.raw"
+		self.record_path = self.folder / "received.jsonl"
 		self.console_path = self.folder / "service.log"
 		self.port = port
 		self._script = script
@@ -77,8 +86,10 @@ class LocalService:
 		certificate, key = self._certificate or make_certificate(self.folder)
 		command = [str(self._program), "--port", str(self.port), "--certificate", str(certificate), "--private-key", str(key),
 			   "--key", self._key, "--events", str(self.events_path), "--record", str(self.record_path)]
-		if self._script:
-			command += ["--script", str(self._script)]
+		if self._script is not None:
+			path = self.folder / "script.json"
+			path.write_text(json.dumps(self._script), encoding="utf-8")
+			command += ["--script", str(path)]
 		self._process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
 						 text=True, errors="replace")
 		self._reader = threading.Thread(target=self._read, daemon=True)
@@ -101,6 +112,25 @@ class LocalService:
 	@property
 	def console(self):
 		return self.console_path.read_text(encoding="utf-8", errors="replace") if self.console_path.exists() else ""
+
+	def events(self, event=None):
+		"""What it did, in order: objects with "event", "mono_ms", "wall" and more; of one event or of all."""
+		return [one for one in _json_lines(self.events_path) if event in (None, one["event"])]
+
+	def received(self, kind=None, connection=None):
+		"""What came in, in order: objects with "kind" ("open", "text", "binary", "close"), "mono_ms" and more."""
+		return [one for one in _json_lines(self.record_path)
+			if kind in (None, one["kind"]) and connection in (None, one["connection"])]
+
+	def texts(self, connection=None):
+		"""The text messages that came in, as they were on the wire."""
+		return [one["text"] for one in self.received("text", connection)]
+
+	def uplink(self, connection=1):
+		"""The audio that came in on a connection: 16-bit samples, 16 kHz, mono."""
+		path = self.record_path.with_name(f"{self.record_path.name}.{connection}.pcm")
+		data = path.read_bytes() if path.exists() else b""
+		return np.frombuffer(data[:len(data) // 2 * 2], "<i2")
 
 	def _read(self):
 		with open(self.console_path, "a", encoding="utf-8") as file:

@@ -73,6 +73,7 @@ public:
 
 private:
 	friend class DubbedSourceTest;
+	friend class TalvoraPluginTest;
 
 	void mix(const float *left, const float *right, size_t frames, size_t voiced, float voiceGain);
 

@@ -10,6 +10,25 @@
 OBS_DECLARE_MODULE()
 OBS_MODULE_USE_DEFAULT_LOCALE(PLUGIN_NAME, "en-US")
 
+static void on_frontend_event(enum obs_frontend_event event, void *);
+
+static bool listening = false;
+
+static void listen_to_frontend()
+{
+	obs_frontend_add_event_callback(on_frontend_event, nullptr);
+	listening = true;
+}
+
+/** At most once: after the exit event OBS has no front-end to ask any more and logs an error for every such call. */
+static void stop_listening_to_frontend()
+{
+	if (listening) {
+		listening = false;
+		obs_frontend_remove_event_callback(on_frontend_event, nullptr);
+	}
+}
+
 static void on_frontend_event(enum obs_frontend_event event, void *)
 {
 	switch (event) {
@@ -19,6 +38,7 @@ static void on_frontend_event(enum obs_frontend_event event, void *)
 		break;
 	case OBS_FRONTEND_EVENT_EXIT:
 		TalvoraPlugin::instance()->shutdown();
+		stop_listening_to_frontend();
 		break;
 	default:
 		break;
@@ -41,13 +61,13 @@ bool obs_module_load(void)
 	TalvoraPlugin::instance();
 	obs_register_source(audio_capture_filter_info());
 	obs_register_source(dubbed_source_info());
-	obs_frontend_add_event_callback(on_frontend_event, nullptr);
+	listen_to_frontend();
 	return true;
 }
 
 void obs_module_unload(void)
 {
-	obs_frontend_remove_event_callback(on_frontend_event, nullptr);
+	stop_listening_to_frontend();
 	TalvoraPlugin::instance()->shutdown();
 	talvora_log(LOG_INFO, "Talvora OBS plugin unloaded");
 }

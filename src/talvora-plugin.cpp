@@ -16,6 +16,7 @@
 #include <QTimer>
 
 #include <obs-frontend-api.h>
+#include <obs.hpp>
 
 #include <cstring>
 #include <mutex>
@@ -79,6 +80,8 @@ void TalvoraPlugin::initialize()
 	createDock();
 	QTimer::singleShot(0, this, &TalvoraPlugin::attachAudioCapture);
 	updateDubbedSources();
+	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
+	updateCaptionSources();
 
 	if (settings.autoConnect && !settings.apiKey.isEmpty() && !settings.languageTargets.isEmpty()) {
 		talvora_log(LOG_INFO, "Talvora: auto-connecting (autoConnect=true)");
@@ -317,10 +320,10 @@ void TalvoraPlugin::onWsError(const QString &msg)
 	Q_EMIT errorOccurred(msg);
 }
 
-void TalvoraPlugin::onAuthSucceeded(const QJsonObject &, const QJsonObject &, int maxTargetLanguages)
+void TalvoraPlugin::onAuthSucceeded(const QJsonObject &, const QJsonObject &, int newMaxTargetLanguages)
 {
-	talvora_log(LOG_INFO, "Talvora: session authenticated — maxTargetLanguages=%d", maxTargetLanguages);
-	setMaxTargetLanguages(maxTargetLanguages);
+	talvora_log(LOG_INFO, "Talvora: session authenticated — maxTargetLanguages=%d", newMaxTargetLanguages);
+	setMaxTargetLanguages(newMaxTargetLanguages);
 }
 
 void TalvoraPlugin::onSessionEnded(double captionMinutes, double dubbedMinutes)

@@ -112,7 +112,7 @@ public:
 public Q_SLOTS:
 	void onWsStateChanged(WsState newState);
 	void onWsError(const QString &msg);
-	void onAuthSucceeded(const QJsonObject &voiceProfile, const QJsonObject &limits, int maxTargetLanguages);
+	void onAuthSucceeded(const QJsonObject &voiceProfile, const QJsonObject &limits, int newMaxTargetLanguages);
 	void onSessionEnded(double captionMinutes, double dubbedMinutes);
 	void onCaptionUpdated(const QString &language, const QString &text, double durationSec, int clipId);
 	void onCaptionCleared(const QString &language);

@@ -88,6 +88,7 @@ private Q_SLOTS:
 
 private:
 	friend class WSClientTest;
+	friend class TalvoraPluginTest;
 
 	void setState(WsState state);
 	void scheduleReconnect();

@@ -217,7 +217,13 @@ void setDefaults(obs_data_t *settings)
 	obs_data_set_default_bool(settings, "reroute_audio", false);
 }
 
-obs_properties_t *properties(void *)
+bool refreshClicked(obs_properties_t *, obs_property_t *, void *data)
+{
+	static_cast<BrowserSource *>(data)->refresh();
+	return false;
+}
+
+obs_properties_t *properties(void *data)
 {
 	obs_properties_t *const list = obs_properties_create();
 	obs_properties_add_bool(list, "is_local_file", "Local file");
@@ -226,11 +232,7 @@ obs_properties_t *properties(void *)
 	obs_properties_add_int(list, "width", "Width", 1, maxSide, 1);
 	obs_properties_add_int(list, "height", "Height", 1, maxSide, 1);
 	obs_properties_add_text(list, "css", "Custom CSS", OBS_TEXT_MULTILINE);
-	obs_properties_add_button(list, "refreshnocache", "Refresh",
-				  [](obs_properties_t *, obs_property_t *, void *data) {
-					  static_cast<BrowserSource *>(data)->refresh();
-					  return false;
-				  });
+	obs_properties_add_button2(list, "refreshnocache", "Refresh", refreshClicked, data);
 	return list;
 }
 

@@ -2,9 +2,9 @@
 #include "devtools-pipe.h"
 
 #include <QDir>
+#include <QFile>
 #include <QStandardPaths>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -14,7 +14,6 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 // glibc's header forgets (up to 2.41) to say that its functions are C.
@@ -63,13 +62,14 @@ static std::vector<QByteArray> browserArguments(const QString &program, const QS
 	return arguments;
 }
 
-/// Our environment, except that temporary files go into the folder that is removed afterwards.
+/// Our environment, except that temporary files go into the folder that is removed afterwards, and that libraries
+/// preloaded into OBS (a sanitizer's, say) stay out of the browser.
 static std::vector<QByteArray> browserEnvironment(const QString &profileDir)
 {
 	std::vector<QByteArray> environment;
 	for (char **variable = environ; *variable; ++variable) {
 		const QByteArray text(*variable);
-		if (!text.startsWith("TMPDIR=")) {
+		if (!text.startsWith("TMPDIR=") && !text.startsWith("LD_PRELOAD=")) {
 			environment.push_back(text);
 		}
 	}
@@ -94,7 +94,8 @@ static std::vector<char *> pointers(std::vector<QByteArray> &strings)
 {
 	setpgid(0, 0);
 	prctl(PR_SET_PDEATHSIG, SIGKILL);
-	if (getppid() != parent) {
+	const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
+	if (getppid() != parent || nowhere < 0) {
 		_exit(EXIT_FAILURE);
 	}
 
@@ -102,7 +103,6 @@ static std::vector<char *> pointers(std::vector<QByteArray> &strings)
 	sigemptyset(&none);
 	sigprocmask(SIG_SETMASK, &none, nullptr);
 
-	const int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);
 	for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
 		dup2(nowhere, standard);
 	}
@@ -235,7 +235,7 @@ std::optional<QByteArray> DevtoolsPipe::receive()
 		searched = incoming.size();
 		return std::nullopt;
 	}
-	const QByteArray message = incoming.left(end);
+	QByteArray message = incoming.left(end);
 	incoming.remove(0, end + 1);
 	searched = 0;
 	return message;

@@ -26,7 +26,7 @@ PageRenderer::~PageRenderer()
 
 void PageRenderer::request(PageRequest request)
 {
-	next = std::move(request);
+	next = std::make_unique<PageRequest>(std::move(request));
 	renderNext();
 }
 
@@ -46,7 +46,7 @@ void PageRenderer::disconnect()
 	if (!next && ++attempts == maxAttempts) {
 		giveUp("the browser ended or did not answer");
 	} else if (!next) {
-		next = std::exchange(current, std::nullopt);
+		next = std::move(current);
 	} else {
 		attempts = 0;
 		current.reset();
@@ -124,7 +124,7 @@ void PageRenderer::renderNext()
 		openTarget();
 		return;
 	}
-	current = std::exchange(next, std::nullopt);
+	current = std::move(next);
 	call("Emulation.setDeviceMetricsOverride",
 	     {{"width", current->width}, {"height", current->height}, {"deviceScaleFactor", 1}, {"mobile", false}},
 	     &PageRenderer::navigate);
@@ -173,10 +173,10 @@ void PageRenderer::deliver(const QJsonObject &result)
 		giveUp("the browser's picture could not be read");
 		return;
 	}
-	const PageRequest done = *std::exchange(current, std::nullopt);
+	const std::unique_ptr<PageRequest> done = std::move(current);
 	answerDue.reset();
 	attempts = 0;
-	onPicture({std::move(*image), done.generation, done.requestedAt});
+	onPicture({std::move(*image), done->generation, done->requestedAt});
 	renderNext();
 }
 
@@ -214,7 +214,7 @@ void PageRenderer::giveUp(const QString &reason)
 {
 	// Before there is a target the request has not been begun yet.
 	if (!current) {
-		current = std::exchange(next, std::nullopt);
+		current = std::move(next);
 	}
 	if (!ready) {
 		forgetTarget();

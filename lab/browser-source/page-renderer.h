@@ -72,8 +72,8 @@ private:
 	bool ready = false;
 	bool pageCrashed = false;
 	std::optional<Clock::time_point> answerDue;
-	std::optional<PageRequest> next;
-	std::optional<PageRequest> current;
+	std::unique_ptr<PageRequest> next;
+	std::unique_ptr<PageRequest> current;
 	int attempts = 0;      ///< browsers that went away under the current request
 	QString awaitedLoader; ///< the navigation whose load is awaited
 	QString loadedLoader;  ///< the navigation that loaded last

@@ -11,6 +11,7 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from lab.obs import Obs  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
+from lab.service import LocalService  # noqa: E402
 
 
 @pytest.fixture
@@ -36,6 +37,16 @@ def make_obs(artefacts):
 	for number, obs in enumerate(made, 1):
 		(artefacts / f"obs-{number}.log").write_text(obs.log, encoding="utf-8")
 		(artefacts / f"console-{number}.log").write_text(obs.console, encoding="utf-8")
+
+
+@pytest.fixture
+def make_service(artefacts):
+	"""Makes a LocalService (a context, not yet started) that writes into the test's artefacts."""
+
+	def make(script=None, name="service", **options):
+		return LocalService(script=script, folder=artefacts / name, **options)
+
+	return make
 
 
 @pytest.fixture(scope="session")

@@ -5,6 +5,7 @@ import wave
 import numpy as np
 
 from lab.media import read_picture, read_track
+from lab.obs import media_file
 
 
 def write_tone(path, seconds):
@@ -25,14 +26,13 @@ def test_obs_without_the_module_exits_cleanly(make_obs):
 
 def test_lossless_recording_keeps_a_tone_on_its_own_track(make_obs, tmp_path):
 	write_tone(tmp_path / "tone.wav", 20)
-	with make_obs(plugin=False, browser=False, tracks=(1, 2), lossless_audio=True) as obs:
-		obs.play_file("Tone", tmp_path / "tone.wav")
-		obs.set_tracks("Tone", 2)
+	tone = media_file("Tone", tmp_path / "tone.wav", tracks=(2,))
+	with make_obs(inputs=[tone], plugin=False, browser=False, tracks=(1, 2), lossless_audio=True) as obs:
 		obs.start_recording()
 		recording = obs.wait_for_recording_length(1.5)
-		silent, tone = read_track(recording, 1), read_track(recording, 2)
+		silent, heard = read_track(recording, 1), read_track(recording, 2)
 	assert not silent.any(), "track 1 has sound although nothing was sent to it"
-	assert abs(np.abs(tone).max() - 20000 / 32768) < 1e-3
+	assert abs(np.abs(heard).max() - 20000 / 32768) < 1e-3
 
 
 def test_picture_shows_on_the_program(make_obs, artefacts):

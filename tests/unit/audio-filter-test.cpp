@@ -48,8 +48,8 @@ void AudioFilterTest::createReadsTheOutputRate()
 {
 	QFETCH(uint32_t, rate);
 	QFETCH(QString, line);
-	const ObsFixture obs(rate);
 	const LogCapture log;
+	const ObsFixture obs(rate);
 	void *filter = audio_capture_filter_info()->create(nullptr, nullptr);
 	QVERIFY(filter);
 	QCOMPARE(log.ownLines(), QStringList{line});
@@ -126,6 +126,7 @@ const obs_source_info *bare_source_info()
 
 void AudioFilterTest::worksAsAFilterOfARealSource()
 {
+	const LogCapture log;
 	const ObsFixture obs;
 	obs_register_source(bare_source_info());
 	obs_register_source(audio_capture_filter_info());

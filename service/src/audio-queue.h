@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <QByteArray>
+#include <QMutex>
+#include <QWaitCondition>
+
+#include <cstdint>
+#include <vector>
+
+/// Audio on its way from the network thread to a decoder. Holds at most a minute; what a client sends beyond that is
+/// dropped, so that memory stays bounded however fast it sends.
+class AudioQueue {
+public:
+	/// Bytes held at most: 60 s.
+	static constexpr qsizetype kCapacity = qsizetype{60} * 16000 * 2;
+
+	/// Adds raw bytes; an odd one waits for its other half. False when it was dropped for lack of room.
+	bool push(const QByteArray &bytes);
+	/// Waits for audio and takes it all; empty once the queue was ended.
+	std::vector<int16_t> take();
+	/// Ends the queue: `take` gives nothing any more.
+	void end();
+
+private:
+	QMutex m_mutex;
+	QWaitCondition m_changed;
+	QByteArray m_bytes;
+	bool m_ended = false;
+};

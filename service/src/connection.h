@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include <QJsonObject>
+#include <QObject>
+#include <QWebSocket>
+
+/// One client's WebSocket, with the limits that keep a careless or hostile client from costing more than itself.
+class Connection : public QObject {
+	Q_OBJECT
+
+public:
+	/// Longest message that is read, bytes.
+	static constexpr quint64 kLongestMessage = 256 * 1024;
+	/// What may wait to be sent to a client that does not read, bytes; beyond it the connection is dropped.
+	static constexpr qint64 kMostUnsent = 16 * 1024 * 1024;
+
+	/// Takes the socket over.
+	Connection(int number, QWebSocket *socket, QObject *parent);
+
+	[[nodiscard]] int number() const { return m_number; }
+	[[nodiscard]] QString path() const;
+	[[nodiscard]] QString userAgent() const;
+
+	void sendJson(const QJsonObject &message);
+	void sendText(const QString &text);
+	void sendBinary(const QByteArray &frame);
+	/// Orderly end with a closing handshake; a client that does not answer it is dropped after 5 s.
+	void close(QWebSocketProtocol::CloseCode code, const QString &reason = {});
+	/// Ends the connection without a closing handshake.
+	void drop();
+
+signals:
+	void textReceived(const QString &text);
+	void binaryReceived(const QByteArray &frame);
+	/// The last signal. The code is the WebSocket close code.
+	void ended(int closeCode);
+
+private:
+	[[nodiscard]] bool isOpen() const { return m_socket->state() == QAbstractSocket::ConnectedState; }
+	void dropWhenFlooded();
+
+	int m_number;
+	QWebSocket *m_socket;
+};

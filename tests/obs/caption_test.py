@@ -1,0 +1,115 @@
+"""Captions from the service in the browser source's settings and in the rendered picture."""
+
+import re
+
+import numpy as np
+
+from lab.media import read_picture
+from lab.obs import media_file, wait_until
+from sessions import AUTHENTICATED, LET_IN, MICROPHONE, SPANISH_CAPTIONS, constant_wav, session_config, target
+
+# Where a caption source is on a canvas of 1280 by 720: 1024 by 240, bottom-centre at (640, 660).
+LEFT, TOP, RIGHT, BOTTOM = 128, 420, 1152, 660
+
+STYLE = {"captionTextColor": "#ffffff00", "captionBgColor": "#ff000080", "captionFont": "DejaVu Sans,40,-1,5,600,0,0,0,0,0"}
+
+
+def caption(text, language="es", duration=8.0, clip_id=0):
+	return {"send": {"type": "caption", "language": language, "text": text, "duration": duration, "clipId": clip_id}}
+
+
+def captioned_obs(make_obs, tmp_path, *targets, **settings):
+	wav = constant_wav(tmp_path / "constant.wav", 60, 8000)
+	config = session_config(*(targets or (target("es", captions=True),)), **STYLE, **settings)
+	return make_obs(inputs=[media_file(MICROPHONE, wav)], talvora_config=config)
+
+
+def css(obs, source=SPANISH_CAPTIONS):
+	return obs.input_settings(source).get("css", "")
+
+
+def shown(obs, times, source=SPANISH_CAPTIONS):
+	"""Waits until the source has drawn a new picture so many times."""
+	obs.wait_for_log(rf"\[talvora-lab-browser\] '{source}': shown after", timeout=20, count=times)
+
+
+def pixels(picture, red, green, blue):
+	"""Where the picture has about this colour: one row of y and x a pixel."""
+	return np.argwhere((np.abs(picture[..., :3].astype(int) - (red, green, blue)) < 40).all(axis=2))
+
+
+def test_caption_appears_in_the_settings_of_its_source(make_obs, make_service, tmp_path):
+	script = [*LET_IN, {"after_audio_bytes": 16000}, caption('Dijo "hola"; fin')]
+	with make_service(script), captioned_obs(make_obs, tmp_path) as obs:
+		wait_until(lambda: "::after" in css(obs), 20, "the caption is in the css")
+		settings = obs.input_settings(SPANISH_CAPTIONS)
+		assert '#caption-text::after { content: "Dijo \\"hola\\"\\; fin"; white-space: pre-wrap; }' in settings["css"]
+		assert settings["is_local_file"] is True
+		assert settings["local_file"].endswith("/talvora_caption_ui_es.html")
+		assert (settings["width"], settings["height"]) == (1024, 240)
+	assert "[talvora-obs] CaptionManager: caption for 'es': \"Dijo \"hola\"; fin\"" in obs.log
+
+
+def test_caption_source_is_placed_at_the_bottom_centre(make_obs, make_service, tmp_path):
+	with make_service(LET_IN), captioned_obs(make_obs, tmp_path) as obs:
+		obs.wait_for_log(rf"CaptionManager: placed '{SPANISH_CAPTIONS}' at bottom-centre \(640, 660\)$")
+		items = obs.request("GetSceneItemList", sceneName="Scene")["sceneItems"]
+		place = next(item for item in items if item["sourceName"] == SPANISH_CAPTIONS)["sceneItemTransform"]
+	assert (place["positionX"], place["positionY"]) == (640, 660)
+	assert place["alignment"] == 8, "the anchor is not bottom-centre"
+
+
+def test_caption_is_drawn_on_the_program_and_goes_away(make_obs, make_service, tmp_path, artefacts):
+	script = [*LET_IN, {"after_audio_bytes": 16000}, caption("HOLA MUNDO", duration=1.0)]
+	with make_service(script), captioned_obs(make_obs, tmp_path) as obs:
+		obs.wait_for_log(r"CaptionManager: caption for 'es'", timeout=20)
+		wait_until(lambda: "::after" in css(obs), 10, "the caption is in the css")
+		drawn = wait_until(lambda: program_with(obs, artefacts / "caption.png", 255, 255, 0), 20, "the text is in the picture")
+		wait_until(lambda: "::after" not in css(obs), 10, "the caption is taken away")
+		wait_until(lambda: not len(program_pixels(obs, artefacts / "after.png", 255, 255, 0)), 20, "the picture is empty again")
+	text, box = pixels(drawn, 255, 255, 0), pixels(drawn, 0, 0, 128)
+	for found, what in ((text, "text"), (box, "box")):
+		(top, left), (bottom, right) = found.min(axis=0), found.max(axis=0)
+		assert LEFT <= left and right < RIGHT and TOP <= top and bottom < BOTTOM, f"the {what} is outside its source"
+		assert abs((left + right) / 2 - 640) < 8, f"the {what} is not centred"
+	assert len(box) > len(text) > 500
+
+
+def program_pixels(obs, path, red, green, blue):
+	obs.program_screenshot(path)
+	return pixels(read_picture(path), red, green, blue)
+
+
+def program_with(obs, path, red, green, blue):
+	"""The program's picture when it has this colour somewhere, else None."""
+	obs.program_screenshot(path)
+	picture = read_picture(path)
+	return picture if len(pixels(picture, red, green, blue)) > 500 else None
+
+
+def test_each_language_has_its_own_caption(make_obs, make_service, tmp_path):
+	script = [*LET_IN, {"after_audio_bytes": 16000}, caption("Hola"), caption("Bonjour", "fr")]
+	targets = target("es", captions=True), target("fr", captions=True), target("de", dubbing=True)
+	french = "Talvora Captions — French"
+	with make_service(script), captioned_obs(make_obs, tmp_path, *targets) as obs:
+		wait_until(lambda: '"Hola"' in css(obs), 20, "the Spanish caption is in its css")
+		wait_until(lambda: '"Bonjour"' in css(obs, french), 20, "the French caption is in its css")
+		assert "Talvora Captions — German" not in obs.inputs(), "a language without captions has a caption source"
+
+
+def test_caption_of_an_unknown_language_is_dropped_and_logged(make_obs, make_service, tmp_path):
+	script = [*LET_IN, {"after_audio_bytes": 16000}, caption("Ciao", "it")]
+	with make_service(script), captioned_obs(make_obs, tmp_path) as obs:
+		obs.wait_for_log(r"\[talvora-obs\] CaptionManager: no state for language 'it' \(have: 1 states\)$", timeout=20)
+		assert "::after" not in css(obs)
+
+
+def test_exit_takes_the_caption_sources_out_of_the_scene(make_obs, make_service, tmp_path):
+	home = tmp_path / "home"
+	wav = constant_wav(tmp_path / "constant.wav", 60, 8000)
+	config = session_config(target("es", captions=True), autoConnect=False)
+	with make_obs(home=home, inputs=[media_file(MICROPHONE, wav)], talvora_config=config) as obs:
+		obs.wait_for_log(r"CaptionManager: placed")
+		assert SPANISH_CAPTIONS in obs.scene_items()
+	assert "Number of memory leaks: 0" in obs.log
+	assert not re.search("Not all sources were cleared", obs.log)

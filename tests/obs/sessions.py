@@ -1,0 +1,50 @@
+"""Pieces that tests with a session are made of."""
+
+import wave
+
+import numpy as np
+
+from lab.service import KEY
+
+MICROPHONE = "Microphone"
+SPANISH_DUB = "Talvora Dub — Spanish"
+SPANISH_CAPTIONS = "Talvora Captions — Spanish"
+
+LET_IN = [{"expect": "auth"}, {"send": {"type": "auth_ok", "maxTargetLanguages": 0}}]
+
+AUTHENTICATED = r"\[talvora-obs\] WSClient: authenticated$"
+
+
+def target(code, dubbing=False, captions=False):
+	return {"code": code, "dubbing": dubbing, "captions": captions}
+
+
+def session_config(*targets, **settings):
+	"""A configuration that connects by itself."""
+	return {"apiKey": KEY, "audioSource": MICROPHONE, "autoConnect": True, "targetLanguages": list(targets), **settings}
+
+
+def write_wav(path, frames):
+	"""Writes 16-bit frames, one row a frame with left and right, as a 48 kHz file."""
+	frames = np.ascontiguousarray(frames, "<i2")
+	with wave.open(str(path), "wb") as file:
+		file.setnchannels(frames.shape[1])
+		file.setsampwidth(2)
+		file.setframerate(48000)
+		file.writeframes(frames.tobytes())
+	return path
+
+
+def constant_wav(path, seconds, value):
+	"""A file in which every sample is `value`: whatever is done to its gain can be read off the result."""
+	return write_wav(path, np.full((round(seconds * 48000), 2), value, np.int16))
+
+
+def noise_wav(path, seconds):
+	"""A file of noise over the whole range, different left and right, so that any piece of it is found in one place only."""
+	chance = np.random.default_rng(20)
+	frames = chance.integers(-32768, 32768, (round(seconds * 48000), 2)).astype(np.int16)
+	# Full scale on both sides, long enough to stay there after averaging.
+	frames[48000:48030] = 32767
+	frames[48030:48060] = -32768
+	return write_wav(path, frames), frames

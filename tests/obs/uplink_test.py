@@ -1,0 +1,122 @@
+"""What reaches the service over a real connection from a real OBS."""
+
+import re
+
+import numpy as np
+
+from lab.obs import media_file, wait_until
+from sessions import AUTHENTICATED, LET_IN, MICROPHONE, noise_wav, session_config, target
+
+RATE = 16000
+
+
+def expected_uplink(frames, phase):
+	"""The captured samples for a file of 16-bit frames, when the first group of three begins at `phase`."""
+	left, right = (frames[phase:, side].astype(np.float32) / np.float32(32768) for side in (0, 1))
+	mono = (left + right) * np.float32(0.5)
+	mono = mono[:len(mono) // 3 * 3].reshape(-1, 3)
+	mean = ((mono[:, 0] + mono[:, 1]) + mono[:, 2]) / np.float32(3)
+	return (np.clip(mean, np.float32(-1), np.float32(1)) * np.float32(32767)).astype(np.int16)
+
+
+def find(part, whole):
+	"""Where `part` is in `whole`, or None."""
+	at = whole.tobytes().find(part.tobytes())
+	while at % 2 == 1:
+		at = whole.tobytes().find(part.tobytes(), at + 1)
+	return None if at < 0 else at // 2
+
+
+def run_session(make_obs, make_service, wav, config, seconds=2.5, **options):
+	"""A session that lasts until so many seconds of audio have come in; returns the service."""
+	service = make_service(LET_IN)
+	with service, make_obs(inputs=[media_file(MICROPHONE, wav)], talvora_config=config, **options) as obs:
+		obs.wait_for_log(AUTHENTICATED)
+		wait_until(lambda: len(service.uplink()) >= seconds * RATE, 20, f"the service has {seconds} s of audio")
+	return service
+
+
+def test_auth_is_the_first_message_and_exact(make_obs, make_service, tmp_path):
+	wav, _ = noise_wav(tmp_path / "noise.wav", 20)
+	config = session_config(target("fr", captions=True), target("es", dubbing=True, captions=True), captionMode="original")
+	service = run_session(make_obs, make_service, wav, config, seconds=0.5)
+	opened = service.received("open")
+	assert [(one["path"], one["user_agent"]) for one in opened] == [("/ws/audio-pipeline", "Talvora-OBS-Plugin/1.0")]
+	first = service.received()[1]
+	assert first["kind"] == "text"
+	assert first["text"] == (
+		'{"apiKey":"tak_live_local","captionMode":"original","sourceLanguage":"en","targetLanguages":['
+		'{"captions":true,"code":"es","dubbing":true},{"captions":true,"code":"fr","dubbing":false}],"type":"auth"}')
+
+
+def test_audio_frames_are_even_and_at_most_320_bytes(make_obs, make_service, tmp_path):
+	wav, _ = noise_wav(tmp_path / "noise.wav", 20)
+	service = run_session(make_obs, make_service, wav, session_config(target("es", captions=True)))
+	sizes = [one["bytes"] for one in service.received("binary")]
+	assert max(sizes) == 320
+	assert min(sizes) >= 2
+	assert not [size for size in sizes if size % 2], "a frame cuts a sample in half"
+	assert sum(sizes) == 2 * len(service.uplink())
+
+
+def test_audio_is_the_source_sample_for_sample(make_obs, make_service, tmp_path):
+	wav, frames = noise_wav(tmp_path / "noise.wav", 20)
+	service = run_session(make_obs, make_service, wav, session_config(target("es", captions=True)))
+	uplink = service.uplink()
+	places = {phase: find(uplink[:64], expected_uplink(frames, phase)) for phase in range(3)}
+	phases = [phase for phase, place in places.items() if place is not None]
+	assert phases, "what came in first is nowhere in the source"
+	phase = phases[0]
+	expected = expected_uplink(frames, phase)[places[phase]:][:len(uplink)]
+	assert len(expected) == len(uplink)
+	wrong = np.flatnonzero(expected != uplink)
+	assert not len(wrong), (f"{len(wrong)} of {len(uplink)} samples differ, the first at {wrong[0]}: "
+				f"{uplink[wrong[0]]} instead of {expected[wrong[0]]}")
+
+
+def test_full_scale_is_32767_on_both_sides(make_obs, make_service, tmp_path):
+	wav, frames = noise_wav(tmp_path / "noise.wav", 1.5)
+	wav_again = media_file(MICROPHONE, wav, looping=True)
+	service = make_service(LET_IN)
+	with service, make_obs(inputs=[wav_again], talvora_config=session_config(target("es", captions=True))) as obs:
+		obs.wait_for_log(AUTHENTICATED)
+		wait_until(lambda: len(service.uplink()) >= 4 * RATE, 20, "the service has 4 s of audio")
+	uplink = service.uplink()
+	assert uplink.max() == 32767
+	assert uplink.min() == -32767
+
+
+def test_muted_source_sends_nothing(make_obs, make_service, tmp_path):
+	wav, _ = noise_wav(tmp_path / "noise.wav", 20)
+	service = make_service(LET_IN)
+	with service, make_obs(inputs=[media_file(MICROPHONE, wav)],
+			       talvora_config=session_config(target("es", captions=True))) as obs:
+		wait_until(lambda: len(service.uplink()) > 0, 20, "the service gets audio")
+		obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=True)
+		frozen = wait_until(lambda: quiet_for(service, 0.5), 10, "the audio stops")
+		obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=False)
+		wait_until(lambda: len(service.uplink()) > frozen, 10, "the audio goes on")
+
+
+def quiet_for(service, seconds):
+	"""How many samples had come in when none came for so long; 0 while they come."""
+	import time
+
+	before = len(service.uplink())
+	time.sleep(seconds)
+	return before if len(service.uplink()) == before else 0
+
+
+def test_rate_other_than_48_khz_warns_once_and_sends_nothing(make_obs, make_service, tmp_path):
+	wav, _ = noise_wav(tmp_path / "noise.wav", 20)
+	warning = ("[talvora-obs] Talvora: audio sample rate is 44100 Hz (expected 48000). Downsampling will produce incorrect "
+		   "output. Change OBS audio settings to 48 kHz.")
+	service = make_service(LET_IN)
+	with service, make_obs(inputs=[media_file(MICROPHONE, wav)], sample_rate=44100,
+			       talvora_config=session_config(target("es", captions=True))) as obs:
+		obs.wait_for_log(AUTHENTICATED)
+		obs.wait_for_log(re.escape(warning))
+		obs.start_recording()
+		obs.wait_for_recording_length(1)
+	assert obs.log.count(warning) == 1
+	assert len(service.uplink()) == 0

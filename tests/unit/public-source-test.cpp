@@ -1,0 +1,204 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "public-source.h"
+
+#include "obs-fixture.h"
+
+#include <QTest>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+
+class PublicSourceTest : public QObject {
+	Q_OBJECT
+
+private Q_SLOTS:
+	void initTestCase();
+	void cleanupTestCase();
+	void holdsTheReferenceUntilReleased();
+	void letsGoWhenObsRemovesTheSource();
+	void letsGoAtOnceOfASourceThatIsRemovedAlready();
+	void adoptingAnotherReleasesTheFirst();
+	void removalOfAnEarlierSourceLeavesTheNextOne();
+	void forgettingLeavesTheReferenceUnreleased();
+	void destructionReleases();
+	void getRefGivesAReferenceOfItsOwn();
+	void removalOnAnotherThreadMeetsReleaseSafely();
+
+private:
+	std::optional<ObsFixture> obs;
+};
+
+static const obs_source_info *inputInfo()
+{
+	static const obs_source_info info = [] {
+		obs_source_info made{};
+		made.id = "test_input";
+		made.type = OBS_SOURCE_TYPE_INPUT;
+		made.output_flags = OBS_SOURCE_AUDIO;
+		made.get_name = [](void *) {
+			return "Test input";
+		};
+		made.create = [](obs_data_t *, obs_source_t *source) -> void * {
+			return source;
+		};
+		made.destroy = [](void *) {
+		};
+		return made;
+	}();
+	return &info;
+}
+
+/** A public source, and a weak reference to see how long it lives. */
+struct Made {
+	obs_source_t *source = obs_source_create("test_input", "input", nullptr, nullptr);
+	obs_weak_source_t *weak = obs_source_get_weak_source(source);
+
+	~Made() { obs_weak_source_release(weak); }
+	bool alive() const { return !obs_weak_source_expired(weak); }
+};
+
+void PublicSourceTest::initTestCase()
+{
+	obs.emplace();
+	obs_register_source(inputInfo());
+}
+
+void PublicSourceTest::cleanupTestCase()
+{
+	obs.reset();
+}
+
+void PublicSourceTest::holdsTheReferenceUntilReleased()
+{
+	std::mutex lock;
+	PublicSource held(lock);
+	QCOMPARE(held.get(), nullptr);
+	const Made made;
+	held.adopt(made.source);
+	QCOMPARE(held.get(), made.source);
+	QVERIFY(made.alive());
+	held.release();
+	QCOMPARE(held.get(), nullptr);
+	QVERIFY(!made.alive());
+}
+
+void PublicSourceTest::letsGoWhenObsRemovesTheSource()
+{
+	std::mutex lock;
+	PublicSource held(lock);
+	const Made made;
+	held.adopt(made.source);
+	obs_source_remove(made.source);
+	QCOMPARE(held.get(), nullptr);
+	QVERIFY(!made.alive());
+}
+
+void PublicSourceTest::letsGoAtOnceOfASourceThatIsRemovedAlready()
+{
+	std::mutex lock;
+	PublicSource held(lock);
+	const Made made;
+	obs_source_remove(made.source);
+	held.adopt(made.source);
+	QCOMPARE(held.get(), nullptr);
+	QVERIFY(!made.alive());
+}
+
+void PublicSourceTest::adoptingAnotherReleasesTheFirst()
+{
+	std::mutex lock;
+	PublicSource held(lock);
+	const Made first;
+	const Made second;
+	held.adopt(first.source);
+	held.adopt(second.source);
+	QVERIFY(!first.alive());
+	QCOMPARE(held.get(), second.source);
+	QVERIFY(second.alive());
+}
+
+void PublicSourceTest::removalOfAnEarlierSourceLeavesTheNextOne()
+{
+	std::mutex lock;
+	PublicSource held(lock);
+	const Made first;
+	const Made second;
+	obs_source_t *kept = obs_source_get_ref(first.source);
+	held.adopt(first.source);
+	held.adopt(second.source);
+	obs_source_remove(kept);
+	obs_source_release(kept);
+	QCOMPARE(held.get(), second.source);
+}
+
+void PublicSourceTest::forgettingLeavesTheReferenceUnreleased()
+{
+	std::mutex lock;
+	const Made made;
+	{
+		PublicSource held(lock);
+		held.adopt(made.source);
+		held.forget();
+		QCOMPARE(held.get(), nullptr);
+	}
+	QVERIFY(made.alive());
+	obs_source_remove(made.source);
+	obs_source_release(made.source);
+	QVERIFY(!made.alive());
+}
+
+void PublicSourceTest::destructionReleases()
+{
+	std::mutex lock;
+	const Made made;
+	{
+		PublicSource held(lock);
+		held.adopt(made.source);
+	}
+	QVERIFY(!made.alive());
+}
+
+void PublicSourceTest::getRefGivesAReferenceOfItsOwn()
+{
+	std::mutex lock;
+	PublicSource held(lock);
+	QCOMPARE(held.getRef(), nullptr);
+	const Made made;
+	held.adopt(made.source);
+	obs_source_t *own = held.getRef();
+	QCOMPARE(own, made.source);
+	held.release();
+	QVERIFY(made.alive());
+	obs_source_release(own);
+	QVERIFY(!made.alive());
+}
+
+void PublicSourceTest::removalOnAnotherThreadMeetsReleaseSafely()
+{
+	for (int round = 0; round < 500; ++round) {
+		std::mutex lock;
+		const Made made;
+		obs_source_t *remover = obs_source_get_ref(made.source);
+		std::atomic<bool> go = false;
+		std::thread other([&] {
+			while (!go) {
+			}
+			obs_source_remove(remover);
+			obs_source_release(remover);
+		});
+		{
+			PublicSource held(lock);
+			held.adopt(made.source);
+			go = true;
+			if (round % 2 == 0) {
+				held.release();
+			}
+		}
+		other.join();
+		QVERIFY(!made.alive());
+	}
+}
+
+QTEST_MAIN(PublicSourceTest)
+#include "public-source-test.moc"

@@ -1,0 +1,1005 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "talvora-plugin.h"
+
+#include "audio-filter.h"
+#include "caption-manager.h"
+#include "plugin-dock.h"
+#include "ws-client.h"
+
+#include "frontend-stub.h"
+#include "log-capture.h"
+#include "obs-fixture.h"
+#include "test-audio-source.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSemaphore>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+class TalvoraPluginTest : public QObject {
+	Q_OBJECT
+
+private Q_SLOTS:
+	void init();
+	void cleanup();
+
+	// Lifecycle
+	void initialValues();
+	void initializeSaysItsLines();
+	void initializeTwiceBuildsOnce();
+	void clientLivesOnItsOwnThread();
+	void shutdownBeforeInitializeDoesNothing();
+	void shutdownTwiceSaysSoOnce();
+	void shutdownOrderIsSaveThenDisconnectThenDetach();
+	void destructorShutsDown();
+	void noSessionAtStartWithoutKeyOrTarget_data();
+	void noSessionAtStartWithoutKeyOrTarget();
+	void sessionAtStartWhenAutoConnecting();
+	void invisibleDockIsRegisteredAllTheSame();
+	void visibleDockComesOnScreenWithTheNextTurn();
+	void dockVisibilityIsSavedAtShutdown();
+	void attachingWaitsForTheEventLoop();
+	void threadThatHangsIsLeft();
+	void dubbedSourcesAreLeftToObsAtShutdown();
+
+	// Languages
+	void maxTargetLanguagesIsToldOnce();
+	void resettingTheLimitTellsZero();
+	void dubbingOnlyTargetOfTheSourceLanguageGoes();
+	void targetWithCaptionsOfTheSourceLanguageStays();
+	void targetsAreSaved();
+
+	// Configuration file
+	void configFileIsInTheHomeFolder();
+	void missingConfigIsSilent();
+	void unreadableConfigIsReported_data();
+	void unreadableConfigIsReported();
+	void configIsLoadedWithItsLine();
+	void unwritableConfigIsReported();
+	void configIsTheOwnersAlone();
+	void configIsIndentedJson();
+
+	// Sessions
+	void startWithoutKeyTellsTheUserOnce();
+	void startWithoutClientIsAnError();
+	void startSaysItsLines();
+	void stopBeforeInitializeDoesNothing();
+	void stateChangesAreLoggedAndTold();
+	void errorsAreLoggedAndTold();
+	void authenticationSetsTheLimit();
+	void endOfSessionIsLogged();
+	void interimTranscriptsAreTold();
+	void limitsAreForwarded();
+	void captionsGoToTheCaptionManager();
+	void speechOfAnUnknownLanguageIsDropped();
+	void oddSpeechPieceLosesItsLastByte();
+
+	// Outputs
+	void noDubOfTheSourceLanguage();
+	void dubsFollowTheSelection();
+	void dubOfTheNewSourceLanguageGoesAtOnce();
+	void settersStoreAndSave_data();
+	void settersStoreAndSave();
+	void sameAudioSourceNeitherSavesNorAttaches();
+	void previewWithoutCaptionLanguageDoesNothing();
+	void previewShowsTheTextInEveryCaptionLanguage();
+
+	// Audio capture
+	void attachAndDetachSayTheirLines();
+	void missingSourceIsReported();
+	void sourcesWithoutCapturableAudioAreRefused_data();
+	void sourcesWithoutCapturableAudioAreRefused();
+	void destroyedSourceIsNoticedAtDetach();
+	void wrongRateIsReportedOncePerProcess();
+	void mutedEmptyAndLateChunksDoNothing();
+	void dubbedSourcesHearTheWholeChunk();
+	void attachingForgetsTheCarry();
+	void staleSourceIsNotHeard();
+
+private:
+	/** A fresh plug-in, its home folder empty. */
+	TalvoraPlugin &make();
+	void writeConfig(const QByteArray &json) const;
+	QJsonObject savedConfig() const;
+	QString configPath() const { return home->filePath(u".config/talvora-obs/config.json"_s); }
+	static void setTargets(TalvoraPlugin &plugin, const LanguageTargets &targets);
+
+	std::optional<ObsFixture> obs;
+	std::optional<QTemporaryDir> home;
+	std::optional<LogCapture> log;
+	TalvoraPlugin *plugin = nullptr;
+};
+
+void TalvoraPluginTest::init()
+{
+	home.emplace();
+	qputenv("HOME", home->path().toUtf8());
+	obs.emplace();
+	obs_register_source(dubbed_source_info());
+	log.emplace();
+}
+
+void TalvoraPluginTest::cleanup()
+{
+	// As OBS does before it says that it exits.
+	obs_enum_sources(
+		[](void *, obs_source_t *source) {
+			obs_source_remove(source);
+			return true;
+		},
+		nullptr);
+	delete plugin;
+	plugin = nullptr;
+	setCurrentScene(nullptr);
+	qDeleteAll(frontendStub().docks);
+	frontendStub().docks.clear();
+	log.reset();
+	obs.reset();
+}
+
+TalvoraPlugin &TalvoraPluginTest::make()
+{
+	delete plugin;
+	plugin = new TalvoraPlugin();
+	return *plugin;
+}
+
+void TalvoraPluginTest::writeConfig(const QByteArray &json) const
+{
+	QDir().mkpath(QFileInfo(configPath()).path());
+	QFile file(configPath());
+	QVERIFY(file.open(QIODevice::WriteOnly));
+	file.write(json);
+}
+
+QJsonObject TalvoraPluginTest::savedConfig() const
+{
+	QFile file(configPath());
+	if (!file.open(QIODevice::ReadOnly)) {
+		return {};
+	}
+	return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+void TalvoraPluginTest::setTargets(TalvoraPlugin &changed, const LanguageTargets &targets)
+{
+	changed.settings.languageTargets = targets;
+}
+
+// Lifecycle
+
+void TalvoraPluginTest::initialValues()
+{
+	const TalvoraPlugin &fresh = make();
+	QCOMPARE(fresh.captureSampleRate.load(), 48000u);
+	QCOMPARE(fresh.captureChannels.load(), 2u);
+	QCOMPARE(fresh.captureConverter.carried(), size_t{0});
+	QCOMPARE(fresh.audioSourceRef, nullptr);
+	QCOMPARE(fresh.wsClient.load(), nullptr);
+	QCOMPARE(fresh.wsThread, nullptr);
+	QVERIFY(fresh.dubbedSources.empty());
+	QCOMPARE(fresh.captionManager, nullptr);
+	QVERIFY(!fresh.dock);
+	QCOMPARE(fresh.maxTargetLanguages, 0);
+	QVERIFY(!fresh.shuttingDown);
+	QVERIFY(!fresh.initialized);
+	QCOMPARE(fresh.parent(), nullptr);
+	QCOMPARE(fresh.wsState(), WsState::Disconnected);
+}
+
+void TalvoraPluginTest::initializeSaysItsLines()
+{
+	make().initialize();
+	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora plugin initialized. API key: (not set), Languages: "_s});
+
+	make();
+	writeConfig(R"({"apiKey": "tak_secret", "targetLanguages": [{"code": "fr", "dubbing": false},
+								    {"code": "de", "dubbing": false}]})");
+	log->clear();
+	plugin->initialize();
+	QCOMPARE(log->ownLines(),
+		 (QStringList{u"[talvora-obs] Talvora: config loaded from "_s + configPath(),
+			      u"[talvora-obs] Talvora plugin initialized. API key: (set), Languages: de, fr"_s}));
+}
+
+void TalvoraPluginTest::initializeTwiceBuildsOnce()
+{
+	make().initialize();
+	const WSClient *client = plugin->wsClient;
+	log->clear();
+	plugin->initialize();
+	QCOMPARE(plugin->wsClient.load(), client);
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::clientLivesOnItsOwnThread()
+{
+	make().initialize();
+	QCOMPARE(plugin->wsThread->objectName(), u"TA-WebSocket"_s);
+	QCOMPARE(plugin->wsThread->parent(), plugin);
+	QVERIFY(plugin->wsThread->isRunning());
+	QCOMPARE(plugin->wsClient.load()->thread(), plugin->wsThread);
+	QCOMPARE(plugin->wsClient.load()->parent(), nullptr);
+}
+
+void TalvoraPluginTest::shutdownBeforeInitializeDoesNothing()
+{
+	make().shutdown();
+	QVERIFY(!plugin->shuttingDown);
+	QCOMPARE(log->ownLines(), QStringList());
+	QVERIFY(!QFile::exists(configPath()));
+}
+
+void TalvoraPluginTest::shutdownTwiceSaysSoOnce()
+{
+	make().initialize();
+	log->clear();
+	plugin->shutdown();
+	plugin->shutdown();
+	delete std::exchange(plugin, nullptr);
+	QCOMPARE(log->lines(LOG_INFO).count(u"[talvora-obs] Talvora plugin shut down"_s), 1);
+}
+
+void TalvoraPluginTest::shutdownOrderIsSaveThenDisconnectThenDetach()
+{
+	const TestAudioSource voice("Voice");
+	writeConfig(R"({"audioSource": "Voice"})");
+	make().initialize();
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->audioSourceRef);
+	log->clear();
+	plugin->shutdown();
+	QCOMPARE(log->ownLines(), (QStringList{u"[talvora-obs] Talvora: disconnecting..."_s,
+					      u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s,
+					      u"[talvora-obs] Talvora plugin shut down"_s}));
+	QVERIFY(plugin->shuttingDown);
+	QVERIFY(!plugin->initialized);
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->captionManager, nullptr);
+	QCOMPARE(plugin->wsClient.load(), nullptr);
+	QCOMPARE(plugin->wsThread, nullptr);
+	QVERIFY(frontendStub().docks.isEmpty());
+	QVERIFY(QFile::exists(configPath()));
+}
+
+void TalvoraPluginTest::destructorShutsDown()
+{
+	make().initialize();
+	log->clear();
+	delete std::exchange(plugin, nullptr);
+	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora plugin shut down"_s));
+}
+
+void TalvoraPluginTest::noSessionAtStartWithoutKeyOrTarget_data()
+{
+	QTest::addColumn<QByteArray>("json");
+	QTest::newRow("no key") << QByteArray(R"({"autoConnect": true, "targetLanguages": [{"code": "es"}]})");
+	QTest::newRow("no target") << QByteArray(R"({"autoConnect": true, "apiKey": "k"})");
+	QTest::newRow("not wanted")
+		<< QByteArray(R"({"autoConnect": false, "apiKey": "k", "targetLanguages": [{"code": "es"}]})");
+}
+
+void TalvoraPluginTest::noSessionAtStartWithoutKeyOrTarget()
+{
+	QFETCH(QByteArray, json);
+	writeConfig(json);
+	make().initialize();
+	QCoreApplication::processEvents();
+	QVERIFY(!log->contains(LOG_INFO, u"[talvora-obs] Talvora: startSession() called"_s));
+	QVERIFY(!log->contains(LOG_INFO, u"[talvora-obs] Talvora: auto-connecting (autoConnect=true)"_s));
+	QCOMPARE(plugin->wsState(), WsState::Disconnected);
+}
+
+void TalvoraPluginTest::sessionAtStartWhenAutoConnecting()
+{
+	writeConfig(R"({"autoConnect": true, "apiKey": "k", "targetLanguages": [{"code": "es", "dubbing": false}]})");
+	make().initialize();
+	const QStringList lines = log->lines(LOG_INFO);
+	const auto first = lines.indexOf(u"[talvora-obs] Talvora: auto-connecting (autoConnect=true)"_s);
+	QVERIFY(first >= 0);
+	QCOMPARE(lines.value(first + 1), u"[talvora-obs] Talvora: startSession() called"_s);
+}
+
+void TalvoraPluginTest::invisibleDockIsRegisteredAllTheSame()
+{
+	make().initialize();
+	QCoreApplication::processEvents();
+	QCOMPARE(frontendStub().docks.value(u"TalvoraDock"_s), static_cast<QWidget *>(plugin->dock));
+	QCOMPARE(frontendStub().dockTitles.value(u"TalvoraDock"_s), u"Dock.Title"_s);
+	QVERIFY(!plugin->dock->isVisible());
+}
+
+void TalvoraPluginTest::visibleDockComesOnScreenWithTheNextTurn()
+{
+	writeConfig(R"({"dockVisible": true})");
+	make().initialize();
+	QVERIFY(!plugin->dock->isVisible());
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->dock->isVisible());
+}
+
+void TalvoraPluginTest::dockVisibilityIsSavedAtShutdown()
+{
+	make().initialize();
+	plugin->dock->setVisible(true);
+	plugin->shutdown();
+	QCOMPARE(savedConfig()[u"dockVisible"], QJsonValue(true));
+
+	make().initialize();
+	plugin->dock->setVisible(false);
+	plugin->shutdown();
+	QCOMPARE(savedConfig()[u"dockVisible"], QJsonValue(false));
+}
+
+void TalvoraPluginTest::attachingWaitsForTheEventLoop()
+{
+	const QString attached = u"[talvora-obs] Talvora: attached audio capture to source 'Voice'"_s;
+	const TestAudioSource voice("Voice");
+	writeConfig(R"({"audioSource": "Voice"})");
+	make().initialize();
+	QVERIFY(!log->contains(LOG_INFO, attached));
+	QCoreApplication::processEvents();
+	QVERIFY(log->contains(LOG_INFO, attached));
+}
+
+void TalvoraPluginTest::threadThatHangsIsLeft()
+{
+	make().initialize();
+	QThread *thread = plugin->wsThread;
+	WSClient *client = plugin->wsClient;
+	QSemaphore hanging;
+	QSemaphore release;
+	QMetaObject::invokeMethod(
+		client,
+		[&] {
+			hanging.release();
+			release.acquire();
+		},
+		Qt::QueuedConnection);
+	hanging.acquire();
+
+	log->clear();
+	plugin->shutdown();
+	QCOMPARE(log->lines(LOG_WARNING),
+		 QStringList{u"[talvora-obs] Talvora: WS thread did not stop in 5 s — detaching (leak to avoid UB)"_s});
+	QCOMPARE(log->lines(LOG_INFO).last(), u"[talvora-obs] Talvora plugin shut down"_s);
+	QCOMPARE(plugin->wsClient.load(), nullptr);
+	QCOMPARE(plugin->wsThread, nullptr);
+	QVERIFY(!plugin->initialized);
+
+	// The thread outlives the plug-in unharmed.
+	delete std::exchange(plugin, nullptr);
+	release.release();
+	QVERIFY(thread->wait(5000));
+	delete client;
+	delete thread;
+}
+
+void TalvoraPluginTest::dubbedSourcesAreLeftToObsAtShutdown()
+{
+	writeConfig(R"({"targetLanguages": [{"code": "es"}]})");
+	make().initialize();
+	QCOMPARE(plugin->dubbedSources.size(), size_t{1});
+	plugin->shutdown();
+	QVERIFY(plugin->dubbedSources.empty());
+	obs_source_t *left = obs_get_source_by_name("Talvora Dub — Spanish");
+	QVERIFY(left);
+	obs_source_release(left);
+	// The reference that was left unreleased is OBS's to tear down; here there is no OBS to do it.
+	obs_source_release(left);
+}
+
+// Languages
+
+void TalvoraPluginTest::maxTargetLanguagesIsToldOnce()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::maxTargetLanguagesChanged);
+	plugin->setMaxTargetLanguages(3);
+	plugin->setMaxTargetLanguages(3);
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toInt(), 3);
+	QCOMPARE(plugin->currentMaxTargetLanguages(), 3);
+}
+
+void TalvoraPluginTest::resettingTheLimitTellsZero()
+{
+	make().setMaxTargetLanguages(3);
+	const QSignalSpy told(plugin, &TalvoraPlugin::maxTargetLanguagesChanged);
+	plugin->resetMaxTargetLanguages();
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toInt(), 0);
+}
+
+void TalvoraPluginTest::dubbingOnlyTargetOfTheSourceLanguageGoes()
+{
+	make();
+	setTargets(*plugin, {{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	plugin->setSourceLanguage(u"es"_s);
+	QCOMPARE(plugin->targetLanguageCodes(), QStringList{u"fr"_s});
+	QCOMPARE(savedConfig()[u"sourceLanguage"], QJsonValue(u"es"_s));
+	const QJsonArray saved = savedConfig()[u"targetLanguages"].toArray();
+	QCOMPARE(saved.size(), 1);
+	QCOMPARE(saved.first()[u"code"], QJsonValue(u"fr"_s));
+}
+
+void TalvoraPluginTest::targetWithCaptionsOfTheSourceLanguageStays()
+{
+	make();
+	setTargets(*plugin, {{u"es"_s, {true, true}}, {u"fr"_s, {false, false}}});
+	plugin->setSourceLanguage(u"es"_s);
+	plugin->setSourceLanguage(u"fr"_s);
+	QCOMPARE(plugin->targetLanguageCodes(), (QStringList{u"es"_s, u"fr"_s}));
+	QVERIFY((plugin->currentSettings().languageTargets[u"es"_s] == LanguageTarget{true, true}));
+}
+
+void TalvoraPluginTest::targetsAreSaved()
+{
+	make().setLanguageTargets({{u"de"_s, {false, true}}});
+	QCOMPARE(QJsonDocument(savedConfig()[u"targetLanguages"].toArray()).toJson(QJsonDocument::Compact),
+		 QByteArray(R"([{"captions":true,"code":"de","dubbing":false}])"));
+}
+
+// Configuration file
+
+void TalvoraPluginTest::configFileIsInTheHomeFolder()
+{
+	qputenv("XDG_CONFIG_HOME", "/nonexistent");
+	QCOMPARE(make().configFilePath(), home->path() + u"/.config/talvora-obs/config.json"_s);
+	qunsetenv("XDG_CONFIG_HOME");
+	QVERIFY(!QFile::exists(QFileInfo(configPath()).path()));
+}
+
+void TalvoraPluginTest::missingConfigIsSilent()
+{
+	make().loadConfig();
+	QCOMPARE(log->ownLines(), QStringList());
+	QCOMPARE(plugin->currentSettings().toJson(), Settings().toJson());
+}
+
+void TalvoraPluginTest::unreadableConfigIsReported_data()
+{
+	QTest::addColumn<QByteArray>("content");
+	QTest::addColumn<QString>("reason");
+	QTest::newRow("empty") << QByteArray() << u"illegal value"_s;
+	QTest::newRow("cut short") << QByteArray(R"({"apiKey": "tak)") << u"unterminated string"_s;
+	QTest::newRow("array") << QByteArray("[1]") << u"no error occurred"_s;
+	QTest::newRow("binary") << QByteArray("\x7f"
+					      "ELF\0\0",
+					      6)
+				<< u"illegal value"_s;
+}
+
+void TalvoraPluginTest::unreadableConfigIsReported()
+{
+	QFETCH(QByteArray, content);
+	QFETCH(QString, reason);
+	writeConfig(content);
+	make().loadConfig();
+	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora: failed to parse config: "_s + reason});
+	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+	QCOMPARE(plugin->currentSettings().toJson(), Settings().toJson());
+	QFile file(configPath());
+	QVERIFY(file.open(QIODevice::ReadOnly));
+	QCOMPARE(file.readAll(), content);
+}
+
+void TalvoraPluginTest::configIsLoadedWithItsLine()
+{
+	writeConfig(R"({"apiKey": "tak_1"})");
+	make().loadConfig();
+	QCOMPARE(plugin->currentSettings().apiKey, u"tak_1"_s);
+	QCOMPARE(log->lines(LOG_INFO), QStringList{u"[talvora-obs] Talvora: config loaded from "_s + configPath()});
+}
+
+void TalvoraPluginTest::unwritableConfigIsReported()
+{
+	QDir().mkpath(configPath());
+	make().setApiKey(u"tak_1"_s);
+	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora: failed to save config to "_s + configPath()});
+	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+	QCOMPARE(plugin->currentSettings().apiKey, u"tak_1"_s);
+}
+
+void TalvoraPluginTest::configIsTheOwnersAlone()
+{
+	const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
+						QFileDevice::ExeGroup | QFileDevice::ReadOther |
+						QFileDevice::WriteOther | QFileDevice::ExeOther;
+	writeConfig("{}");
+	QVERIFY(QFile::setPermissions(configPath(), QFile::permissions(configPath()) | others));
+	make().saveConfig();
+	QVERIFY(!(QFile::permissions(configPath()) & others));
+	QVERIFY(!(QFile::permissions(QFileInfo(configPath()).path()) & others));
+}
+
+void TalvoraPluginTest::configIsIndentedJson()
+{
+	make().saveConfig();
+	QFile file(configPath());
+	QVERIFY(file.open(QIODevice::ReadOnly));
+	QCOMPARE(file.readAll(), QJsonDocument(Settings().toJson()).toJson(QJsonDocument::Indented));
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+// Sessions
+
+void TalvoraPluginTest::startWithoutKeyTellsTheUserOnce()
+{
+	make().initialize();
+	const QSignalSpy told(plugin, &TalvoraPlugin::errorOccurred);
+	log->clear();
+	plugin->startSession();
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toString(), u"No API key set. Enter your key in the Talvora dock."_s);
+	QCOMPARE(log->ownLines(), (QStringList{u"[talvora-obs] Talvora: startSession() called"_s,
+					      u"[talvora-obs] Talvora: connect() called with no API key"_s}));
+	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+	QCOMPARE(plugin->wsState(), WsState::Disconnected);
+}
+
+void TalvoraPluginTest::startWithoutClientIsAnError()
+{
+	make().setApiKey(u"k"_s);
+	const QSignalSpy told(plugin, &TalvoraPlugin::errorOccurred);
+	plugin->startSession();
+	QCOMPARE(log->lines(LOG_ERROR), QStringList{u"[talvora-obs] Talvora: WSClient not initialized"_s});
+	QCOMPARE(told.size(), 0);
+}
+
+void TalvoraPluginTest::startSaysItsLines()
+{
+	make().initialize();
+	plugin->setApiKey(u"tak_secret"_s);
+	log->clear();
+	plugin->startSession();
+	const QStringList lines = log->ownLines();
+	QCOMPARE(lines.value(0), u"[talvora-obs] Talvora: startSession() called"_s);
+	QCOMPARE(lines.value(1), u"[talvora-obs] Talvora: connecting to wss://localhost:3002/ws/audio-pipeline "
+				 "(wsThread running: YES)"_s);
+	QVERIFY(lines.contains(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s));
+	QVERIFY(!lines.join(u'\n').contains(u"tak_secret"_s));
+}
+
+void TalvoraPluginTest::stopBeforeInitializeDoesNothing()
+{
+	make().stopSession();
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::stateChangesAreLoggedAndTold()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::wsStateChanged);
+	plugin->onWsStateChanged(WsState::Authenticated);
+	plugin->onWsStateChanged(WsState::Disconnected);
+	QCOMPARE(log->ownLines(),
+		 (QStringList{u"[talvora-obs] Talvora: WS state → 3"_s, u"[talvora-obs] Talvora: WS state → 0"_s}));
+	QCOMPARE(told.size(), 2);
+	QCOMPARE(told.first().first().value<WsState>(), WsState::Authenticated);
+}
+
+void TalvoraPluginTest::errorsAreLoggedAndTold()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::errorOccurred);
+	plugin->onWsError(u"Kaputt — %s"_s);
+	QCOMPARE(log->lines(LOG_WARNING), QStringList{u"[talvora-obs] Talvora WS error: Kaputt — %s"_s});
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toString(), u"Kaputt — %s"_s);
+}
+
+void TalvoraPluginTest::authenticationSetsTheLimit()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::maxTargetLanguagesChanged);
+	plugin->onAuthSucceeded({}, {}, 5);
+	plugin->onAuthSucceeded({}, {}, 5);
+	QCOMPARE(log->lines(LOG_INFO),
+		 QStringList(2, u"[talvora-obs] Talvora: session authenticated — maxTargetLanguages=5"_s));
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(plugin->currentMaxTargetLanguages(), 5);
+}
+
+void TalvoraPluginTest::endOfSessionIsLogged()
+{
+	make().onSessionEnded(1.25, 0.0);
+	QCOMPARE(log->lines(LOG_INFO),
+		 QStringList{u"[talvora-obs] Talvora: session ended — captions 1.2 min, dubbed 0.0 min"_s});
+}
+
+void TalvoraPluginTest::interimTranscriptsAreTold()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::transcriptUpdated);
+	plugin->onTranscriptInterim(u"hello wor"_s);
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toString(), u"hello wor"_s);
+}
+
+void TalvoraPluginTest::limitsAreForwarded()
+{
+	make().initialize();
+	const QSignalSpy warned(plugin, &TalvoraPlugin::limitWarning);
+	const QSignalSpy reached(plugin, &TalvoraPlugin::limitReached);
+	Q_EMIT plugin->wsClient.load()->limitWarning(u"dubbed"_s, 7);
+	Q_EMIT plugin->wsClient.load()->limitReached(u"captions"_s);
+	QVERIFY(QTest::qWaitFor([&] { return reached.size() == 1; }));
+	QCOMPARE(warned.size(), 1);
+	QCOMPARE(warned.first(), (QVariantList{u"dubbed"_s, 7}));
+	QCOMPARE(reached.first(), QVariantList{u"captions"_s});
+}
+
+void TalvoraPluginTest::captionsGoToTheCaptionManager()
+{
+	make().initialize();
+	log->clear();
+	// The manager decides about a language it has no source for; without a manager there is nothing to ask.
+	plugin->onCaptionUpdated(u"es"_s, u"hola"_s, 1.0, 1);
+	plugin->onCaptionCleared(u"es"_s);
+	plugin->onClipStarted(u"es"_s, 1);
+	plugin->onClipEnded(u"es"_s, 1);
+	plugin->shutdown();
+	plugin->onCaptionUpdated(u"es"_s, u"hola"_s, 1.0, 1);
+	plugin->onCaptionCleared(u"es"_s);
+	plugin->onClipStarted(u"es"_s, 1);
+	plugin->onClipEnded(u"es"_s, 1);
+	QCOMPARE(plugin->captionManager, nullptr);
+}
+
+void TalvoraPluginTest::speechOfAnUnknownLanguageIsDropped()
+{
+	make().onTtsAudioReady(u"es"_s, 1, QByteArray(7, 'x'), 24000);
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::oddSpeechPieceLosesItsLastByte()
+{
+	make().setLanguageTargets({{u"es"_s, {true, false}}});
+	DubbedSource &dub = *plugin->dubbedSources.at(u"es"_s);
+	log->clear();
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(7, 'x'), 48000);
+	QCOMPARE(log->lines(LOG_WARNING),
+		 QStringList{u"[talvora-obs] Talvora: odd TTS PCM size 7 for 'es', truncating last byte"_s});
+	QCOMPARE(dub.speech.size(), size_t{3});
+
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(1, 'x'), 48000);
+	QVERIFY(log->contains(LOG_WARNING,
+			      u"[talvora-obs] Talvora: odd TTS PCM size 1 for 'es', truncating last byte"_s));
+	QCOMPARE(dub.speech.size(), size_t{3});
+
+	plugin->onWsStateChanged(WsState::Disconnected);
+	QCOMPARE(dub.speech.size(), size_t{0});
+}
+
+// Outputs
+
+void TalvoraPluginTest::noDubOfTheSourceLanguage()
+{
+	make();
+	plugin->setSourceLanguage(u"es"_s);
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	QVERIFY(plugin->dubbedSources.empty());
+	QCOMPARE(plugin->targetLanguageCodes(), QStringList{u"es"_s});
+}
+
+void TalvoraPluginTest::dubsFollowTheSelection()
+{
+	make().setLanguageTargets({{u"fr"_s, {true, false}}, {u"es"_s, {true, true}}, {u"de"_s, {false, true}}});
+	QCOMPARE(log->ownLines().filter(u"Talvora: creating"_s),
+		 (QStringList{u"[talvora-obs] Talvora: creating dubbed source for 'es' (Spanish)"_s,
+			      u"[talvora-obs] Talvora: creating dubbed source for 'fr' (French)"_s}));
+	QCOMPARE(plugin->dubbedSources.size(), size_t{2});
+	const DubbedSource *french = plugin->dubbedSources.at(u"fr"_s).get();
+
+	plugin->setDuckingLevel(0.35f);
+	plugin->setTtsVolume(0.5f);
+	plugin->setMuteOriginal(true);
+	for (const auto &[code, dub] : plugin->dubbedSources) {
+		QCOMPARE(dub->duckingLevel.load(), 0.35f);
+		QCOMPARE(dub->ttsLevel.load(), 0.5f);
+		QCOMPARE(dub->muteOriginal.load(), true);
+	}
+
+	log->clear();
+	plugin->setLanguageTargets({{u"fr"_s, {true, false}}});
+	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora: removing dubbed source for 'es'"_s));
+	QCOMPARE(plugin->dubbedSources.at(u"fr"_s).get(), french);
+	QVERIFY(!plugin->dubbedSources.contains(u"es"_s));
+
+	plugin->setLanguageTargets({{u"fr"_s, {true, false}}, {u"es"_s, {true, false}}});
+	const DubbedSource &again = *plugin->dubbedSources.at(u"es"_s);
+	QCOMPARE(again.duckingLevel.load(), 0.35f);
+	QCOMPARE(again.ttsLevel.load(), 0.5f);
+	QCOMPARE(again.muteOriginal.load(), true);
+}
+
+void TalvoraPluginTest::dubOfTheNewSourceLanguageGoesAtOnce()
+{
+	make().setLanguageTargets({{u"es"_s, {true, true}}});
+	QCOMPARE(plugin->dubbedSources.size(), size_t{1});
+	plugin->setSourceLanguage(u"es"_s);
+	QVERIFY(plugin->dubbedSources.empty());
+}
+
+using Change = void (*)(TalvoraPlugin &);
+Q_DECLARE_METATYPE(Change)
+
+void TalvoraPluginTest::settersStoreAndSave_data()
+{
+	QTest::addColumn<Change>("change");
+	QTest::addColumn<QString>("key");
+	QTest::addColumn<QJsonValue>("saved");
+	const auto row = [](const char *key, const QJsonValue &saved, Change change) {
+		QTest::newRow(key) << change << QString::fromUtf8(key) << saved;
+	};
+	row("apiKey", u"tak_1"_s, [](TalvoraPlugin &p) { p.setApiKey(u"tak_1"_s); });
+	row("captionMode", u"original"_s, [](TalvoraPlugin &p) { p.setCaptionMode(u"original"_s); });
+	row("captionAlignment", u"left"_s, [](TalvoraPlugin &p) { p.setCaptionAlignment(u"left"_s); });
+	row("captionTextColor", u"#80ff0001"_s,
+	    [](TalvoraPlugin &p) { p.setCaptionTextColor(QColor(255, 0, 1, 128)); });
+	row("captionBgColor", u"#ff010203"_s, [](TalvoraPlugin &p) { p.setCaptionBgColor(QColor(1, 2, 3)); });
+	row("captionOpacity", 250, [](TalvoraPlugin &p) { p.setCaptionOpacity(250); });
+	row("captionFont", QFont(u"Serif"_s, 9).toString(),
+	    [](TalvoraPlugin &p) { p.setCaptionFont(QFont(u"Serif"_s, 9)); });
+	row("duckingLevel", 0.5, [](TalvoraPlugin &p) { p.setDuckingLevel(0.5f); });
+	row("ttsVolume", 2.0, [](TalvoraPlugin &p) { p.setTtsVolume(2.0f); });
+	row("muteOriginal", true, [](TalvoraPlugin &p) { p.setMuteOriginal(true); });
+	row("audioSource", u"Voice"_s, [](TalvoraPlugin &p) { p.setAudioSource(u"Voice"_s); });
+	row("sourceLanguage", u"de"_s, [](TalvoraPlugin &p) { p.setSourceLanguage(u"de"_s); });
+}
+
+void TalvoraPluginTest::settersStoreAndSave()
+{
+	QFETCH(Change, change);
+	QFETCH(QString, key);
+	QFETCH(QJsonValue, saved);
+	change(make());
+	QCOMPARE(plugin->currentSettings().toJson()[key], saved);
+	QCOMPARE(savedConfig()[key], saved);
+}
+
+void TalvoraPluginTest::sameAudioSourceNeitherSavesNorAttaches()
+{
+	make().setAudioSource(u"Voice"_s);
+	QVERIFY(log->contains(LOG_WARNING, u"[talvora-obs] Talvora: audio source 'Voice' not found"_s));
+	log->clear();
+	QVERIFY(QFile::remove(configPath()));
+	plugin->setAudioSource(u"Voice"_s);
+	QVERIFY(!QFile::exists(configPath()));
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::previewWithoutCaptionLanguageDoesNothing()
+{
+	make().initialize();
+	setTargets(*plugin, {{u"es"_s, {false, false}}});
+	plugin->settings.captionOpacity = 12;
+	log->clear();
+	plugin->previewCaptionText(u"Hello"_s);
+	QVERIFY(!plugin->captionManager->generateCss(u"es"_s).contains(u"12%"_s));
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::previewShowsTheTextInEveryCaptionLanguage()
+{
+	make().initialize();
+	setTargets(*plugin, {{u"es"_s, {false, true}}, {u"fr"_s, {true, true}}, {u"de"_s, {true, false}}});
+	plugin->previewCaptionText(u"Hello there"_s);
+	for (const char *name : {"Talvora Captions — Spanish", "Talvora Captions — French"}) {
+		obs_source_t *source = obs_get_source_by_name(name);
+		QVERIFY2(source, name);
+		obs_data_t *data = obs_source_get_settings(source);
+		const QString css = QString::fromUtf8(obs_data_get_string(data, "css"));
+		obs_data_release(data);
+		obs_source_release(source);
+		QVERIFY2(css.contains(u"Hello there"_s), name);
+	}
+	QVERIFY(!obs_get_source_by_name("Talvora Captions — German"));
+}
+
+// Audio capture
+
+void TalvoraPluginTest::attachAndDetachSayTheirLines()
+{
+	const TestAudioSource voice("Voice");
+	const TestAudioSource other("Other voice");
+	make().setAudioSource(u"Voice"_s);
+	plugin->setAudioSource(u"Other voice"_s);
+	plugin->setAudioSource(QString());
+	QCOMPARE(log->lines(LOG_INFO),
+		 (QStringList{u"[talvora-obs] Talvora: attached audio capture to source 'Voice'"_s,
+			      u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s,
+			      u"[talvora-obs] Talvora: attached audio capture to source 'Other voice'"_s,
+			      u"[talvora-obs] Talvora: detached audio capture from 'Other voice'"_s}));
+	log->clear();
+	plugin->detachAudioCapture();
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::missingSourceIsReported()
+{
+	make().setAudioSource(u"Nobody"_s);
+	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora: audio source 'Nobody' not found"_s});
+	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+}
+
+void TalvoraPluginTest::sourcesWithoutCapturableAudioAreRefused_data()
+{
+	QTest::addColumn<QByteArray>("id");
+	QTest::addColumn<uint32_t>("flags");
+	QTest::newRow("browser source with audio") << QByteArray("browser_source") << uint32_t{OBS_SOURCE_AUDIO};
+	QTest::newRow("no audio") << QByteArray("test_silent") << uint32_t{0};
+	QTest::newRow("one of our own dubs") << QByteArray("talvora_dubbed_source") << uint32_t{OBS_SOURCE_AUDIO};
+}
+
+void TalvoraPluginTest::sourcesWithoutCapturableAudioAreRefused()
+{
+	QFETCH(QByteArray, id);
+	QFETCH(uint32_t, flags);
+	const TestAudioSource source("Refused", id.constData(), flags);
+	make().setAudioSource(u"Refused"_s);
+	QCOMPARE(log->lines(LOG_WARNING),
+		 QStringList{u"[talvora-obs] Talvora: source 'Refused' (type=%1) does not produce capturable audio, "
+			     u"skipping"_s.arg(QString::fromUtf8(id))});
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+}
+
+void TalvoraPluginTest::destroyedSourceIsNoticedAtDetach()
+{
+	{
+		const TestAudioSource voice("Voice");
+		make().setAudioSource(u"Voice"_s);
+	}
+	log->clear();
+	plugin->detachAudioCapture();
+	QCOMPARE(log->lines(LOG_INFO),
+		 QStringList{u"[talvora-obs] Talvora: audio source 'Voice' was already destroyed, skipping detach"_s});
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	log->clear();
+	plugin->detachAudioCapture();
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+/** Samples a dubbed source has put out, left channel. */
+struct Heard {
+	explicit Heard(const char *name) : source(obs_get_source_by_name(name))
+	{
+		obs_source_add_audio_capture_callback(source, hear, this);
+	}
+	~Heard()
+	{
+		obs_source_remove_audio_capture_callback(source, hear, this);
+		obs_source_release(source);
+	}
+	static void hear(void *self, obs_source_t *, const audio_data *audio, bool)
+	{
+		const auto *left = reinterpret_cast<const float *>(audio->data[0]);
+		auto &samples = static_cast<Heard *>(self)->samples;
+		samples.insert(samples.end(), left, left + audio->frames);
+	}
+
+	obs_source_t *source;
+	std::vector<float> samples;
+};
+
+void TalvoraPluginTest::wrongRateIsReportedOncePerProcess()
+{
+	const QString warning =
+		u"[talvora-obs] Talvora: audio sample rate is 44100 Hz (expected 48000). Downsampling will produce "
+		"incorrect output. Change OBS audio settings to 48 kHz."_s;
+	log.reset();
+	obs.reset();
+	obs.emplace(44100);
+	obs_register_source(dubbed_source_info());
+	log.emplace();
+	{
+		TestAudioSource voice("Voice");
+		make().initialize();
+		plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+		plugin->setAudioSource(u"Voice"_s);
+		QCOMPARE(plugin->captureSampleRate.load(), 44100u);
+		const Heard heard("Talvora Dub — Spanish");
+		voice.playConstant(0.25f, 1000, 44100);
+		voice.playConstant(0.25f, 1000, 44100);
+		plugin->attachAudioCapture();
+		voice.playConstant(0.25f, 1000, 44100);
+		QCOMPARE(log->lines(LOG_WARNING).count(warning), 1);
+		QCOMPARE(heard.samples, std::vector<float>(3000, 0.25f));
+		QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{0});
+	}
+}
+
+void TalvoraPluginTest::mutedEmptyAndLateChunksDoNothing()
+{
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	const TestAudioSource voice("Voice");
+	plugin->setAudioSource(u"Voice"_s);
+	const Heard heard("Talvora Dub — Spanish");
+
+	const std::vector<float> plane(48, 0.5f);
+	audio_data chunk{};
+	chunk.data[0] = reinterpret_cast<uint8_t *>(const_cast<float *>(plane.data()));
+	chunk.frames = 48;
+	audio_data empty = chunk;
+	empty.frames = 0;
+	audio_data nothing = chunk;
+	nothing.data[0] = nullptr;
+
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, true);
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), nullptr, false);
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &empty, false);
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &nothing, false);
+	plugin->shuttingDown = true;
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	plugin->shuttingDown = false;
+	QVERIFY(heard.samples.empty());
+	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{0});
+
+	// The same chunk, and nothing in the way: one channel is heard on both.
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	QCOMPARE(plugin->captureChannels.load(), 1u);
+	QCOMPARE(heard.samples, plane);
+	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{16 * 2});
+}
+
+void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
+{
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	TestAudioSource voice("Voice");
+	plugin->setAudioSource(u"Voice"_s);
+	const Heard spanish("Talvora Dub — Spanish");
+	const Heard french("Talvora Dub — French");
+	voice.playConstant(0.25f, 10000);
+	QCOMPARE(plugin->captureChannels.load(), 2u);
+	QCOMPARE(spanish.samples, std::vector<float>(10000, 0.25f));
+	QCOMPARE(french.samples, std::vector<float>(10000, 0.25f));
+	// The uplink takes 8192 of them.
+	QCOMPARE(plugin->captureConverter.carried(), size_t{8192 % 3});
+	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{8192 / 3 * 2});
+}
+
+void TalvoraPluginTest::attachingForgetsTheCarry()
+{
+	TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	voice.playConstant(0.5f, 1000);
+	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
+	plugin->attachAudioCapture();
+	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
+}
+
+void TalvoraPluginTest::staleSourceIsNotHeard()
+{
+	TestAudioSource first("First");
+	TestAudioSource second("Second");
+	make().initialize();
+	plugin->setAudioSource(u"First"_s);
+	plugin->setAudioSource(u"Second"_s);
+	// What a source that OBS is destroying may still do.
+	const std::vector<float> plane(1000, 0.5f);
+	audio_data chunk{};
+	chunk.data[0] = reinterpret_cast<uint8_t *>(const_cast<float *>(plane.data()));
+	chunk.frames = 1000;
+	TalvoraPlugin::audioCaptureCallback(plugin, first.get(), &chunk, false);
+	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
+	TalvoraPlugin::audioCaptureCallback(plugin, second.get(), &chunk, false);
+	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
+}
+
+QTEST_MAIN(TalvoraPluginTest)
+#include "talvora-plugin-test.moc"
