@@ -5,6 +5,7 @@
 #include "loopback-service.h"
 #include "ws-client-session.h"
 
+#include <QJsonDocument>
 #include <QSignalSpy>
 #include <QTest>
 #include <QTimer>
@@ -204,17 +205,15 @@ private Q_SLOTS:
 	void textThatIsNoJsonObjectIsLoggedAndDropped_data()
 	{
 		QTest::addColumn<QString>("text");
-		QTest::addColumn<QString>("reason");
-		QTest::newRow("nothing") << "" << "illegal value";
-		QTest::newRow("word") << "hello" << "illegal value";
-		QTest::newRow("cut off") << R"({"type":"auth_ok")" << "unterminated string";
-		QTest::newRow("array") << R"([{"type":"auth_ok"}])" << "no error occurred";
-		QTest::newRow("two objects") << "{} {}" << "garbage at the end of the document";
+		QTest::newRow("nothing") << "";
+		QTest::newRow("word") << "hello";
+		QTest::newRow("cut off") << R"({"type":"auth_ok")";
+		QTest::newRow("two objects") << "{} {}";
+		QTest::newRow("array") << R"([{"type":"auth_ok"}])";
 	}
 	void textThatIsNoJsonObjectIsLoggedAndDropped()
 	{
 		QFETCH(QString, text);
-		QFETCH(QString, reason);
 		const LogCapture log;
 		LoopbackService service;
 		WSClient client;
@@ -222,8 +221,20 @@ private Q_SLOTS:
 		const States states(client);
 		service.send(text);
 		QVERIFY(delivered(client, service));
-		QCOMPARE(log.lines(LOG_WARNING), QStringList{"[talvora-obs] WSClient: bad JSON: " + reason});
+		// The wording is the parser's, which differs between versions of Qt.
+		QJsonParseError error;
+		QJsonDocument::fromJson(text.toUtf8(), &error);
+		QCOMPARE(log.lines(LOG_WARNING),
+			 QStringList{"[talvora-obs] WSClient: bad JSON: " + error.errorString()});
 		QVERIFY(states.seen.isEmpty());
+	}
+
+	void aDocumentThatIsNoObjectIsLoggedWithTheParsersNoErrorText()
+	{
+		const LogCapture log;
+		WSClient client;
+		client.onTextMessageReceived("[]");
+		QCOMPARE(log.lines(LOG_WARNING), QStringList{"[talvora-obs] WSClient: bad JSON: no error occurred"});
 	}
 
 	void hostileTextNeitherCrashesNorCloses()
