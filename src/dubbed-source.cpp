@@ -17,10 +17,12 @@ constexpr size_t kUsualFrames = 48000;
 obs_source_t *find_or_create(const char *name)
 {
 	obs_source_t *source = obs_get_source_by_name(name);
-	if (source) {
+	// A source that OBS has removed can still be found for as long as anyone holds it, but it is not to be used.
+	if (source && !obs_source_removed(source)) {
 		talvora_log(LOG_INFO, "DubbedSource: reattached to existing '%s'", name);
 		return source;
 	}
+	obs_source_release(source);
 
 	obs_data_t *settings = obs_data_create();
 	source = obs_source_create(kSourceTypeId, name, settings, nullptr);

@@ -37,12 +37,9 @@ static_assert(std::endian::native == std::endian::little);
 } // namespace
 
 WSClient::WSClient(QObject *parent)
-	: QObject(parent),
-	  socket(new QWebSocket(QString(), QWebSocketProtocol::Version13, this)),
-	  sendTimer(new QTimer(this)),
-	  reconnectTimer(new QTimer(this)),
-	  serverUrl(QString::fromLatin1(kServiceEndpoint)),
-	  captionMode(QStringLiteral("translated"))
+	: QObject(parent), socket(new QWebSocket(QString(), QWebSocketProtocol::Version13, this)),
+	  sendTimer(new QTimer(this)), reconnectTimer(new QTimer(this)),
+	  serverUrl(QString::fromLatin1(kServiceEndpoint)), captionMode(QStringLiteral("translated"))
 {
 	qRegisterMetaType<WsState>();
 
@@ -189,8 +186,8 @@ void WSClient::onReconnectTimerTick()
 	if (reconnectAttempts >= kMaxAttempts) {
 		talvora_log(LOG_ERROR, "WSClient: max reconnect attempts reached — giving up");
 		setState(WsState::Disconnected);
-		Q_EMIT errorOccurred(QStringLiteral(
-			"Max reconnect attempts reached. Check your API key and internet connection."));
+		Q_EMIT errorOccurred(
+			QStringLiteral("Max reconnect attempts reached. Check your API key and internet connection."));
 		return;
 	}
 	// The first connection counts as attempt 1, so the first reconnect is shown as number 2.

@@ -2,9 +2,9 @@
 #include "devtools-pipe.h"
 
 #include <QDir>
+#include <QFile>
 #include <QStandardPaths>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -14,7 +14,6 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <utility>
 #include <vector>
 
 // glibc's header forgets (up to 2.41) to say that its functions are C.
@@ -63,13 +62,14 @@ static std::vector<QByteArray> browserArguments(const QString &program, const QS
 	return arguments;
 }
 
-/// Our environment, except that temporary files go into the folder that is removed afterwards.
+/// Our environment, except that temporary files go into the folder that is removed afterwards, and that libraries
+/// preloaded into OBS (a sanitizer's, say) stay out of the browser.
 static std::vector<QByteArray> browserEnvironment(const QString &profileDir)
 {
 	std::vector<QByteArray> environment;
 	for (char **variable = environ; *variable; ++variable) {
 		const QByteArray text(*variable);
-		if (!text.startsWith("TMPDIR=")) {
+		if (!text.startsWith("TMPDIR=") && !text.startsWith("LD_PRELOAD=")) {
 			environment.push_back(text);
 		}
 	}

@@ -5,7 +5,7 @@
 
 namespace {
 
-const QString hidden = " #caption-text { display: none; }";
+constexpr char hidden[] = " #caption-text { display: none; }";
 
 CaptionStyle withFont(const QFont &font)
 {
@@ -65,7 +65,7 @@ void CaptionCssTest::emptyTextHidesTheBoxAndHasNoContent()
 void CaptionCssTest::textIsShownThroughTheContentOfAnAfterRule()
 {
 	QString rules = captionCss({}, "");
-	rules.chop(hidden.size());
+	rules.chop(QLatin1String(hidden).size());
 	QCOMPARE(captionCss({}, "Hola"), rules + " #caption-text { display: block; }"
 						 " #caption-text::after { content: \"Hola\"; white-space: pre-wrap; }");
 }

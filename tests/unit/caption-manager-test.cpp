@@ -29,9 +29,6 @@ bool browserCreationFails = false;
 /** The JSON of all settings sent to sources since it was emptied. */
 QStringList sentSettings;
 
-const QMap<QString, QString> names = {{"es", "Spanish"}, {"de", "German"}};
-const QString spanish = QString::fromUtf8("Talvora Captions — Spanish");
-
 template <typename Function> Function inLibobs(const char *name)
 {
 	return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
@@ -63,6 +60,22 @@ QString shown(const QString &text)
 {
 	return captionCss({}, text);
 }
+
+/** A scene, and its end: from OBS 31 on the canvas keeps a scene until it is removed. */
+class TestScene {
+public:
+	explicit TestScene(const char *name) : scene(obs_scene_create(name)) {}
+	~TestScene() { obs_source_remove(source()); }
+
+	TestScene(const TestScene &) = delete;
+	TestScene &operator=(const TestScene &) = delete;
+
+	operator obs_scene_t *() const { return scene; }
+	obs_source_t *source() const { return obs_scene_get_source(scene); }
+
+private:
+	const OBSSceneAutoRelease scene;
+};
 
 obs_sceneitem_t *itemOf(obs_scene_t *scene, const QString &name)
 {
@@ -183,10 +196,12 @@ private:
 	QStringList waiting();
 	void makeSpanish();
 
+	const QMap<QString, QString> names = {{"es", "Spanish"}, {"de", "German"}};
+	const QString spanish = QString::fromUtf8("Talvora Captions — Spanish");
 	std::unique_ptr<QTemporaryDir> temporary;
 	std::unique_ptr<ObsFixture> obs;
 	std::unique_ptr<LogCapture> log;
-	OBSSceneAutoRelease scene;
+	std::unique_ptr<TestScene> scene;
 	std::unique_ptr<CaptionManager> manager;
 };
 
@@ -212,13 +227,16 @@ void CaptionManagerTest::initTestCase()
 	QVERIFY(temporary->isValid());
 	qputenv("TMPDIR", temporary->path().toUtf8());
 	obs = std::make_unique<ObsFixture>();
+	// From OBS 31 on positions are kept relative to the canvas otherwise, and without video there is none.
+	const OBSDataAutoRelease ofLibobs = obs_get_private_data();
+	obs_data_set_bool(ofLibobs, "AbsoluteCoordinates", true);
 }
 
 void CaptionManagerTest::init()
 {
 	log = std::make_unique<LogCapture>();
-	scene = obs_scene_create("Scene");
-	setCurrentScene(obs_scene_get_source(scene));
+	scene = std::make_unique<TestScene>("Scene");
+	setCurrentScene(scene->source());
 	setCanvasSize(1920, 1080);
 	manager = std::make_unique<CaptionManager>();
 	browserCreationFails = false;
@@ -229,10 +247,10 @@ void CaptionManagerTest::cleanup()
 {
 	manager.reset();
 	setCurrentScene(nullptr);
-	scene = nullptr;
+	scene.reset();
 	log.reset();
 	// OBS takes a scene apart on a thread of its own.
-	QVERIFY2(QTest::qWaitFor([] { return !find(spanish); }), "a reference to the caption source is left");
+	QVERIFY2(QTest::qWaitFor([this] { return !find(spanish); }), "a reference to the caption source is left");
 }
 
 void CaptionManagerTest::cleanupTestCase()
@@ -670,7 +688,7 @@ void CaptionManagerTest::droppedLanguageLeavesItsSourceInTheScene()
 	const OBSSourceAutoRelease source = find(spanish);
 	QVERIFY(source);
 	QVERIFY(!obs_source_removed(source));
-	QVERIFY(itemOf(scene, spanish));
+	QVERIFY(itemOf(*scene, spanish));
 	QVERIFY(QTest::qWaitFor([&] { return displayTimer.isNull() && clearTimer.isNull(); }));
 }
 
@@ -724,10 +742,10 @@ void CaptionManagerTest::sourceOfAnotherTypeIsReplaced()
 {
 	{
 		const OBSSourceAutoRelease text = create("text_ft2_source_v2", spanish);
-		QVERIFY(obs_scene_add(scene, text));
+		QVERIFY(obs_scene_add(*scene, text));
 	}
 	manager->setLanguages({"es"}, names);
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 	QCOMPARE(log->ownLines().first(), "[talvora-obs] CaptionManager: migrating source '" + spanish +
 						  "' from text_ft2_source_v2 to browser_source");
 	QCOMPARE(log->ownLines().at(1), "[talvora-obs] CaptionManager: created source '" + spanish + "'");
@@ -737,26 +755,26 @@ void CaptionManagerTest::sourceOfAnotherTypeIsReplaced()
 	QCOMPARE(state().source.get(), source.Get());
 
 	waitForPlacement();
-	QCOMPARE(obs_sceneitem_get_source(itemOf(scene, spanish)), source.Get());
+	QCOMPARE(obs_sceneitem_get_source(itemOf(*scene, spanish)), source.Get());
 }
 
 void CaptionManagerTest::sourceOfAnotherTypeInAnotherSceneGivesUpItsName()
 {
-	const OBSSceneAutoRelease other = obs_scene_create("Other");
+	const TestScene other("Other");
 	const OBSSourceAutoRelease text = create("text_ft2_source_v2", spanish);
-	QVERIFY(obs_scene_add(scene, text));
+	QVERIFY(obs_scene_add(*scene, text));
 	QVERIFY(obs_scene_add(other, text));
 
 	manager->setLanguages({"es"}, names);
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 	QCOMPARE(QString::fromUtf8(obs_source_get_name(text)), spanish + " (old)");
 	QVERIFY(!obs_source_removed(text));
 	QVERIFY(itemOf(other, spanish + " (old)"));
 	QCOMPARE(QString::fromUtf8(obs_source_get_name(state().source.get())), spanish);
 
 	waitForPlacement();
-	QCOMPARE(obs_sceneitem_get_source(itemOf(scene, spanish)), state().source.get());
-	QVERIFY(!itemOf(scene, spanish + " (old)"));
+	QCOMPARE(obs_sceneitem_get_source(itemOf(*scene, spanish)), state().source.get());
+	QVERIFY(!itemOf(*scene, spanish + " (old)"));
 }
 
 void CaptionManagerTest::sourceOfAnotherTypeIsReplacedWithoutAScene()
@@ -792,7 +810,7 @@ void CaptionManagerTest::failedCreationIsLoggedAndPlacesNothing()
 	browserCreationFails = false;
 	const OBSSourceAutoRelease another = create("browser_source", spanish);
 	waitForPlacement();
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 
 	manager->onCaption("es", "Hola", 0, 0, false);
 	QVERIFY(log->contains(LOG_WARNING, "[talvora-obs] CaptionManager: updateObsText for 'es' but source is null"));
@@ -822,7 +840,7 @@ void CaptionManagerTest::sourceIsPlacedAtBottomCentre()
 	makeSpanish();
 	const OBSSourceAutoRelease source = find(spanish);
 	manager->autoPlaceCaptionSource(source);
-	obs_sceneitem_t *item = itemOf(scene, spanish);
+	obs_sceneitem_t *item = itemOf(*scene, spanish);
 	QVERIFY(item);
 	QCOMPARE(obs_sceneitem_get_source(item), source.Get());
 	QCOMPARE(obs_sceneitem_get_alignment(item), uint32_t{OBS_ALIGN_BOTTOM});
@@ -837,8 +855,8 @@ void CaptionManagerTest::placementComesAfter500Ms()
 	QElapsedTimer clock;
 	clock.start();
 	manager->setLanguages({"es"}, names);
-	QVERIFY(!itemOf(scene, spanish));
-	QVERIFY(QTest::qWaitFor([&] { return itemOf(scene, spanish) != nullptr; }));
+	QVERIFY(!itemOf(*scene, spanish));
+	QVERIFY(QTest::qWaitFor([&] { return itemOf(*scene, spanish) != nullptr; }));
 	QVERIFY2(clock.elapsed() >= 499, qPrintable(QString::number(clock.elapsed())));
 	QVERIFY(log->contains(LOG_INFO,
 			      "[talvora-obs] CaptionManager: placed '" + spanish + "' at bottom-centre (960, 1020)"));
@@ -847,12 +865,12 @@ void CaptionManagerTest::placementComesAfter500Ms()
 void CaptionManagerTest::placementMovesAnItemTheUserHasMoved()
 {
 	const OBSSourceAutoRelease source = create("browser_source", spanish);
-	obs_sceneitem_t *item = obs_scene_add(scene, source);
+	obs_sceneitem_t *item = obs_scene_add(*scene, source);
 	const vec2 elsewhere = {{{5.0f, 6.0f}}};
 	obs_sceneitem_set_pos(item, &elsewhere);
 	manager->setLanguages({"es"}, names);
 	waitForPlacement();
-	QCOMPARE(itemOf(scene, spanish), item);
+	QCOMPARE(itemOf(*scene, spanish), item);
 	QCOMPARE(obs_sceneitem_get_alignment(item), uint32_t{OBS_ALIGN_BOTTOM});
 	QCOMPARE(positionOf(item).x, 960.0f);
 	QCOMPARE(positionOf(item).y, 1020.0f);
@@ -860,10 +878,10 @@ void CaptionManagerTest::placementMovesAnItemTheUserHasMoved()
 
 void CaptionManagerTest::placementGoesToTheSceneThatIsCurrentByThen()
 {
-	const OBSSceneAutoRelease other = obs_scene_create("Other");
+	const TestScene other("Other");
 	manager->setLanguages({"es"}, names);
-	setCurrentScene(obs_scene_get_source(other));
-	scene = nullptr;
+	setCurrentScene(other.source());
+	scene.reset();
 	waitForPlacement();
 	QVERIFY(itemOf(other, spanish));
 }
@@ -873,7 +891,7 @@ void CaptionManagerTest::placementWithoutASceneDoesNothing()
 	makeSpanish();
 	setCurrentScene(nullptr);
 	waitForPlacement();
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
 }
 
@@ -892,7 +910,7 @@ void CaptionManagerTest::placementOfASourceRemovedByThenDoesNothing()
 	const OBSSourceAutoRelease source = find(spanish);
 	obs_source_remove(source);
 	waitForPlacement();
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
 }
 
@@ -902,7 +920,7 @@ void CaptionManagerTest::placementThatFailsIsNotLogged()
 	const OBSSourceAutoRelease source = find(spanish);
 	obs_source_remove(source); // OBS adds no removed source to a scene
 	manager->autoPlaceCaptionSource(source);
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
 }
 
@@ -912,7 +930,7 @@ void CaptionManagerTest::nothingIsPlacedWhenTheManagerIsGone()
 	const OBSSourceAutoRelease source = find(spanish);
 	manager.reset();
 	waitForPlacement();
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
 }
 
@@ -1012,7 +1030,7 @@ void CaptionManagerTest::removedSourceIsMadeAgainWithTheNextLanguages()
 	QCOMPARE(state().currentText, "");
 	QCOMPARE(cssOf(spanish), shown(""));
 	waitForPlacement();
-	QVERIFY(itemOf(scene, spanish));
+	QVERIFY(itemOf(*scene, spanish));
 	manager->onCaption("es", "Otra vez", 0, 1, true);
 	manager->onClipStarted("es", 1);
 	QCOMPARE(cssOf(spanish), shown("Otra vez"));
@@ -1035,7 +1053,7 @@ void CaptionManagerTest::abandoningRemovesTheSources()
 	QVERIFY2(obs_weak_source_expired(weak), "a reference is held past the removal");
 	log->clear();
 	waitForPlacement();
-	QVERIFY(!itemOf(scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
 	QVERIFY(timer.isNull());
 	manager->abandonAll();
@@ -1051,7 +1069,7 @@ void CaptionManagerTest::clearingLeavesTheSourcesInTheScene()
 	const OBSSourceAutoRelease source = find(spanish);
 	QVERIFY(source);
 	QVERIFY(!obs_source_removed(source));
-	QVERIFY(itemOf(scene, spanish));
+	QVERIFY(itemOf(*scene, spanish));
 	QVERIFY(QTest::qWaitFor([&] { return timer.isNull(); }));
 	manager->clearAll();
 }
@@ -1064,7 +1082,7 @@ void CaptionManagerTest::destructionLeavesTheSourcesForReattachment()
 	const OBSSourceAutoRelease source = find(spanish);
 	manager.reset();
 	QVERIFY(!obs_source_removed(source));
-	QVERIFY(itemOf(scene, spanish));
+	QVERIFY(itemOf(*scene, spanish));
 
 	manager = std::make_unique<CaptionManager>();
 	manager->setLanguages({"es"}, names);
@@ -1122,7 +1140,7 @@ void CaptionManagerTest::everythingWorksWithAnInstalledBrowserSource()
 
 	manager->setLanguages({"es"}, names);
 	waitForPlacement();
-	QVERIFY(itemOf(scene, spanish));
+	QVERIFY(itemOf(*scene, spanish));
 	manager->onCaption("es", "Hola", 0, 0, false);
 	QCOMPARE(rendered, shown("Hola"));
 	manager->onClearTimerTick("es");

@@ -12,7 +12,7 @@
 
 namespace {
 
-const QByteArray page = "<!DOCTYPE html>\n"
+constexpr char page[] = "<!DOCTYPE html>\n"
 			"<html>\n"
 			"\t<head>\n"
 			"\t\t<meta charset=\"utf-8\">\n"
@@ -95,7 +95,7 @@ void CaptionPageTest::pageHasNoScript()
 
 void CaptionPageTest::existingFileIsOverwrittenFromTheStart()
 {
-	write(path, page + "<p>left over</p>");
+	write(path, QByteArray(page) + "<p>left over</p>");
 	writeCaptionPage(path);
 	QCOMPARE(contents(path), page);
 

@@ -15,7 +15,7 @@ QJsonObject json(const char *text)
 }
 
 /** Reads `text`, which has to be a message of type Message. */
-template<typename Message> Message read(const char *text)
+template <typename Message> Message read(const char *text)
 {
 	const ServiceMessage message = readServiceMessage(json(text));
 	const Message *wanted = std::get_if<Message>(&message);
@@ -45,16 +45,18 @@ private Q_SLOTS:
 
 	void targetsArePassedThroughUnchanged()
 	{
-		QCOMPARE(buildConfigUpdateMessage(QJsonArray{1, "x", QJsonObject{{"own", QJsonValue::Null}}}, "original"),
+		QCOMPARE(buildConfigUpdateMessage(QJsonArray{1, "x", QJsonObject{{"own", QJsonValue::Null}}},
+						  "original"),
 			 R"({"captionMode":"original","targetLanguages":[1,"x",{"own":null}],"type":"config_update"})");
 	}
 
 	void configUpdateIsCompactWithAscendingKeys()
 	{
 		const QJsonArray targets{QJsonObject{{"code", "fr"}, {"dubbing", false}, {"captions", true}}};
-		QCOMPARE(buildConfigUpdateMessage(targets, "original"),
-			 R"({"captionMode":"original","targetLanguages":[{"captions":true,"code":"fr","dubbing":false}],)"
-			 R"("type":"config_update"})");
+		QCOMPARE(
+			buildConfigUpdateMessage(targets, "original"),
+			R"({"captionMode":"original","targetLanguages":[{"captions":true,"code":"fr","dubbing":false}],)"
+			R"("type":"config_update"})");
 	}
 
 	void stopHasItsTypeOnly() { QCOMPARE(buildStopMessage(), R"({"type":"stop"})"); }
@@ -137,8 +139,8 @@ private Q_SLOTS:
 
 	void ttsStart()
 	{
-		const auto message = read<TtsStartMessage>(
-			R"({"type":"tts_start","language":"es","clipId":4,"sampleRate":22050})");
+		const auto message =
+			read<TtsStartMessage>(R"({"type":"tts_start","language":"es","clipId":4,"sampleRate":22050})");
 		QCOMPARE(message.language, "es");
 		QCOMPARE(message.clipId, 4);
 		QCOMPARE(message.sampleRate, 22050);
@@ -167,7 +169,8 @@ private Q_SLOTS:
 		const auto empty = read<LimitWarningMessage>(R"({"type":"limit_warning"})");
 		QCOMPARE(empty.feature, "");
 		QCOMPARE(empty.minutesRemaining, 0);
-		QCOMPARE(read<LimitReachedMessage>(R"({"type":"limit_reached","feature":"captions"})").feature, "captions");
+		QCOMPARE(read<LimitReachedMessage>(R"({"type":"limit_reached","feature":"captions"})").feature,
+			 "captions");
 		QCOMPARE(read<LimitReachedMessage>(R"({"type":"limit_reached"})").feature, "");
 	}
 
@@ -212,8 +215,8 @@ private Q_SLOTS:
 		QVERIFY(ok.limits.isEmpty());
 		QVERIFY(ok.voiceProfile.isEmpty());
 
-		const auto clip = read<TtsStartMessage>(
-			R"({"type":"tts_start","language":7,"clipId":"4","sampleRate":"22050"})");
+		const auto clip =
+			read<TtsStartMessage>(R"({"type":"tts_start","language":7,"clipId":"4","sampleRate":"22050"})");
 		QCOMPARE(clip.language, "");
 		QCOMPARE(clip.clipId, 0);
 		QCOMPARE(clip.sampleRate, 24000);

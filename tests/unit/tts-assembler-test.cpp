@@ -110,11 +110,12 @@ private Q_SLOTS:
 		QTest::newRow("PCM that looks like a tag of no open clip does not split")
 			<< en + "\x11" + es + "\x12\x13" << QStringList{"en", "fr"}
 			<< Segments{{"en", "\x11" + es + "\x12\x13"}};
-		QTest::newRow("a cut-off tag is PCM")
-			<< en + pcm + "\x02"
-						     "e"
-			<< QStringList{"en"} << Segments{{"en", pcm + "\x02"
-									      "e"}};
+		QTest::newRow("a cut-off tag is PCM") << en + pcm +
+								 "\x02"
+								 "e"
+						      << QStringList{"en"}
+						      << Segments{{"en", pcm + "\x02"
+									       "e"}};
 		QTest::newRow("no clip open") << en + pcm << QStringList{} << Segments{};
 		QTest::newRow("empty frame") << QByteArray() << QStringList{"en"} << Segments{};
 		QTest::newRow("unknown language, one clip: whole frame is its audio")
@@ -123,29 +124,26 @@ private Q_SLOTS:
 			<< es + pcm << QStringList{"en", "fr"} << Segments{};
 		QTest::newRow("no tag, one clip: whole frame is its audio")
 			<< pcm << QStringList{"en"} << Segments{{"en", pcm}};
-		QTest::newRow("one byte, one clip") << QByteArray("\x02") << QStringList{"en"}
-						    << Segments{{"en", "\x02"}};
+		QTest::newRow("one byte, one clip")
+			<< QByteArray("\x02") << QStringList{"en"} << Segments{{"en", "\x02"}};
 		QTest::newRow("no tag, two clips: dropped") << pcm << QStringList{"en", "es"} << Segments{};
 		QTest::newRow("tag later than the start, two clips: dropped")
 			<< pcm + en + pcm << QStringList{"en", "es"} << Segments{};
 		QTest::newRow("tag later than the start, one clip: all of it is audio")
 			<< pcm + en + pcm << QStringList{"en"} << Segments{{"en", pcm + en + pcm}};
-		QTest::newRow("letter case counts")
-			<< tag("EN") + pcm << QStringList{"en", "es"} << Segments{};
+		QTest::newRow("letter case counts") << tag("EN") + pcm << QStringList{"en", "es"} << Segments{};
 		QTest::newRow("capital letters and dash")
 			<< tag("pt-BR") + pcm << QStringList{"pt-BR", "es"} << Segments{{"pt-BR", pcm}};
 		QTest::newRow("a longer code is not its beginning")
 			<< tag("en-US") + pcm << QStringList{"en", "es"} << Segments{};
 		QTest::newRow("ten letters are the longest")
-			<< tag("abcdefghij") + pcm << QStringList{"abcdefghij", "es"}
-			<< Segments{{"abcdefghij", pcm}};
+			<< tag("abcdefghij") + pcm << QStringList{"abcdefghij", "es"} << Segments{{"abcdefghij", pcm}};
 		QTest::newRow("eleven letters are no tag")
 			<< tag("abcdefghijk") + pcm << QStringList{"abcdefghijk", "es"} << Segments{};
 		QTest::newRow("one letter is no tag") << tag("e") + pcm << QStringList{"e", "es"} << Segments{};
 		QTest::newRow("zero length is no tag")
 			<< QByteArray(1, '\0') + pcm << QStringList{"", "es"} << Segments{};
-		QTest::newRow("digit is no tag character")
-			<< tag("e1") + pcm << QStringList{"e1", "es"} << Segments{};
+		QTest::newRow("digit is no tag character") << tag("e1") + pcm << QStringList{"e1", "es"} << Segments{};
 		QTest::newRow("underscore is no tag character")
 			<< tag("pt_BR") + pcm << QStringList{"pt_BR", "es"} << Segments{};
 		QTest::newRow("byte above ASCII is no tag character")

@@ -51,7 +51,10 @@ void LoopbackService::accept()
 	connect(peer, &QWebSocket::textMessageReceived, this, [this](const QString &text) { texts.append(text); });
 	connect(peer, &QWebSocket::binaryMessageReceived, this,
 		[this](const QByteArray &frame) { frames.append(frame); });
-	connect(peer, &QWebSocket::disconnected, this, [this, peer] { closeCodes.append(peer->closeCode()); });
+	connect(peer, &QWebSocket::disconnected, this, [this, peer] {
+		const bool dropped = peer->error() == QAbstractSocket::RemoteHostClosedError;
+		closeCodes.append(dropped ? QWebSocketProtocol::CloseCodeAbnormalDisconnection : peer->closeCode());
+	});
 }
 
 RawServer::RawServer(const QByteArray &answer, After after)

@@ -38,7 +38,7 @@ public:
 	/** What was received on all connections, in order. */
 	QStringList texts;
 	QList<QByteArray> frames;
-	/** Close codes of the connections that ended, in order of their ends. */
+	/** Close codes of the connections that ended, in order of their ends; 1006 for one dropped without a word. */
 	QList<int> closeCodes;
 
 private:

@@ -22,8 +22,8 @@ bool run(const QString &program, const QStringList &arguments, const QString &fo
 	process.setProcessEnvironment(environment);
 	process.setWorkingDirectory(folder);
 	process.start(program, arguments);
-	const bool done = process.waitForFinished() && process.exitStatus() == QProcess::NormalExit &&
-			  process.exitCode() == 0;
+	const bool done =
+		process.waitForFinished() && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
 	if (!done) {
 		qWarning("%s failed: %s%s", qPrintable(program), qPrintable(process.errorString()),
 			 process.readAllStandardError().constData());
@@ -67,7 +67,8 @@ std::optional<QSslConfiguration> unknownRootServerCertificate()
 	const bool made =
 		run("openssl",
 		    QStringList{"req", "-x509", "-keyout", "ca-key.pem", "-out", "ca.pem", "-days", "2", "-subj",
-				"/CN=Unknown root"} + newKey,
+				"/CN=Unknown root"} +
+			    newKey,
 		    folder.path()) &&
 		run("openssl",
 		    QStringList{"req", "-keyout", "key.pem", "-out", "request.pem", "-subj", "/CN=localhost"} + newKey,
