@@ -45,9 +45,9 @@ def dub_source(code):
 	return f"Talvora Dub — {LANGUAGES[code]}"
 
 
-def configuration():
+def configuration(dock_visible):
 	return {
-		"apiKey": KEY, "audioSource": MICROPHONE, "autoConnect": True, "dockVisible": True,
+		"apiKey": KEY, "audioSource": MICROPHONE, "autoConnect": True, "dockVisible": dock_visible,
 		"captionBgColor": "#b0101020", "captionFont": "DejaVu Sans,40,-1,5,600,0,0,0,0,0",
 		"targetLanguages": [{"code": code, "captions": True, "dubbing": code in DUBBED} for code in LANGUAGES],
 	}
@@ -62,7 +62,7 @@ def label(code):
 
 def inputs(picture, speech, looping):
 	return [Input("Hills at dusk", "image_source", {"file": str(picture)}),
-		media_file(MICROPHONE, speech, looping=looping), *(label(code) for code in LANGUAGES)]
+		media_file(MICROPHONE, speech, looping=looping, muted=True), *(label(code) for code in LANGUAGES)]
 
 
 def arrange(obs):
@@ -81,8 +81,10 @@ def arrange(obs):
 		obs.set_tracks(dub_source(code), track)
 
 
-def rewind(obs):
+def speak(obs):
+	"""Lets the speech begin: until then the source was muted, so that nothing of it was heard yet."""
 	obs.request("TriggerMediaInputAction", inputName=MICROPHONE, mediaAction="OBS_WEBSOCKET_MEDIA_INPUT_ACTION_RESTART")
+	obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=False)
 
 
 def take_pictures(obs, seconds, folder):
@@ -122,11 +124,11 @@ def run_without_display(folder, picture):
 	played = read_track(speech, 1)[:, 0]
 	say(f"Playing {len(played) / 48000:.0f} s of recorded speech to OBS ...")
 	with LocalService(folder=folder / "service") as service, Obs(
-			inputs=inputs(picture, speech, False), talvora_config=configuration(), tracks=(1, 2, 3), fps=20, preview=True) as obs:
+			inputs=inputs(picture, speech, False), talvora_config=configuration(False), tracks=(1, 2, 3), fps=20, preview=True) as obs:
 		obs.wait_for_log(r"\[talvora-obs\] WSClient: authenticated$", timeout=30)
 		arrange(obs)
 		obs.start_recording()
-		rewind(obs)
+		speak(obs)
 		# After the last sentence there are its captions and dubs to come.
 		taken = take_pictures(obs, len(played) / 48000 + 8, folder)
 		recording = folder / "recording.mkv"
@@ -156,11 +158,11 @@ def run_on_display(folder, picture, display):
 	compose(speech)
 	say("OBS opens on your display with the speech playing in a loop; close its window to end the demo.")
 	with LocalService(folder=folder / "service") as service, Obs(
-			inputs=inputs(picture, speech, True), talvora_config=configuration(), tracks=(1, 2, 3), fps=30, preview=True,
+			inputs=inputs(picture, speech, True), talvora_config=configuration(True), tracks=(1, 2, 3), fps=30, preview=True,
 			display=display) as obs:
 		obs.wait_for_log(r"\[talvora-obs\] WSClient: authenticated$", timeout=30)
 		arrange(obs)
-		rewind(obs)
+		speak(obs)
 		obs.wait()
 		(folder / "obs.log").write_text(obs.log, encoding="utf-8")
 		write_transcript(service, folder / "transcript.txt")

@@ -92,17 +92,19 @@ class Input:
 	settings: dict = field(default_factory=dict)
 	tracks: tuple = (1,)
 	position: tuple = (0, 0)
+	muted: bool = False
 
 	def as_source(self):
-		return {"name": self.name, "id": self.kind, "settings": self.settings, "mixers": _track_mask(self.tracks)}
+		return {"name": self.name, "id": self.kind, "settings": self.settings, "mixers": _track_mask(self.tracks),
+			"muted": self.muted}
 
 	def as_item(self, number):
 		return {"name": self.name, "id": number, "visible": True, "pos": {"x": self.position[0], "y": self.position[1]}}
 
 
-def media_file(name, path, looping=False, tracks=(1,)):
+def media_file(name, path, looping=False, **more):
 	"""A media source that plays a local file as soon as it is there."""
-	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, tracks)
+	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, **more)
 
 
 class VirtualDisplay:

@@ -20,12 +20,12 @@ _NOVEL = Path("/usr/share/pocketsphinx/test/data/librivox")
 
 # Whole sentences, the ones first that make the best first minute.
 _RECORDINGS = [
-	_NOVEL / "sense_and_sensibility_01_austen_64kb-0880.wav",
 	_NOVEL / "sense_and_sensibility_01_austen_64kb-0870.wav",
-	_PROMPTS / "queue-youarenext.wav",
-	_PROMPTS / "ss-noservice.wav",
 	_PROMPTS / "followme/sorry.wav",
 	_PROMPTS / "followme/status.wav",
+	_PROMPTS / "ss-noservice.wav",
+	_NOVEL / "sense_and_sensibility_01_austen_64kb-0880.wav",
+	_PROMPTS / "queue-youarenext.wav",
 	_NOVEL / "sense_and_sensibility_01_austen_64kb-0920.wav",
 	_PROMPTS / "privacy-unident.wav",
 	_PROMPTS / "demo-moreinfo.wav",
