@@ -4,6 +4,7 @@
 #include "plugin-support.h"
 
 #include <obs-module.h>
+#include <obs.hpp>
 
 #include <algorithm>
 
@@ -152,6 +153,14 @@ void DubbedSource::flush()
 	const std::lock_guard guard(lock);
 	speech.clear();
 	originalGain.reset();
+}
+
+void DubbedSource::restoreSource()
+{
+	const OBSSourceAutoRelease present = source.getRef();
+	if (!present) {
+		source.adopt(find_or_create(sourceName.c_str()));
+	}
 }
 
 void DubbedSource::forgetSource()

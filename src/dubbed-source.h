@@ -62,6 +62,9 @@ public:
 	/** Drops all queued speech and puts the original back to full level at once. No callback is called. */
 	void flush();
 
+	/** Finds or creates the OBS source again where OBS has removed it. User-interface thread. */
+	void restoreSource();
+
 	/**
 	 * Forgets the OBS source without releasing the reference, so that destroying this object leaves it alone
 	 * while OBS tears its sources down.

@@ -5,6 +5,7 @@
 #include "deployment.h"
 #include "plugin-dock.h"
 #include "plugin-support.h"
+#include "scene-watcher.h"
 #include "ws-client.h"
 
 #include <QDir>
@@ -82,6 +83,7 @@ void TalvoraPlugin::initialize()
 	updateDubbedSources();
 	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
 	updateCaptionSources();
+	watchScene();
 
 	if (settings.autoConnect && !settings.apiKey.isEmpty() && !settings.languageTargets.isEmpty()) {
 		talvora_log(LOG_INFO, "Talvora: auto-connecting (autoConnect=true)");
@@ -123,6 +125,7 @@ void TalvoraPlugin::shutdown()
 		return;
 	}
 	shuttingDown = true;
+	sceneWatcher.reset();
 
 	if (dock) {
 		settings.dockVisible = dock->isVisible();
@@ -547,6 +550,54 @@ void TalvoraPlugin::setAudioSource(const QString &name)
 	attachAudioCapture();
 }
 
+// Changes of the scene
+
+void TalvoraPlugin::watchScene()
+{
+	sceneWatcher = std::make_unique<SceneWatcher>();
+	connect(sceneWatcher.get(), &SceneWatcher::collectionChanged, this, &TalvoraPlugin::restoreOutputs);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceCreated, this, &TalvoraPlugin::onSourceCreated);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceRemoved, this, &TalvoraPlugin::onSourceRemoved);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceRenamed, this, &TalvoraPlugin::onSourceRenamed);
+}
+
+void TalvoraPlugin::restoreOutputs()
+{
+	forEachDubbedSource([](DubbedSource &source) { source.restoreSource(); });
+	updateCaptionSources();
+	restoreAudioCapture();
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceCreated(const QString &name)
+{
+	if (name == settings.audioSource) {
+		restoreAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceRemoved()
+{
+	if (audioSourceRef && !isCapturing()) {
+		detachAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceRenamed(const QString &from, const QString &to)
+{
+	if (from == settings.audioSource) {
+		// The user still means the source that was chosen, whatever it is called now.
+		settings.audioSource = to;
+		saveConfig();
+	}
+	if (to == settings.audioSource) {
+		restoreAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
 // Audio capture
 
 void TalvoraPlugin::attachAudioCapture()
@@ -558,7 +609,7 @@ void TalvoraPlugin::attachAudioCapture()
 
 	const QByteArray name = settings.audioSource.toUtf8();
 	const OBSSourceAutoRelease source = obs_get_source_by_name(name);
-	if (!source) {
+	if (!source || obs_source_removed(source)) {
 		talvora_log(LOG_WARNING, "Talvora: audio source '%s' not found", name.constData());
 		return;
 	}
@@ -602,6 +653,20 @@ void TalvoraPlugin::detachAudioCapture()
 			    settings.audioSource.toUtf8().constData());
 	}
 	obs_weak_source_release(std::exchange(audioSourceRef, nullptr));
+}
+
+bool TalvoraPlugin::isCapturing() const
+{
+	const OBSSourceAutoRelease source = obs_weak_source_get_source(audioSourceRef);
+	return source && !obs_source_removed(source) &&
+	       settings.audioSource == QString::fromUtf8(obs_source_get_name(source));
+}
+
+void TalvoraPlugin::restoreAudioCapture()
+{
+	if (!settings.audioSource.isEmpty() && !isCapturing()) {
+		attachAudioCapture();
+	}
 }
 
 void TalvoraPlugin::audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted)

@@ -23,6 +23,7 @@
 class CaptionManager;
 class PluginDock;
 class QThread;
+class SceneWatcher;
 class WSClient;
 
 /**
@@ -130,6 +131,8 @@ Q_SIGNALS:
 	/** @param msg an English sentence for the user */
 	void errorOccurred(const QString &msg);
 	void maxTargetLanguagesChanged(int n);
+	/** Sources have come, gone or been renamed, or another audio source is captured now. */
+	void audioSourcesChanged();
 
 private:
 	friend class TalvoraPluginTest;
@@ -141,6 +144,15 @@ private:
 	void captureChunk(obs_source_t *source, const audio_data &audio);
 
 	void connectClient();
+	void watchScene();
+	/** Brings back what left OBS together with the sources of a scene collection. */
+	void restoreOutputs();
+	/** Whether the source the settings name is being captured. */
+	bool isCapturing() const;
+	void restoreAudioCapture();
+	void onSourceCreated(const QString &name);
+	void onSourceRemoved();
+	void onSourceRenamed(const QString &from, const QString &to);
 	void createDock();
 	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
 	template<typename Action> void forEachDubbedSource(Action action);
@@ -165,6 +177,7 @@ private:
 	std::map<QString, std::unique_ptr<DubbedSource>> dubbedSources;
 	CaptionManager *captionManager = nullptr;
 	QPointer<PluginDock> dock;
+	std::unique_ptr<SceneWatcher> sceneWatcher;
 
 	Settings settings;
 	int maxTargetLanguages = 0;

@@ -127,6 +127,14 @@ private Q_SLOTS:
 	void attachingForgetsTheCarry();
 	void staleSourceIsNotHeard();
 	void playedAudioArrivesAtTheService();
+
+	// Changes of the scene
+	void outputsComeBackInAnotherCollection();
+	void captureBeginsWhenItsSourceAppears();
+	void captureEndsWhenItsSourceIsRemoved();
+	void captureFollowsTheRenamedSource();
+	void sourceThatTakesTheNameIsCaptured();
+	void nothingIsWatchedAfterShutdown();
 	void captureCallbackNeverTouchesTheHeap();
 
 private:
@@ -1165,6 +1173,113 @@ void TalvoraPluginTest::playedAudioArrivesAtTheService()
 	for (const QByteArray &frame : service.frames) {
 		QVERIFY2(frame.size() <= 320 && frame.size() % 2 == 0, QByteArray::number(frame.size()));
 	}
+}
+
+// Changes of the scene
+
+static void removeAllSources()
+{
+	obs_enum_sources(
+		[](void *, obs_source_t *source) {
+			obs_source_remove(source);
+			return true;
+		},
+		nullptr);
+}
+
+static bool sourceExists(const char *name)
+{
+	obs_source_t *source = obs_get_source_by_name(name);
+	const bool exists = source && !obs_source_removed(source);
+	obs_source_release(source);
+	return exists;
+}
+
+void TalvoraPluginTest::outputsComeBackInAnotherCollection()
+{
+	writeConfig(R"({"audioSource": "Voice", "targetLanguages": [{"code": "es", "dubbing": true, "captions": true}]})");
+	std::optional<TestAudioSource> voice("Voice");
+	make().initialize();
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->isCapturing());
+	const DubbedSource *dub = plugin->dubbedSources.at(u"es"_s).get();
+
+	removeAllSources();
+	voice.reset();
+	QVERIFY(!sourceExists("Talvora Dub — Spanish"));
+	QVERIFY(!sourceExists("Talvora Captions — Spanish"));
+	voice.emplace("Voice");
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
+	QCoreApplication::processEvents();
+	QVERIFY(sourceExists("Talvora Dub — Spanish"));
+	QVERIFY(sourceExists("Talvora Captions — Spanish"));
+	QVERIFY(plugin->isCapturing());
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s).get(), dub);
+
+	const Heard heard("Talvora Dub — Spanish");
+	voice->playConstant(0.25f, 1024);
+	QCOMPARE(heard.samples, std::vector<float>(1024, 0.25f));
+}
+
+void TalvoraPluginTest::captureBeginsWhenItsSourceAppears()
+{
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	QVERIFY(!plugin->isCapturing());
+	const QSignalSpy changed(plugin, &TalvoraPlugin::audioSourcesChanged);
+	const TestAudioSource other("Other");
+	QCoreApplication::processEvents();
+	QVERIFY(!plugin->isCapturing());
+	const TestAudioSource voice("Voice");
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->isCapturing());
+	QCOMPARE(changed.size(), 2);
+}
+
+void TalvoraPluginTest::captureEndsWhenItsSourceIsRemoved()
+{
+	std::optional<TestAudioSource> voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	log->clear();
+	obs_source_remove(voice->get());
+	QCoreApplication::processEvents();
+	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s));
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->currentSettings().audioSource, u"Voice"_s);
+}
+
+void TalvoraPluginTest::captureFollowsTheRenamedSource()
+{
+	const TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	obs_source_set_name(voice.get(), "Microphone");
+	QCoreApplication::processEvents();
+	QCOMPARE(plugin->currentSettings().audioSource, u"Microphone"_s);
+	QCOMPARE(savedConfig()[u"audioSource"], QJsonValue(u"Microphone"_s));
+	QVERIFY(plugin->isCapturing());
+}
+
+void TalvoraPluginTest::sourceThatTakesTheNameIsCaptured()
+{
+	const TestAudioSource voice("Anything");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	obs_source_set_name(voice.get(), "Voice");
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->isCapturing());
+}
+
+void TalvoraPluginTest::nothingIsWatchedAfterShutdown()
+{
+	make().initialize();
+	plugin->shutdown();
+	QVERIFY(frontendStub().callbacks.empty());
+	const QSignalSpy changed(plugin, &TalvoraPlugin::audioSourcesChanged);
+	const TestAudioSource voice("Voice");
+	QCoreApplication::processEvents();
+	QCOMPARE(changed.size(), 0);
 }
 
 void TalvoraPluginTest::captureCallbackNeverTouchesTheHeap()
