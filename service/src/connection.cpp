@@ -20,6 +20,12 @@ Connection::Connection(int number, QWebSocket *socket, QObject *parent)
 	m_socket->setMaxAllowedIncomingMessageSize(kLongestMessage);
 	connect(m_socket, &QWebSocket::textMessageReceived, this, &Connection::textReceived);
 	connect(m_socket, &QWebSocket::binaryMessageReceived, this, &Connection::binaryReceived);
+	// Qt goes on to parse what follows a message it refused, for many seconds (seen in 6.11): end that at once.
+	connect(m_socket, &QWebSocket::aboutToClose, this, [this] {
+		if (!m_closing) {
+			drop();
+		}
+	});
 	connect(m_socket, &QWebSocket::disconnected, this, [this] { emit ended(m_socket->closeCode()); });
 }
 
@@ -57,6 +63,7 @@ void Connection::sendBinary(const QByteArray &frame)
 void Connection::close(QWebSocketProtocol::CloseCode code, const QString &reason)
 {
 	if (isOpen()) {
+		m_closing = true;
 		m_socket->close(code, reason);
 		QTimer::singleShot(kCloseMs, this, &Connection::drop);
 	}
@@ -64,6 +71,7 @@ void Connection::close(QWebSocketProtocol::CloseCode code, const QString &reason
 
 void Connection::drop()
 {
+	m_closing = true;
 	m_socket->flush();
 	m_socket->abort();
 }

@@ -43,4 +43,5 @@ private:
 
 	int m_number;
 	QWebSocket *m_socket;
+	bool m_closing = false; ///< the end was asked for on this side
 };
