@@ -17,7 +17,7 @@ LANGUAGES = {"es": "Spanish", "fr": "French", "it": "Italian", "pt": "Portuguese
 DUBBED = {"es": 2, "fr": 3}
 
 # Without a display: how much speech is played, seconds.
-_SPEECH = 62
+_SPEECH = 66
 
 # How long a caption must be up before its picture is taken, seconds: the browser needs a tenth to draw it.
 _SETTLED = 0.7
