@@ -199,8 +199,8 @@ private:
 	const QMap<QString, QString> names = {{"es", "Spanish"}, {"de", "German"}};
 	const QString spanish = QString::fromUtf8("Talvora Captions — Spanish");
 	std::unique_ptr<QTemporaryDir> temporary;
-	std::unique_ptr<ObsFixture> obs;
 	std::unique_ptr<LogCapture> log;
+	std::unique_ptr<ObsFixture> obs;
 	std::unique_ptr<TestScene> scene;
 	std::unique_ptr<CaptionManager> manager;
 };
@@ -226,6 +226,8 @@ void CaptionManagerTest::initTestCase()
 	temporary = std::make_unique<QTemporaryDir>();
 	QVERIFY(temporary->isValid());
 	qputenv("TMPDIR", temporary->path().toUtf8());
+	// Lives longer than libobs, whose threads log until its end.
+	log = std::make_unique<LogCapture>();
 	obs = std::make_unique<ObsFixture>();
 	// From OBS 31 on positions are kept relative to the canvas otherwise, and without video there is none.
 	const OBSDataAutoRelease ofLibobs = obs_get_private_data();
@@ -234,13 +236,13 @@ void CaptionManagerTest::initTestCase()
 
 void CaptionManagerTest::init()
 {
-	log = std::make_unique<LogCapture>();
 	scene = std::make_unique<TestScene>("Scene");
 	setCurrentScene(scene->source());
 	setCanvasSize(1920, 1080);
 	manager = std::make_unique<CaptionManager>();
 	browserCreationFails = false;
 	sentSettings.clear();
+	log->clear();
 }
 
 void CaptionManagerTest::cleanup()
@@ -248,7 +250,6 @@ void CaptionManagerTest::cleanup()
 	manager.reset();
 	setCurrentScene(nullptr);
 	scene.reset();
-	log.reset();
 	// OBS takes a scene apart on a thread of its own.
 	QVERIFY2(QTest::qWaitFor([this] { return !find(spanish); }), "a reference to the caption source is left");
 }
@@ -256,6 +257,7 @@ void CaptionManagerTest::cleanup()
 void CaptionManagerTest::cleanupTestCase()
 {
 	obs.reset();
+	log.reset();
 }
 
 // The queue
