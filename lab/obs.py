@@ -92,17 +92,19 @@ class Input:
 	settings: dict = field(default_factory=dict)
 	tracks: tuple = (1,)
 	position: tuple = (0, 0)
+	muted: bool = False
 
 	def as_source(self):
-		return {"name": self.name, "id": self.kind, "settings": self.settings, "mixers": _track_mask(self.tracks)}
+		return {"name": self.name, "id": self.kind, "settings": self.settings, "mixers": _track_mask(self.tracks),
+			"muted": self.muted}
 
 	def as_item(self, number):
 		return {"name": self.name, "id": number, "visible": True, "pos": {"x": self.position[0], "y": self.position[1]}}
 
 
-def media_file(name, path, looping=False, tracks=(1,)):
+def media_file(name, path, looping=False, **more):
 	"""A media source that plays a local file as soon as it is there."""
-	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, tracks)
+	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, **more)
 
 
 class VirtualDisplay:
@@ -133,13 +135,14 @@ class Obs:
 	plugin: install the module under test.
 	talvora_config: what the module's configuration file holds at the start, or None for no file.
 	home: a folder to use as the home; kept afterwards. Without it a temporary one is made and removed.
-	canvas: width and height in pixels. tracks: the audio tracks to record, 1 to 6.
+	canvas: width and height in pixels. preview: show the picture in the main window; costs much without a graphics card.
+	tracks: the audio tracks to record, 1 to 6.
 	lossless_audio: record every sample as it was mixed (32-bit float) instead of AAC.
 	display: an X display to use, or None for a virtual one.
 	verbose: log debug lines too.
 	"""
 
-	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=30,
+	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
 		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, verbose=False,
 		     build=BUILD):
 		self._keep_home = home is not None
@@ -151,6 +154,7 @@ class Obs:
 		self._talvora_config = talvora_config
 		self._canvas = canvas
 		self._fps = fps
+		self._preview = preview
 		self._tracks = tracks
 		self._lossless_audio = lossless_audio
 		self._sample_rate = sample_rate
@@ -293,7 +297,7 @@ class Obs:
 			"SceneCollectionFile": "Untitled", "ConfigOnNewProfile": False,
 		}
 		window = {
-			"SysTrayEnabled": False, "WarnBeforeStartingStream": False, "WarnBeforeStoppingStream": False,
+			"SysTrayEnabled": False, "PreviewEnabled": self._preview, "WarnBeforeStartingStream": False, "WarnBeforeStoppingStream": False,
 			"WarnBeforeStoppingRecord": False,
 		}
 		above = str(config.parent)
@@ -382,7 +386,8 @@ class Obs:
 
 	def show_log_tail(self, lines=60):
 		print(f"--- the last {lines} lines of OBS's log ---")
-		print("\n".join((self.log or self.console).splitlines()[-lines:]))
+		# The profiler's table at the end tells nothing about a failure.
+		print("\n".join((self.log.split("== Profiler Results")[0] or self.console).splitlines()[-lines:]))
 		print("---", flush=True)
 
 	# What it does

@@ -95,8 +95,8 @@ void ApertiumPipe::start()
 	// A group of their own: an interrupt at the terminal is for the service, which ends them in its own time.
 	m_process->setChildProcessModifier([] { setpgid(0, 0); });
 	// Arguments of the pipeline: words that it does not know stay unmarked, and no other option.
-	m_process->start(QStringLiteral("bash"), {QStringLiteral("-c"), command, QStringLiteral("pipeline"),
-						  QStringLiteral("-n"), QString()});
+	m_process->start(QStringLiteral("bash"),
+			 {QStringLiteral("-c"), command, QStringLiteral("pipeline"), QStringLiteral("-n"), QString()});
 	write(QStringLiteral("Hello."));
 	m_warmUpUnread = true;
 }

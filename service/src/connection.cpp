@@ -13,9 +13,7 @@ constexpr int kCloseMs = 5000;
 } // namespace
 
 Connection::Connection(int number, QWebSocket *socket, QObject *parent)
-	: QObject(parent),
-	  m_number(number),
-	  m_socket(socket)
+	: QObject(parent), m_number(number), m_socket(socket)
 {
 	m_socket->setParent(this);
 	m_socket->setMaxAllowedIncomingFrameSize(kLongestMessage);
@@ -66,6 +64,7 @@ void Connection::close(QWebSocketProtocol::CloseCode code, const QString &reason
 
 void Connection::drop()
 {
+	m_socket->flush();
 	m_socket->abort();
 }
 

@@ -27,7 +27,8 @@ public:
 	void sendBinary(const QByteArray &frame);
 	/// Orderly end with a closing handshake; a client that does not answer it is dropped after 5 s.
 	void close(QWebSocketProtocol::CloseCode code, const QString &reason = {});
-	/// Ends the connection without a closing handshake.
+	/// Ends the connection without a closing handshake; what was sent before still arrives unless the client is
+	/// slow.
 	void drop();
 
 signals:

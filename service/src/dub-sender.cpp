@@ -29,8 +29,8 @@ void DubSender::enqueue(const QString &language, int clipId, const SpeechClip &c
 {
 	const auto pcmPerFrame = static_cast<qsizetype>(clip.sampleRate * kFrameSec) * 2;
 	Queue &queue = m_queues[language];
-	queue.clips.push_back({clipId, clip.sampleRate, clip.seconds(),
-			       taggedFrames(language, clip.pcm, pcmPerFrame), 0});
+	queue.clips.push_back(
+		{clipId, clip.sampleRate, clip.seconds(), taggedFrames(language, clip.pcm, pcmPerFrame), 0});
 	leaveOutOld(language, queue);
 	pumpAll();
 }

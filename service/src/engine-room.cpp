@@ -13,9 +13,9 @@ constexpr int kMostDecoders = 16;
 // Hands on what a recogniser notices.
 class CallbackListener : public RecogniserListener {
 public:
-	explicit CallbackListener(std::function<void(std::function<void()>)> post, EngineRoom::DecoderCallbacks callbacks)
-		: m_post(std::move(post)),
-		  m_callbacks(std::move(callbacks))
+	explicit CallbackListener(std::function<void(std::function<void()>)> post,
+				  EngineRoom::DecoderCallbacks callbacks)
+		: m_post(std::move(post)), m_callbacks(std::move(callbacks))
 	{
 	}
 
@@ -44,12 +44,8 @@ private:
 
 EngineRoom::EngineRoom(RecogniserFactory recognisers, std::unique_ptr<Translator> translator,
 		       std::unique_ptr<Synthesiser> synthesiser, QObject *parent)
-	: QObject(parent),
-	  m_recognisers(std::move(recognisers)),
-	  m_translator(std::move(translator)),
-	  m_synthesiser(std::move(synthesiser)),
-	  m_translatorContext(new QObject),
-	  m_synthesiserContext(new QObject)
+	: QObject(parent), m_recognisers(std::move(recognisers)), m_translator(std::move(translator)),
+	  m_synthesiser(std::move(synthesiser)), m_translatorContext(new QObject), m_synthesiserContext(new QObject)
 {
 	m_decoders.setMaxThreadCount(kMostDecoders);
 	m_translatorThread.setObjectName("translator");
@@ -103,7 +99,8 @@ void EngineRoom::prepare(const QString &language)
 void EngineRoom::translate(const QString &sentence, const QStringList &languages, QObject *receiver,
 			   std::function<void(const QString &, const std::optional<QString> &)> answer)
 {
-	const auto job = [this, sentence, languages, receiver = QPointer<QObject>(receiver), answer = std::move(answer)] {
+	const auto job = [this, sentence, languages, receiver = QPointer<QObject>(receiver),
+			  answer = std::move(answer)] {
 		for (const QString &language : languages) {
 			const std::optional<QString> text = m_translator->translate(sentence, language);
 			deliver(receiver, [answer, language, text] { answer(language, text); });

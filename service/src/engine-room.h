@@ -62,7 +62,7 @@ private:
 	std::unique_ptr<Synthesiser> m_synthesiser;
 	QThread m_translatorThread;
 	QThread m_synthesiserThread;
-	QObject *m_translatorContext; ///< lives on m_translatorThread
+	QObject *m_translatorContext;  ///< lives on m_translatorThread
 	QObject *m_synthesiserContext; ///< lives on m_synthesiserThread
 	QThreadPool m_decoders;
 	std::vector<std::weak_ptr<AudioQueue>> m_queues;

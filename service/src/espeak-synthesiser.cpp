@@ -35,8 +35,8 @@ bool EspeakSynthesiser::hasVoice(const QString &language) const
 bool EspeakSynthesiser::start()
 {
 	if (m_sampleRate == 0) {
-		m_sampleRate = espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, kBufferMs, nullptr,
-						 espeakINITIALIZE_DONT_EXIT);
+		m_sampleRate =
+			espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, kBufferMs, nullptr, espeakINITIALIZE_DONT_EXIT);
 		espeak_SetSynthCallback(collect);
 	}
 	return m_sampleRate > 0;

@@ -12,14 +12,14 @@ struct Language {
 };
 
 constexpr std::array<Language, 31> kLanguages{{
-	{"ar", "Arabic", "ar"},     {"bg", "Bulgarian", "bg"},  {"zh", "Chinese", "cmn"},  {"hr", "Croatian", "hr"},
-	{"cs", "Czech", "cs"},      {"da", "Danish", "da"},     {"nl", "Dutch", "nl"},     {"en", "English", "en-us"},
-	{"fil", "Filipino", ""},    {"fi", "Finnish", "fi"},    {"fr", "French", "fr"},    {"de", "German", "de"},
-	{"el", "Greek", "el"},      {"hi", "Hindi", "hi"},      {"id", "Indonesian", "id"}, {"it", "Italian", "it"},
-	{"ja", "Japanese", "ja"},   {"ko", "Korean", "ko"},     {"ms", "Malay", "ms"},     {"no", "Norwegian", "nb"},
-	{"pl", "Polish", "pl"},     {"pt", "Portuguese", "pt-br"}, {"ro", "Romanian", "ro"}, {"ru", "Russian", "ru"},
-	{"sk", "Slovak", "sk"},     {"es", "Spanish", "es"},    {"sv", "Swedish", "sv"},   {"ta", "Tamil", "ta"},
-	{"tr", "Turkish", "tr"},    {"uk", "Ukrainian", "uk"},  {"vi", "Vietnamese", "vi"},
+	{"ar", "Arabic", "ar"},   {"bg", "Bulgarian", "bg"},     {"zh", "Chinese", "cmn"},   {"hr", "Croatian", "hr"},
+	{"cs", "Czech", "cs"},    {"da", "Danish", "da"},        {"nl", "Dutch", "nl"},      {"en", "English", "en-us"},
+	{"fil", "Filipino", ""},  {"fi", "Finnish", "fi"},       {"fr", "French", "fr"},     {"de", "German", "de"},
+	{"el", "Greek", "el"},    {"hi", "Hindi", "hi"},         {"id", "Indonesian", "id"}, {"it", "Italian", "it"},
+	{"ja", "Japanese", "ja"}, {"ko", "Korean", "ko"},        {"ms", "Malay", "ms"},      {"no", "Norwegian", "nb"},
+	{"pl", "Polish", "pl"},   {"pt", "Portuguese", "pt-br"}, {"ro", "Romanian", "ro"},   {"ru", "Russian", "ru"},
+	{"sk", "Slovak", "sk"},   {"es", "Spanish", "es"},       {"sv", "Swedish", "sv"},    {"ta", "Tamil", "ta"},
+	{"tr", "Turkish", "tr"},  {"uk", "Ukrainian", "uk"},     {"vi", "Vietnamese", "vi"},
 }};
 
 const Language *find(const QString &code)

@@ -25,10 +25,7 @@ QString untranslated(const QString &sentence)
 
 LiveSession::LiveSession(Connection &connection, EngineRoom &engines, EventLog &events, SessionSettings settings,
 			 QObject *parent)
-	: QObject(parent),
-	  m_connection(connection),
-	  m_engines(engines),
-	  m_events(events),
+	: QObject(parent), m_connection(connection), m_engines(engines), m_events(events),
 	  m_settings(std::move(settings)),
 	  m_dubs({[this](const QJsonObject &message) { m_connection.sendJson(message); },
 		  [this](const QByteArray &frame) { m_connection.sendBinary(frame); },
@@ -137,7 +134,9 @@ void LiveSession::startListening()
 		log("recogniser_unavailable");
 		notify(QStringLiteral("Speech recognition is not available: its English model is not installed."));
 	};
-	callbacks.started = [this](qint64 monoMs) { m_events.writeAt(monoMs, "utterance_start", m_connection.number()); };
+	callbacks.started = [this](qint64 monoMs) {
+		m_events.writeAt(monoMs, "utterance_start", m_connection.number());
+	};
 	callbacks.partial = [this](const QString &words) { onPartial(words); };
 	callbacks.ended = [this](const Utterance &utterance) { onUtterance(utterance); };
 	m_audio = m_engines.startDecoder(this, callbacks);
@@ -145,7 +144,8 @@ void LiveSession::startListening()
 
 void LiveSession::stop()
 {
-	log("stop", {{"caption_minutes", m_captionSec / kSecPerMinute}, {"dubbed_minutes", m_dubbedSec / kSecPerMinute}});
+	log("stop",
+	    {{"caption_minutes", m_captionSec / kSecPerMinute}, {"dubbed_minutes", m_dubbedSec / kSecPerMinute}});
 	m_connection.sendJson(messages::sessionEnded(m_captionSec / kSecPerMinute, m_dubbedSec / kSecPerMinute));
 	m_connection.close(QWebSocketProtocol::CloseCodeNormal);
 }
@@ -204,8 +204,8 @@ void LiveSession::requestTranslations(const QString &sentence, double speechSec,
 	}
 	++m_pendingTranslations;
 	m_engines.translate(sentence, languages, this,
-			    [this, sentence, speechSec, clipId, last = languages.last()](
-				    const QString &language, const std::optional<QString> &text) {
+			    [this, sentence, speechSec, clipId,
+			     last = languages.last()](const QString &language, const std::optional<QString> &text) {
 				    if (language == last) {
 					    --m_pendingTranslations;
 				    }

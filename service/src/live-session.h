@@ -19,9 +19,9 @@
 
 /// What a session needs from the service around it.
 struct SessionSettings {
-	QString key;                    ///< the credential that is accepted
-	int maxTargetLanguages = 0;     ///< below 1: no limit
-	int authTimeoutMs = 10000;      ///< a client that says nothing for so long is closed
+	QString key;                     ///< the credential that is accepted
+	int maxTargetLanguages = 0;      ///< below 1: no limit
+	int authTimeoutMs = 10000;       ///< a client is given so long for each of handshake and "auth"
 	std::function<int()> nextClipId; ///< ids from 1 up, never repeated
 };
 

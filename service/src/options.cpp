@@ -53,7 +53,8 @@ OptionsResult readOptions(const QStringList &arguments)
 	const QCommandLineOption certificate("certificate", "TLS certificate for localhost (PEM). Needed.", "FILE");
 	const QCommandLineOption privateKey("private-key", "Its private key (PEM). Needed.", "FILE");
 	const QCommandLineOption key("key", "API key that clients must send.", "KEY", "tak_live_local");
-	const QCommandLineOption maximum("max-target-languages", "Target languages of a session; 0: no limit.", "N", "0");
+	const QCommandLineOption maximum("max-target-languages", "Target languages of a session; 0: no limit.", "N",
+					 "0");
 	const QCommandLineOption script("script", "Play this script instead of hearing and translating.", "FILE");
 	const QCommandLineOption record("record", "Write what clients send to this file.", "FILE");
 	const QCommandLineOption events("events", "Write what the service does to this file.", "FILE");

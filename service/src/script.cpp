@@ -50,8 +50,7 @@ QByteArray sine(double frequency, double seconds, int sampleRate)
 
 QByteArray readPcm(const QString &spec, int sampleRate, const QString &directory)
 {
-	static const QRegularExpression sineForm(
-		QStringLiteral(R"(^sine\s+(\d+(?:\.\d+)?)\s+(\d+(?:\.\d+)?)s$)"));
+	static const QRegularExpression sineForm(QStringLiteral(R"(^sine\s+(\d+(?:\.\d+)?)\s+(\d+(?:\.\d+)?)s$)"));
 	const QRegularExpressionMatch match = sineForm.match(spec);
 	if (match.hasMatch()) {
 		const double seconds = match.captured(2).toDouble();

@@ -36,7 +36,7 @@ struct SendBinary {
 struct SendTts {
 	QString language;
 	int clipId = 1;
-	int sampleRate = 24000; ///< Hz
+	int sampleRate = 24000;   ///< Hz
 	qsizetype frameBytes = 0; ///< bytes of PCM per frame
 	QByteArray pcm;
 	bool start = true; ///< send "tts_start"

@@ -10,17 +10,14 @@ namespace {
 // Messages that no "expect" takes are forgotten beyond this number.
 constexpr qsizetype kMostRemembered = 1000;
 
-template<class... Ts> struct Overloaded : Ts... {
+template <class... Ts> struct Overloaded : Ts... {
 	using Ts::operator()...;
 };
 
 } // namespace
 
 ScriptedSession::ScriptedSession(Connection &connection, const script::Steps &steps, EventLog &events, QObject *parent)
-	: QObject(parent),
-	  m_connection(connection),
-	  m_steps(steps),
-	  m_events(events)
+	: QObject(parent), m_connection(connection), m_steps(steps), m_events(events)
 {
 	connect(&connection, &Connection::textReceived, this, &ScriptedSession::onText);
 	connect(&connection, &Connection::binaryReceived, this, &ScriptedSession::onBinary);

@@ -3,24 +3,32 @@
 
 #include <QStringList>
 
+namespace {
+
+QString withCapital(QString text)
+{
+	if (!text.isEmpty()) {
+		text[0] = text.at(0).toUpper();
+	}
+	return text;
+}
+
+} // namespace
+
 QString tidied(const QString &text)
 {
-	return text.simplified();
+	return withCapital(text.simplified());
 }
 
 QString capitalisedWords(const QString &words)
 {
-	QStringList list = tidied(words).split(u' ', Qt::SkipEmptyParts);
+	QStringList list = words.simplified().split(u' ', Qt::SkipEmptyParts);
 	for (QString &word : list) {
 		if (word == QLatin1String("i") || word.startsWith(QLatin1String("i'"))) {
 			word[0] = u'I';
 		}
 	}
-	QString text = list.join(u' ');
-	if (!text.isEmpty()) {
-		text[0] = text.at(0).toUpper();
-	}
-	return text;
+	return withCapital(list.join(u' '));
 }
 
 QString sentenceFromWords(const QString &words)

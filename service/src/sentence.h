@@ -10,5 +10,5 @@ QString sentenceFromWords(const QString &words);
 /// The same without the full stop, for words that are still growing.
 QString capitalisedWords(const QString &words);
 
-/// Collapses runs of blanks and trims the ends.
+/// A translation made presentable: first letter capital, runs of blanks collapsed, none at the ends.
 QString tidied(const QString &text);

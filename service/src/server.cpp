@@ -9,22 +9,16 @@ namespace {
 
 const QString kPath = QStringLiteral("/ws/audio-pipeline");
 
-// 1013 of the registry of close codes: "try again later".
-constexpr auto kTryAgainLater = static_cast<QWebSocketProtocol::CloseCode>(1013);
-
 } // namespace
 
 Server::Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events,
 	       Recorder &recorder, QObject *parent)
-	: QObject(parent),
-	  m_listener(QStringLiteral("talvora-local-service"), QWebSocketServer::SecureMode),
-	  m_settings(std::move(settings)),
-	  m_engines(engines),
-	  m_events(events),
-	  m_recorder(recorder)
+	: QObject(parent), m_listener(QStringLiteral("talvora-local-service"), QWebSocketServer::SecureMode),
+	  m_settings(std::move(settings)), m_engines(engines), m_events(events), m_recorder(recorder)
 {
 	m_settings.session.nextClipId = [this] { return ++m_lastClipId; };
 	m_listener.setSslConfiguration(tls);
+	m_listener.setHandshakeTimeout(m_settings.session.authTimeoutMs);
 	connect(&m_listener, &QWebSocketServer::newConnection, this, &Server::accept);
 }
 
@@ -76,7 +70,7 @@ void Server::startSession(Connection &connection)
 	if (connection.path() != kPath) {
 		connection.close(QWebSocketProtocol::CloseCodePolicyViolated, "No such path");
 	} else if (m_connections.size() > kMostConnections) {
-		connection.close(kTryAgainLater, "Too many connections");
+		connection.close(QWebSocketProtocol::CloseCodePolicyViolated, "Too many connections");
 	} else if (m_settings.script) {
 		new ScriptedSession(connection, m_settings.script->forConnection(connection.number()), m_events,
 				    &connection);

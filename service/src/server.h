@@ -21,17 +21,17 @@ class Server : public QObject {
 
 public:
 	static constexpr quint16 kDefaultPort = 3002;
-	/// Connections at a time; further ones are closed at once with "try again later".
+	/// Connections at a time; further ones are closed at once.
 	static constexpr int kMostConnections = 16;
 
 	struct Settings {
-		SessionSettings session; ///< `nextClipId` is the server's
+		SessionSettings session;              ///< `nextClipId` is the server's
 		std::optional<script::Script> script; ///< played instead of live sessions
 	};
 
 	/// `engines`, `events` and `recorder` outlive the server. `engines` may be null when there is a script.
-	Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events, Recorder &recorder,
-	       QObject *parent = nullptr);
+	Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events,
+	       Recorder &recorder, QObject *parent = nullptr);
 	~Server() override;
 
 	/// Listens on 127.0.0.1; port 0 takes a free one. False when the port is taken: see `errorString`.

@@ -8,7 +8,8 @@
 
 namespace {
 
-// Seconds of audio that the endpointer looks at, and the share of it that must be silent (or speech) to change its mind.
+// Seconds of audio that the endpointer looks at, and the share of it that must be silent (or speech) to change its
+// mind.
 constexpr double kWindowSec = 0.4;
 constexpr double kRatio = 0.9;
 
@@ -32,9 +33,7 @@ using Endpointer = std::unique_ptr<ps_endpointer_t, EndpointerDeleter>;
 class SphinxDecoder5 : public SphinxDecoder {
 public:
 	SphinxDecoder5(Config config, Decoder decoder, Endpointer endpointer)
-		: m_config(std::move(config)),
-		  m_decoder(std::move(decoder)),
-		  m_endpointer(std::move(endpointer)),
+		: m_config(std::move(config)), m_decoder(std::move(decoder)), m_endpointer(std::move(endpointer)),
 		  m_pieceSamples(ps_endpointer_frame_size(m_endpointer.get()))
 	{
 	}

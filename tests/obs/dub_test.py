@@ -64,13 +64,16 @@ def test_original_falls_in_150_ms_and_rises_in_300_ms(make_obs, make_service, tm
 	samples, start, end = ducked_part(dub)
 	gain = samples / LEVEL
 	lowest = np.flatnonzero(np.abs(gain - 0.2) < 1e-6)
-	assert abs(lowest[0] + 1 - start - FALL) <= 1, f"the original fell in {lowest[0] + 1 - start} samples"
 	rising = lowest[-1] + 1
-	assert abs(end + 1 - rising - RISE) <= 1, f"the original rose in {end + 1 - rising} samples"
 	assert 48000 <= rising - start < 48000 + LONGEST_CHUNK, f"the voice was active for {rising - start} samples"
-	fall, rise = np.diff(gain[start:lowest[0]]), np.diff(gain[rising:end - 1])
-	assert np.abs(fall + 0.8 / FALL).max() < 1e-6, "the fall is not a straight line"
-	assert np.abs(rise - 0.8 / RISE).max() < 1e-6, "the rise is not a straight line"
+	# The gain is a sum of thousands of 32-bit steps: it may be off by two of them at the end.
+	fall = 1 - 0.8 / FALL * np.arange(1, FALL + 1)
+	assert np.abs(gain[start:start + FALL] - fall).max() < 2 * 0.8 / FALL, "the original does not fall evenly in 150 ms"
+	rise = 0.2 + 0.8 / RISE * np.arange(1, RISE + 1)
+	assert np.abs(gain[rising:rising + RISE] - rise).max() < 2 * 0.8 / RISE, "the original does not rise evenly in 300 ms"
+	assert abs(end - rising - RISE) <= 2, f"the original rose in {end - rising} samples"
+	assert np.abs(gain[start + FALL + 2:rising] - 0.2).max() < 1e-6, "the original is not held at 0.2 under the voice"
+	assert np.abs(gain[end:] - 1).max() < 1e-6, "the original is not back after the voice"
 	assert np.abs(gain[:start] - 1).max() < 1e-6, "the original is not untouched before the voice"
 
 

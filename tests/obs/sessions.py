@@ -1,5 +1,6 @@
 """Pieces that tests with a session are made of."""
 
+import subprocess
 import wave
 
 import numpy as np
@@ -32,6 +33,13 @@ def write_wav(path, frames):
 		file.setsampwidth(2)
 		file.setframerate(48000)
 		file.writeframes(frames.tobytes())
+	return path
+
+
+def write_float_wav(path, frames):
+	"""Writes 32-bit float frames, which may go beyond full scale, as a 48 kHz file."""
+	subprocess.run(["ffmpeg", "-loglevel", "error", "-f", "f32le", "-ar", "48000", "-ac", "2", "-i", "-", "-c:a", "pcm_f32le",
+			str(path)], input=np.ascontiguousarray(frames, "<f4").tobytes(), check=True)
 	return path
 
 

@@ -7,7 +7,9 @@
 #include "ws-client.h"
 
 #include "frontend-stub.h"
+#include "heap-guard.h"
 #include "log-capture.h"
+#include "loopback-service.h"
 #include "obs-fixture.h"
 #include "test-audio-source.h"
 
@@ -22,7 +24,20 @@
 #include <QTest>
 #include <QThread>
 
+#include <dlfcn.h>
+
+#include <array>
 #include <optional>
+
+// In front of libobs's own: its buffers may still grow, which is not the plug-in's allocation.
+extern "C" __attribute__((visibility("default"))) void obs_source_output_audio(obs_source_t *source,
+									       const obs_source_audio *audio)
+{
+	static auto *const original =
+		reinterpret_cast<decltype(&obs_source_output_audio)>(dlsym(RTLD_NEXT, "obs_source_output_audio"));
+	const HeapGuard::Permit permit;
+	original(source, audio);
+}
 
 using namespace Qt::StringLiterals;
 
@@ -83,6 +98,12 @@ private Q_SLOTS:
 	void captionsGoToTheCaptionManager();
 	void speechOfAnUnknownLanguageIsDropped();
 	void oddSpeechPieceLosesItsLastByte();
+	void startHandsTheStoredValuesToTheClient();
+	void twoStartsQueueTwoConnects();
+	void startFlushesTheDubsAndAttachesTheCapture();
+	void changesInASessionReachTheService();
+	void changesOutsideASessionAreOnlySaved();
+	void serviceSpeechReachesTheDubOfItsLanguage();
 
 	// Outputs
 	void noDubOfTheSourceLanguage();
@@ -105,6 +126,8 @@ private Q_SLOTS:
 	void dubbedSourcesHearTheWholeChunk();
 	void attachingForgetsTheCarry();
 	void staleSourceIsNotHeard();
+	void playedAudioArrivesAtTheService();
+	void captureCallbackNeverTouchesTheHeap();
 
 private:
 	/** A fresh plug-in, its home folder empty. */
@@ -112,6 +135,8 @@ private:
 	void writeConfig(const QByteArray &json) const;
 	QJsonObject savedConfig() const;
 	QString configPath() const { return home->filePath(u".config/talvora-obs/config.json"_s); }
+	/** A session of the plug-in with `service`, authenticated. */
+	void authenticate(LoopbackService &service);
 	static void setTargets(TalvoraPlugin &plugin, const LanguageTargets &targets);
 
 	std::optional<ObsFixture> obs;
@@ -682,6 +707,124 @@ void TalvoraPluginTest::oddSpeechPieceLosesItsLastByte()
 	QCOMPARE(dub.speech.size(), size_t{0});
 }
 
+void TalvoraPluginTest::authenticate(LoopbackService &service)
+{
+	QMetaObject::invokeMethod(plugin->wsClient, "connectToServer", Qt::QueuedConnection,
+				  Q_ARG(QString, u"tak_1"_s), Q_ARG(QString, service.url()), Q_ARG(QString, u"en"_s),
+				  Q_ARG(QJsonArray, plugin->buildTargetLanguagesJson()),
+				  Q_ARG(QString, plugin->currentSettings().captionMode));
+	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 1; }));
+	service.send(uR"({"type":"auth_ok","maxTargetLanguages":2})"_s);
+	QVERIFY(QTest::qWaitFor([&] { return plugin->currentMaxTargetLanguages() == 2; }));
+	QCOMPARE(plugin->wsState(), WsState::Authenticated);
+}
+
+void TalvoraPluginTest::startHandsTheStoredValuesToTheClient()
+{
+	make().initialize();
+	setTargets(*plugin, {{u"es"_s, {false, true}}});
+	plugin->settings.apiKey = u"tak_secret"_s;
+	plugin->settings.sourceLanguage = u"fr"_s;
+	plugin->settings.captionMode = u"original"_s;
+	plugin->startSession();
+
+	WSClient *client = plugin->wsClient;
+	QStringList values;
+	QJsonArray targets;
+	QMetaObject::invokeMethod(
+		client,
+		[&] {
+			values = {client->apiKey, client->serverUrl, client->sourceLanguage, client->captionMode};
+			targets = client->targetLanguages;
+		},
+		Qt::BlockingQueuedConnection);
+	QCOMPARE(values, (QStringList{u"tak_secret"_s, u"wss://localhost:3002/ws/audio-pipeline"_s, u"fr"_s,
+				      u"original"_s}));
+	QCOMPARE(targets, plugin->buildTargetLanguagesJson());
+	QVERIFY(plugin->wsState() != WsState::Disconnected);
+}
+
+void TalvoraPluginTest::twoStartsQueueTwoConnects()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	plugin->startSession();
+	plugin->startSession();
+	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
+	QCOMPARE(log->lines(LOG_INFO).count(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s), 2);
+	QCOMPARE(log->lines(LOG_INFO)
+			 .count(u"[talvora-obs] WSClient: connecting to wss://localhost:3002/ws/audio-pipeline"_s),
+		 2);
+}
+
+void TalvoraPluginTest::startFlushesTheDubsAndAttachesTheCapture()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	plugin->setAudioSource(u"Voice"_s);
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	DubbedSource &dub = *plugin->dubbedSources.at(u"es"_s);
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
+	QVERIFY(dub.speech.size() > 0);
+
+	const TestAudioSource late("Voice");
+	plugin->startSession();
+	QCOMPARE(dub.speech.size(), size_t{0});
+	QVERIFY(plugin->audioSourceRef);
+}
+
+void TalvoraPluginTest::changesInASessionReachTheService()
+{
+	LoopbackService service;
+	make().initialize();
+	authenticate(service);
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	plugin->setCaptionMode(u"original"_s);
+	plugin->setSourceLanguage(u"de"_s);
+	plugin->setCaptionMode(u"translated"_s);
+	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 4; }));
+	const auto update = [](const QString &mode) {
+		return QJsonObject{{u"type"_s, u"config_update"_s},
+				   {u"targetLanguages"_s, QJsonArray{QJsonObject{{u"code"_s, u"es"_s},
+										 {u"dubbing"_s, false},
+										 {u"captions"_s, true}}}},
+				   {u"captionMode"_s, mode}};
+	};
+	QCOMPARE(QJsonDocument::fromJson(service.texts[1].toUtf8()).object(), update(u"translated"_s));
+	QCOMPARE(QJsonDocument::fromJson(service.texts[2].toUtf8()).object(), update(u"original"_s));
+	// The spoken language is not sent; the next message is that of the caption mode.
+	QCOMPARE(QJsonDocument::fromJson(service.texts[3].toUtf8()).object(), update(u"translated"_s));
+}
+
+void TalvoraPluginTest::changesOutsideASessionAreOnlySaved()
+{
+	LoopbackService service;
+	make().initialize();
+	plugin->setCaptionMode(u"original"_s);
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	QCOMPARE(savedConfig()[u"captionMode"], QJsonValue(u"original"_s));
+	authenticate(service);
+	// Had an earlier change been sent or kept back, it would be here.
+	QCOMPARE(service.texts.size(), 1);
+	QCOMPARE(QJsonDocument::fromJson(service.texts[0].toUtf8())[u"type"], QJsonValue(u"auth"_s));
+}
+
+void TalvoraPluginTest::serviceSpeechReachesTheDubOfItsLanguage()
+{
+	LoopbackService service;
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	authenticate(service);
+	service.send(uR"({"type":"tts_start","language":"fr","clipId":4,"sampleRate":48000})"_s);
+	service.sendFrame("\x02"
+			  "fr" +
+			  QByteArray(600, '\1'));
+	service.send(uR"({"type":"tts_end","language":"fr"})"_s);
+	QVERIFY(QTest::qWaitFor([&] { return plugin->dubbedSources.at(u"fr"_s)->speech.size() == 300; }));
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
+}
+
 // Outputs
 
 void TalvoraPluginTest::noDubOfTheSourceLanguage()
@@ -999,6 +1142,58 @@ void TalvoraPluginTest::staleSourceIsNotHeard()
 	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
 	TalvoraPlugin::audioCaptureCallback(plugin, second.get(), &chunk, false);
 	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
+}
+
+void TalvoraPluginTest::playedAudioArrivesAtTheService()
+{
+	LoopbackService service;
+	TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	authenticate(service);
+	for (int chunk = 0; chunk < 3; ++chunk) {
+		voice.playConstant(0.5f, 1000);
+	}
+	const auto received = [&] { return service.frames.join(); };
+	QVERIFY(QTest::qWaitFor([&] { return received().size() == 1000 * 2; }));
+	// 333, 333 and 334 samples, of which a frame takes 160.
+	QByteArray expected;
+	for (int sample = 0; sample < 1000; ++sample) {
+		expected.append("\xff\x3f");
+	}
+	QCOMPARE(received(), expected);
+	for (const QByteArray &frame : service.frames) {
+		QVERIFY2(frame.size() <= 320 && frame.size() % 2 == 0, QByteArray::number(frame.size()));
+	}
+}
+
+void TalvoraPluginTest::captureCallbackNeverTouchesTheHeap()
+{
+	LoopbackService service;
+	const TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	plugin->setAudioSource(u"Voice"_s);
+	authenticate(service);
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200000, 'x'), 24000);
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(), 24000);
+
+	std::vector<float> plane(48000, 0.5f);
+	audio_data chunk{};
+	chunk.data[0] = chunk.data[1] = reinterpret_cast<uint8_t *>(plane.data());
+	// The start of a clip is posted to the user-interface thread, the one allocation that is meant.
+	chunk.frames = 1024;
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->speech.isPlaying());
+
+	HeapGuard guard;
+	for (const uint32_t frames : std::array<uint32_t, 8>{1, 2, 480, 1024, 1024, 4096, 8192, 10000}) {
+		chunk.frames = frames;
+		TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	}
+	guard.stop();
+	QVERIFY2(guard.calls() == 0, guard.report());
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->speech.isPlaying());
 }
 
 QTEST_MAIN(TalvoraPluginTest)

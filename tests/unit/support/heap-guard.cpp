@@ -51,6 +51,7 @@ void on_free(const volatile void *memory)
 // names. What is put in place here only counts.
 #define HEAP_GUARD_EXPORT extern "C" __attribute__((visibility("default")))
 
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's names
 extern "C" {
 void *__libc_malloc(size_t);
 void *__libc_calloc(size_t, size_t);
@@ -58,6 +59,7 @@ void *__libc_realloc(void *, size_t);
 void *__libc_memalign(size_t, size_t);
 void __libc_free(void *);
 }
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 HEAP_GUARD_EXPORT void *malloc(size_t bytes)
 {
@@ -157,7 +159,7 @@ const char *HeapGuard::report()
 		length += std::snprintf(text.data() + length, text.size() - static_cast<size_t>(length), "\n  from %s",
 					functions[i]);
 	}
-	std::free(functions);
+	std::free(static_cast<void *>(functions));
 	return text.data();
 }
 

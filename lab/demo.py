@@ -1,0 +1,193 @@
+"""The demo: recorded speech in a real OBS, with captions in four languages and dubs in two."""
+
+import os
+import shutil
+import sys
+import time
+
+from lab import latency, scenery
+from lab.media import audio_tracks, read_track
+from lab.obs import SCENE, Input, Obs, media_file
+from lab.paths import OUT
+from lab.service import KEY, LocalService
+from lab.speech import compose
+
+MICROPHONE = "Microphone"
+LANGUAGES = {"es": "Spanish", "fr": "French", "it": "Italian", "pt": "Portuguese"}
+DUBBED = {"es": 2, "fr": 3}
+
+# Without a display: how much speech is played, seconds.
+_SPEECH = 62
+
+# How long a caption must be up before its picture is taken, seconds: the browser needs a tenth to draw it.
+_SETTLED = 0.7
+
+# A canvas of 1280 by 720 has room for four captions of this size in its lower half.
+_CAPTION_SCALE = 0.58
+_CAPTION_PLACES = {"es": (330, 540), "fr": (950, 540), "it": (330, 706), "pt": (950, 706)}
+
+_HELP = """usage: ./dev demo
+
+On a display, OBS stays open until its window is closed. Without one, about a minute of speech is played and out/demo/
+holds afterwards:
+  captions-N.png  the program with captions in Spanish, French, Italian and Portuguese
+  window.png      the whole OBS window
+  recording.mkv   recorded by OBS: the original on audio track 1, the Spanish dub on 2, the French one on 3
+  transcript.txt  what was said and its translations, with times
+"""
+
+
+def caption_source(code):
+	return f"Talvora Captions — {LANGUAGES[code]}"
+
+
+def dub_source(code):
+	return f"Talvora Dub — {LANGUAGES[code]}"
+
+
+def configuration(dock_visible):
+	return {
+		"apiKey": KEY, "audioSource": MICROPHONE, "autoConnect": True, "dockVisible": dock_visible,
+		"captionBgColor": "#b0101020", "captionFont": "DejaVu Sans,40,-1,5,600,0,0,0,0,0",
+		"targetLanguages": [{"code": code, "captions": True, "dubbing": code in DUBBED} for code in LANGUAGES],
+	}
+
+
+def label(code):
+	x, y = _CAPTION_PLACES[code]
+	return Input(f"Label {LANGUAGES[code]}", "text_ft2_source_v2", {
+		"text": LANGUAGES[code], "font": {"face": "DejaVu Sans", "size": 18, "style": "Book", "flags": 0},
+		"color1": 0xC0FFFFFF, "color2": 0xC0FFFFFF}, position=(x - 292, y - 150))
+
+
+def inputs(picture, speech, looping):
+	return [Input("Hills at dusk", "image_source", {"file": str(picture)}),
+		media_file(MICROPHONE, speech, looping=looping, muted=True), *(label(code) for code in LANGUAGES)]
+
+
+def arrange(obs):
+	"""Waits for what the plug-in makes and puts it where it belongs: captions side by side, dubs on tracks of their own."""
+	for code in LANGUAGES:
+		name = caption_source(code)
+		obs.wait_for_log(rf"CaptionManager: placed '{name}'", timeout=30)
+		item = obs.request("GetSceneItemId", sceneName=SCENE, sourceName=name)["sceneItemId"]
+		x, y = _CAPTION_PLACES[code]
+		obs.request("SetSceneItemTransform", sceneName=SCENE, sceneItemId=item, sceneItemTransform={
+			"positionX": x, "positionY": y, "scaleX": _CAPTION_SCALE, "scaleY": _CAPTION_SCALE})
+	obs.set_tracks(MICROPHONE, 1)
+	for code, track in DUBBED.items():
+		if dub_source(code) not in obs.scene_items():
+			obs.add_to_scene(dub_source(code))
+		obs.set_tracks(dub_source(code), track)
+
+
+def speak(obs):
+	"""Lets the speech begin: until then the source was muted, so that nothing of it was heard yet."""
+	obs.request("TriggerMediaInputAction", inputName=MICROPHONE, mediaAction="OBS_WEBSOCKET_MEDIA_INPUT_ACTION_RESTART")
+	obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=False)
+
+
+def take_pictures(obs, seconds, folder):
+	"""While the speech plays: a picture whenever all languages show a caption and it has been up for a moment."""
+	taken, last, since = 0, None, 0
+	deadline = time.monotonic() + seconds
+	while time.monotonic() < deadline:
+		texts = [obs.input_settings(caption_source(code)).get("css", "") for code in LANGUAGES]
+		if texts != last:
+			last, since = texts, time.monotonic()
+		elif since and time.monotonic() - since > _SETTLED and all("::after" in text for text in texts):
+			since = 0
+			taken += 1
+			obs.program_screenshot(folder / f"captions-{taken}.png")
+			if taken == 1:
+				obs.window_screenshot(folder / "window.png")
+		time.sleep(0.1)
+	return taken
+
+
+def write_transcript(service, path):
+	"""Spoken and translated lines with their times from the first connection on, seconds."""
+	lines, start = [], service.events("connected")[0]["mono_ms"]
+	for event in service.events():
+		at = (event["mono_ms"] - start) / 1000
+		if event["event"] == "final":
+			lines += ["", f"{at:7.2f} s  en  {event['text']}"]
+		elif event["event"] == "caption":
+			lines.append(f"{at:7.2f} s  {event['language']}  {event['text']}")
+	path.write_text("\n".join(lines).lstrip() + "\n", encoding="utf-8")
+	return len([line for line in lines if "  en  " in line])
+
+
+def run_without_display(folder, picture):
+	speech = folder / "speech.wav"
+	sentences = compose(speech, _SPEECH)
+	played = read_track(speech, 1)[:, 0]
+	say(f"Playing {len(played) / 48000:.0f} s of recorded speech to OBS ...")
+	with LocalService(folder=folder / "service") as service, Obs(
+			inputs=inputs(picture, speech, False), talvora_config=configuration(False), tracks=(1, 2, 3), fps=20, preview=True) as obs:
+		obs.wait_for_log(r"\[talvora-obs\] WSClient: authenticated$", timeout=30)
+		arrange(obs)
+		obs.start_recording()
+		speak(obs)
+		# After the last sentence there are its captions and dubs to come.
+		taken = take_pictures(obs, len(played) / 48000 + 8, folder)
+		recording = folder / "recording.mkv"
+		shutil.move(obs.stop_recording(), recording)
+		obs.stop()
+		(folder / "obs.log").write_text(obs.log, encoding="utf-8")
+		utterances = write_transcript(service, folder / "transcript.txt")
+		arrivals = latency.sentence_arrivals(service, played, sentences)
+		captions = latency.caption_latencies(obs.log, service, arrivals, {code: caption_source(code) for code in LANGUAGES})
+	speech.unlink()
+	say("")
+	say(f"{folder}/captions-1.png to captions-{taken}.png   the program with a caption in each language")
+	say(f"{folder}/window.png        the whole OBS window")
+	say(f"{recording}     {audio_tracks(recording)} audio tracks: original, Spanish dub, French dub")
+	say(f"{folder}/transcript.txt    {utterances} utterances and their translations")
+	say("")
+	say(f"End of utterance to caption shown:       {latency.summary(captions)}")
+	for code, track in DUBBED.items():
+		dubs = latency.dub_latencies(recording, played, sentences, track)
+		say(f"End of utterance to first dubbed sample: {latency.summary(dubs)} ({LANGUAGES[code]})")
+	if not (taken and utterances and obs.exit_status == 0):
+		raise SystemExit("The demo did not work: no caption was shown, or OBS did not exit cleanly. See the logs in out/demo.")
+
+
+def run_on_display(folder, picture, display):
+	speech = folder / "speech.wav"
+	compose(speech)
+	say("OBS opens on your display with the speech playing in a loop; close its window to end the demo.")
+	with LocalService(folder=folder / "service") as service, Obs(
+			inputs=inputs(picture, speech, True), talvora_config=configuration(True), tracks=(1, 2, 3), fps=30, preview=True,
+			display=display) as obs:
+		obs.wait_for_log(r"\[talvora-obs\] WSClient: authenticated$", timeout=30)
+		arrange(obs)
+		speak(obs)
+		obs.wait()
+		(folder / "obs.log").write_text(obs.log, encoding="utf-8")
+		write_transcript(service, folder / "transcript.txt")
+	say(f"What was said is in {folder}/transcript.txt, OBS's log in {folder}/obs.log.")
+
+
+def say(text):
+	print(text, flush=True)
+
+
+def main():
+	if len(sys.argv) > 1:
+		print(_HELP, end="")
+		raise SystemExit(0 if sys.argv[1] in ("-h", "--help") else 2)
+	folder = OUT / "demo"
+	shutil.rmtree(folder, ignore_errors=True)
+	folder.mkdir(parents=True)
+	picture = folder / "picture.png"
+	scenery.draw(picture)
+	display = os.environ.get("DISPLAY")
+	if display:
+		run_on_display(folder, picture, display)
+	else:
+		run_without_display(folder, picture)
+
+
+if __name__ == "__main__":
+	main()

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "audio-queue.h"
+
+#include <QTest>
+
+#include <thread>
+
+class AudioQueueTest : public QObject {
+	Q_OBJECT
+
+private slots:
+	void samplesComeOutInOrder()
+	{
+		AudioQueue queue;
+		QVERIFY(queue.push(QByteArray::fromHex("0100feff")));
+		QVERIFY(queue.push(QByteArray::fromHex("0300")));
+		QCOMPARE(queue.take(), (std::vector<int16_t>{1, -2, 3}));
+	}
+
+	void anOddByteWaitsForItsOtherHalf()
+	{
+		AudioQueue queue;
+		QVERIFY(queue.push(QByteArray::fromHex("010002")));
+		QCOMPARE(queue.take(), (std::vector<int16_t>{1}));
+		QVERIFY(queue.push(QByteArray::fromHex("01")));
+		QCOMPARE(queue.take(), (std::vector<int16_t>{0x0102}));
+	}
+
+	void whatDoesNotFitIsDroppedWhole()
+	{
+		AudioQueue queue;
+		QVERIFY(queue.push(QByteArray(AudioQueue::kCapacity - 2, '\1')));
+		QVERIFY(!queue.push(QByteArray(4, '\2')));
+		QVERIFY(queue.push(QByteArray(2, '\3')));
+		const std::vector<int16_t> samples = queue.take();
+		QCOMPARE(samples.size(), static_cast<std::size_t>(AudioQueue::kCapacity / 2));
+		QCOMPARE(samples.back(), int16_t{0x0303});
+	}
+
+	void endingWakesTheReader()
+	{
+		AudioQueue queue;
+		bool empty = false;
+		std::thread reader([&] { empty = queue.take().empty(); });
+		queue.end();
+		reader.join();
+		QVERIFY(empty);
+	}
+
+	void nothingComesOutOfAnEndedQueue()
+	{
+		AudioQueue queue;
+		QVERIFY(queue.push(QByteArray(4, '\1')));
+		queue.end();
+		QVERIFY(queue.take().empty());
+	}
+};
+
+QTEST_GUILESS_MAIN(AudioQueueTest)
+#include "audio-queue-test.moc"

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "dub-sender.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+
+class DubSenderTest : public QObject {
+	Q_OBJECT
+
+	static SpeechClip clip(double seconds)
+	{
+		return {QByteArray(static_cast<qsizetype>(seconds * 1000) * 2, 'x'), 1000};
+	}
+
+	QStringList m_sent;
+	qsizetype m_pcmBytes = 0;
+
+	DubSender::Output output()
+	{
+		return {[this](const QJsonObject &json) {
+				m_sent.append(json.value("type").toString() + ':' + json.value("language").toString());
+			},
+			[this](const QByteArray &frame) { m_pcmBytes += frame.size() - 3; },
+			[this](const QString &event, const QString &, int id, double) {
+				if (event == "tts_dropped") {
+					m_sent.append(QStringLiteral("dropped %1").arg(id));
+				}
+			}};
+	}
+
+private slots:
+	void init()
+	{
+		m_sent.clear();
+		m_pcmBytes = 0;
+	}
+
+	void aShortClipGoesOutAtOnce()
+	{
+		DubSender sender(output());
+		sender.enqueue("es", 1, clip(2.0));
+		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_end:es"}));
+		QCOMPARE(m_pcmBytes, 4000);
+	}
+
+	void clipsOfALanguageFollowEachOther()
+	{
+		DubSender sender(output());
+		sender.enqueue("es", 1, clip(1.0));
+		sender.enqueue("es", 2, clip(1.0));
+		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_end:es", "tts_start:es", "tts_end:es"}));
+	}
+
+	void speechIsSentFiveSecondsAheadOfItsPlaying()
+	{
+		DubSender sender(output());
+		QElapsedTimer timer;
+		timer.start();
+		sender.enqueue("es", 1, clip(6.0));
+		QCOMPARE(m_sent, QStringList{"tts_start:es"});
+		QCOMPARE(m_pcmBytes, 5 * 2000);
+		QVERIFY(QTest::qWaitFor([this] { return m_sent.last() == "tts_end:es"; }));
+		QVERIFY2(timer.elapsed() >= 700, "the last second was sent too early");
+		QCOMPARE(m_pcmBytes, 6 * 2000);
+	}
+
+	void languagesDoNotWaitForEachOther()
+	{
+		DubSender sender(output());
+		sender.enqueue("es", 1, clip(6.0));
+		sender.enqueue("fr", 1, clip(1.0));
+		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_start:fr", "tts_end:fr"}));
+	}
+
+	void theOldestWaitingClipIsLeftOutWhenTwentySecondsWait()
+	{
+		DubSender sender(output());
+		sender.enqueue("es", 1, clip(10.0));
+		sender.enqueue("es", 2, clip(8.0));
+		sender.enqueue("es", 3, clip(6.0));
+		QCOMPARE(m_sent, (QStringList{"tts_start:es", "dropped 2"}));
+	}
+};
+
+QTEST_GUILESS_MAIN(DubSenderTest)
+#include "dub-sender-test.moc"

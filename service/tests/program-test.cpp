@@ -1,0 +1,251 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "certificate.h"
+#include "recordings.h"
+#include "test-client.h"
+
+#include <QJsonDocument>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTcpServer>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+
+/// The program as its users run it.
+class ProgramTest : public QObject {
+	Q_OBJECT
+
+	Certificate m_certificate;
+	QTemporaryDir m_dir;
+	std::unique_ptr<QProcess> m_program;
+	QString m_url;
+
+	void start(const QStringList &arguments)
+	{
+		m_program = std::make_unique<QProcess>();
+		m_program->start(SERVICE_PROGRAM, QStringList{"--port", "0", "--certificate", m_certificate.file(),
+							      "--private-key", m_certificate.keyFile()} +
+							  arguments);
+		const bool said = QTest::qWaitFor([this] { return m_program->canReadLine(); }, 20000);
+		QVERIFY2(said, m_program->readAllStandardError().constData());
+		static const QRegularExpression form(R"(^listening on (wss://localhost:\d+/ws/audio-pipeline)\n$)");
+		const QRegularExpressionMatch match = form.match(QString::fromUtf8(m_program->readLine()));
+		QVERIFY2(match.hasMatch(), "the first line is not the ready line");
+		m_url = match.captured(1);
+	}
+
+	void startScript(const QByteArray &json, const QStringList &arguments = {})
+	{
+		QFile file(m_dir.filePath("script.json"));
+		QVERIFY(file.open(QIODevice::WriteOnly));
+		file.write(json);
+		file.close();
+		start(QStringList{"--script", file.fileName()} + arguments);
+	}
+
+	// Output and exit status of a run that ends by itself.
+	static std::pair<QString, int> run(const QStringList &arguments)
+	{
+		QProcess program;
+		program.setProcessChannelMode(QProcess::MergedChannels);
+		program.start(SERVICE_PROGRAM, arguments);
+		const bool ended = program.waitForFinished(20000);
+		return {QString::fromUtf8(program.readAll()), ended ? program.exitCode() : -1};
+	}
+
+	QList<QJsonObject> lines(const QString &path) const
+	{
+		QFile file(path);
+		QList<QJsonObject> result;
+		if (file.open(QIODevice::ReadOnly)) {
+			for (const QByteArray &line : file.readAll().split('\n')) {
+				if (!line.isEmpty()) {
+					result.append(QJsonDocument::fromJson(line).object());
+				}
+			}
+		}
+		return result;
+	}
+
+private slots:
+	void initTestCase() { QVERIFY2(m_certificate.isValid(), "mkcert made no certificate"); }
+
+	void cleanup()
+	{
+		if (m_program) {
+			m_program->terminate();
+			m_program->waitForFinished(20000);
+			m_program.reset();
+		}
+	}
+
+	void helpExplainsOptionsAndScripts()
+	{
+		const auto [text, status] = run({"--help"});
+		QCOMPARE(status, 0);
+		for (const char *word :
+		     {"--port", "--certificate", "--private-key", "--key", "--max-target-languages", "--script",
+		      "--record", "--events", "expect", "after_ms", "after_audio_bytes", "send_tts", "send_binary_hex",
+		      "refuse_auth", "drop", "close", "connections"}) {
+			QVERIFY2(text.contains(word), word);
+		}
+	}
+
+	void faultsOfTheCommandLineAreNamed_data()
+	{
+		const QString certificate = m_certificate.file();
+		const QString key = m_certificate.keyFile();
+		QTest::addColumn<QStringList>("arguments");
+		QTest::addColumn<QString>("named");
+		QTest::addColumn<int>("status");
+		QTest::newRow("nothing") << QStringList{} << "--certificate" << 2;
+		QTest::newRow("unknown option") << QStringList{"--colour"} << "colour" << 2;
+		QTest::newRow("stray argument") << QStringList{"stray"} << "stray" << 2;
+		QTest::newRow("port") << QStringList{"--port", "70000"} << "--port" << 2;
+		QTest::newRow("no certificate file")
+			<< QStringList{"--certificate", "/no.pem", "--private-key", key} << "/no.pem" << 1;
+		QTest::newRow("no key file")
+			<< QStringList{"--certificate", certificate, "--private-key", "/no.pem"} << "/no.pem" << 1;
+		QTest::newRow("no key in the file")
+			<< QStringList{"--certificate", certificate, "--private-key", certificate} << "no private key"
+			<< 1;
+		QTest::newRow("no script")
+			<< QStringList{"--certificate", certificate, "--private-key", key, "--script", "/no.json"}
+			<< "/no.json" << 1;
+		QTest::newRow("record file")
+			<< QStringList{"--certificate", certificate, "--private-key", key, "--record", "/no/record"}
+			<< "/no/record" << 1;
+		QTest::newRow("events file")
+			<< QStringList{"--certificate", certificate, "--private-key", key, "--events", "/no/events"}
+			<< "/no/events" << 1;
+	}
+
+	void faultsOfTheCommandLineAreNamed()
+	{
+		QFETCH(QStringList, arguments);
+		QFETCH(QString, named);
+		const auto [text, status] = run(arguments);
+		QTEST(status, "status");
+		QVERIFY2(text.contains(named), qPrintable(text));
+	}
+
+	void aTakenPortIsNamed()
+	{
+		QTcpServer other;
+		QVERIFY(other.listen(QHostAddress::LocalHost));
+		const QString port = QString::number(other.serverPort());
+		const auto [text, status] = run({"--certificate", m_certificate.file(), "--private-key",
+						 m_certificate.keyFile(), "--port", port});
+		QCOMPARE(status, 1);
+		QVERIFY2(text.contains("port " + port), qPrintable(text));
+	}
+
+	void signalsEndItCleanly_data()
+	{
+		QTest::addColumn<int>("signal");
+		QTest::newRow("SIGINT") << SIGINT;
+		QTest::newRow("SIGTERM") << SIGTERM;
+	}
+
+	void signalsEndItCleanly()
+	{
+		QFETCH(int, signal);
+		start({});
+		TestClient c(m_certificate.clientTls());
+		QVERIFY(c.start(m_url, {wants("es", true, true), wants("pt", false, true)}));
+		c.sendAudio(recordings::bytes(recordings::readSentence()));
+		QVERIFY(c.waitFor("transcript_interim"));
+		::kill(static_cast<pid_t>(m_program->processId()), signal);
+		QVERIFY(m_program->waitForFinished(20000));
+		QCOMPARE(m_program->exitStatus(), QProcess::NormalExit);
+		QCOMPARE(m_program->exitCode(), 0);
+		QVERIFY(c.waitForEnd());
+	}
+
+	void realSpeechIsCaptionedAndDubbed()
+	{
+		const QString events = m_dir.filePath("events");
+		start({"--events", events, "--max-target-languages", "5"});
+		TestClient c(m_certificate.clientTls());
+		QVERIFY(c.start(m_url, {wants("es", true, true), wants("fr", true, true)}));
+		QCOMPARE(c.all("auth_ok").first().value("maxTargetLanguages").toInt(), 5);
+		c.sendAudio(recordings::bytes(recordings::silence(0.5)) +
+			    recordings::bytes(recordings::announcement("cannot-complete-as-dialed")) +
+			    recordings::bytes(recordings::silence(2.0)));
+		QVERIFY(c.waitFor("tts_end", "es"));
+		QVERIFY(c.waitFor("tts_end", "fr"));
+		QVERIFY(c.all("transcript_final").first().value("text").toString().contains("cannot be completed"));
+		const QString spanish = c.all("caption", "es").first().value("text").toString();
+		QVERIFY2(spanish.contains("llamada"), qPrintable(spanish));
+		QVERIFY2(c.all("caption", "es").first().value("duration").toDouble() > 0.8, "implausible duration");
+		QVERIFY2(c.audio("es").size() > 22050, "less than half a second of Spanish speech");
+		QVERIFY2(c.audio("fr").size() > 22050, "less than half a second of French speech");
+		QStringList names;
+		for (const QJsonObject &line : lines(events)) {
+			names.append(line.value("event").toString());
+		}
+		QVERIFY(names.contains("final") && names.contains("caption") && names.contains("tts_end"));
+	}
+
+	void aScriptAnswersAndTheRecordKeepsWhatCame()
+	{
+		const QString record = m_dir.filePath("record");
+		startScript(R"([{"expect":"auth"}, {"send":{"type":"auth_ok","maxTargetLanguages":2}},
+				{"after_audio_bytes":680}, {"send":{"type":"limit_warning","feature":"dubbed","minutesRemaining":3}},
+				{"after_ms":50},
+				{"send_tts":{"language":"es","clip_id":9,"pcm":"sine 440 0.1s","sample_rate":16000,"frame_bytes":800}},
+				{"send_binary_hex":"0266720102"}, {"expect":"stop"},
+				{"send":{"type":"session_ended","usage":{}}}, {"close":true}])",
+			    {"--record", record});
+		TestClient c(m_certificate.clientTls());
+		QVERIFY(c.start(m_url, {wants("es", true, true)}));
+		c.sendAudio(QByteArray(680, 'a'));
+		QVERIFY(c.waitFor("binary", "fr"));
+		c.send({{"type", "stop"}});
+		QVERIFY(c.waitForEnd());
+		QCOMPARE(c.order(),
+			 (QStringList{"auth_ok", "limit_warning", "tts_start:es", "binary:es", "binary:es", "binary:es",
+				      "binary:es", "tts_end:es", "binary:fr", "session_ended"}));
+		QCOMPARE(c.audio("es").size(), 3200);
+		QCOMPARE(c.all("tts_start").first().value("clipId").toInt(), 9);
+		QCOMPARE(c.all("tts_start").first().value("sampleRate").toInt(), 16000);
+
+		QVERIFY(QTest::qWaitFor([&] { return lines(record).last().value("kind") == "close"; }));
+		QList<int> frames;
+		for (const QJsonObject &line : lines(record)) {
+			if (line.value("kind") == "binary") {
+				frames.append(line.value("bytes").toInt());
+			}
+		}
+		QCOMPARE(frames, (QList<int>{320, 320, 40}));
+		QCOMPARE(lines(record).at(1).value("text").toString(),
+			 R"({"apiKey":"tak_live_local","captionMode":"translated","sourceLanguage":"en",)"
+			 R"("targetLanguages":[{"captions":true,"code":"es","dubbing":true}],"type":"auth"})");
+		QFile pcm(record + ".1.pcm");
+		QVERIFY(pcm.open(QIODevice::ReadOnly));
+		QCOMPARE(pcm.readAll(), QByteArray(680, 'a'));
+	}
+
+	void aScriptDropsTheFirstConnectionAndServesTheSecond()
+	{
+		startScript(R"({"connections":[[{"expect":"auth"}, {"send":{"type":"auth_ok"}}, {"drop":true}],
+					       [{"expect":"auth"}, {"refuse_auth":"Expired"}, {"close":1008}]]})");
+		TestClient first(m_certificate.clientTls());
+		QVERIFY(first.start(m_url, {}));
+		QVERIFY(first.waitForEnd());
+		TestClient second(m_certificate.clientTls());
+		QVERIFY(second.connectTo(m_url));
+		second.sendAuth({});
+		QVERIFY(second.waitForEnd());
+		QCOMPARE(second.all("auth_error").first().value("error").toString(), "Expired");
+		QCOMPARE(second.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
+		TestClient third(m_certificate.clientTls());
+		QVERIFY(third.connectTo(m_url));
+		third.sendAuth({});
+		QVERIFY2(third.waitFor("auth_error"), "the last connection's steps were not repeated");
+	}
+};
+
+QTEST_GUILESS_MAIN(ProgramTest)
+#include "program-test.moc"
