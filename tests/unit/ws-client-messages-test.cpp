@@ -13,7 +13,7 @@
 
 namespace {
 
-const QString kLostLine = QStringLiteral("[talvora-obs] WebSocket disconnected unexpectedly — scheduling reconnect");
+constexpr const char *kLostLine = "[talvora-obs] WebSocket disconnected unexpectedly — scheduling reconnect";
 
 } // namespace
 

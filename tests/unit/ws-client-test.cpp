@@ -19,11 +19,10 @@
 
 namespace {
 
-const QString kConnectedLine = QStringLiteral("[talvora-obs] WebSocket connected — sending auth");
-const QString kLostLine = QStringLiteral("[talvora-obs] WebSocket disconnected unexpectedly — scheduling reconnect");
-const QString kGaveUpLine = QStringLiteral("[talvora-obs] WSClient: max reconnect attempts reached — giving up");
-const QString kGaveUpText =
-	QStringLiteral("Max reconnect attempts reached. Check your API key and internet connection.");
+constexpr const char *kConnectedLine = "[talvora-obs] WebSocket connected — sending auth";
+constexpr const char *kLostLine = "[talvora-obs] WebSocket disconnected unexpectedly — scheduling reconnect";
+constexpr const char *kGaveUpLine = "[talvora-obs] WSClient: max reconnect attempts reached — giving up";
+constexpr const char *kGaveUpText = "Max reconnect attempts reached. Check your API key and internet connection.";
 
 QString connectingLine(const QString &url)
 {
@@ -174,7 +173,7 @@ private Q_SLOTS:
 		QCOMPARE(seen.url().path(), "/ws/audio-pipeline");
 		QVERIFY(!seen.url().hasQuery());
 		for (const QByteArray &header : seen.rawHeaderList()) {
-			QVERIFY2(!seen.rawHeader(header).contains(kKey.toUtf8()), header.constData());
+			QVERIFY2(!seen.rawHeader(header).contains(kKey), header.constData());
 		}
 	}
 
