@@ -4,6 +4,7 @@
 #include "caption-css.h"
 #include "caption-page.h"
 #include "plugin-support.h"
+#include "source-name.h"
 
 #include <QTimer>
 
@@ -91,18 +92,6 @@ OBSSourceAutoRelease findBrowserSource(const char *name)
 	found = nullptr;
 	removeFromCurrentScene(name);
 	return nullptr;
-}
-
-/**
- * Renames what still bears `name`: a source of another type that is in a scene besides the current one, or one on its
- * way out. OBS would give the caption source a number otherwise, and the wrong source would be found by name.
- */
-void freeSourceName(const char *name)
-{
-	const OBSSourceAutoRelease holder = obs_get_source_by_name(name);
-	if (holder) {
-		obs_source_set_name(holder, QByteArray(name).append(" (old)").constData());
-	}
 }
 
 /** The settings every caption source has. */

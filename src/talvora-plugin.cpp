@@ -19,6 +19,7 @@
 #include <obs-frontend-api.h>
 #include <obs.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -37,8 +38,7 @@ constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeO
 bool isCapturable(const obs_source_t *source)
 {
 	const char *id = obs_source_get_id(source);
-	// A browser source announces audio that capture callbacks do not get. A dubbed source outputs from within the
-	// capture callback, so that capturing one would wait for itself.
+	// A browser source announces audio that capture callbacks do not get. A dub may come into use at any time.
 	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, "browser_source") != 0 &&
 	       strcmp(id, dubbed_source_info()->id) != 0;
 }
@@ -79,7 +79,7 @@ void TalvoraPlugin::initialize()
 
 	captionManager = new CaptionManager(this);
 	createDock();
-	QTimer::singleShot(0, this, &TalvoraPlugin::attachAudioCapture);
+	QTimer::singleShot(0, this, &TalvoraPlugin::restoreAudioCapture);
 	updateDubbedSources();
 	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
 	updateCaptionSources();
@@ -281,8 +281,9 @@ void TalvoraPlugin::startSession()
 	talvora_log(LOG_INFO, "Talvora: connecting to %s (wsThread running: %s)", kServiceEndpoint,
 		    wsThread && wsThread->isRunning() ? "YES" : "NO");
 	flushDubbedSources();
-	// The source may have appeared since the last attempt to capture it.
-	attachAudioCapture();
+	// What a session needs may have been removed, or may have appeared, since it was last looked for.
+	restoreDubbedSources();
+	restoreAudioCapture();
 
 	const bool queued = QMetaObject::invokeMethod(wsClient, "connectToServer", Qt::QueuedConnection,
 						      Q_ARG(QString, settings.apiKey),
@@ -372,7 +373,9 @@ void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const Q
 			    static_cast<int>(pcmData.size()), language.toUtf8().constData());
 	}
 	std::vector<int16_t> samples(static_cast<size_t>(pcmData.size()) / 2);
-	memcpy(samples.data(), pcmData.constData(), samples.size() * sizeof(int16_t));
+	if (!samples.empty()) {
+		memcpy(samples.data(), pcmData.constData(), samples.size() * sizeof(int16_t));
+	}
 	source.pushTtsAudio(clipId, samples.data(), samples.size(), sourceSampleRate);
 }
 
@@ -394,7 +397,7 @@ void TalvoraPlugin::onClipEnded(const QString &language, int clipId)
 
 void TalvoraPlugin::updateDubbedSources()
 {
-	const std::unique_lock guard(dubbedMutex);
+	std::unique_lock guard(dubbedMutex);
 	const QStringList languages = dubbingLanguages();
 
 	for (auto it = dubbedSources.begin(); it != dubbedSources.end();) {
@@ -410,6 +413,40 @@ void TalvoraPlugin::updateDubbedSources()
 		if (code != settings.sourceLanguage && !dubbedSources.contains(code)) {
 			dubbedSources.emplace(code, createDubbedSource(code));
 		}
+	}
+	ignoreOwnOutput();
+	guard.unlock();
+	recheckAudioCapture();
+}
+
+void TalvoraPlugin::restoreDubbedSources()
+{
+	std::unique_lock guard(dubbedMutex);
+	for (auto &[code, source] : dubbedSources) {
+		source->restoreSource();
+	}
+	ignoreOwnOutput();
+	guard.unlock();
+	recheckAudioCapture();
+}
+
+bool TalvoraPlugin::isOwnOutput(const obs_source_t *source) const
+{
+	return std::any_of(dubbedSources.begin(), dubbedSources.end(),
+			   [source](const auto &entry) { return entry.second->publishes(source); });
+}
+
+void TalvoraPlugin::ignoreOwnOutput()
+{
+	if (isOwnOutput(capturedSource)) {
+		capturedSource = nullptr;
+	}
+}
+
+void TalvoraPlugin::recheckAudioCapture()
+{
+	if (audioSourceRef && !capturedSource) {
+		attachAudioCapture();
 	}
 }
 
@@ -563,7 +600,7 @@ void TalvoraPlugin::watchScene()
 
 void TalvoraPlugin::restoreOutputs()
 {
-	forEachDubbedSource([](DubbedSource &source) { source.restoreSource(); });
+	restoreDubbedSources();
 	updateCaptionSources();
 	restoreAudioCapture();
 	Q_EMIT audioSourcesChanged();
@@ -613,7 +650,13 @@ void TalvoraPlugin::attachAudioCapture()
 		talvora_log(LOG_WARNING, "Talvora: audio source '%s' not found", name.constData());
 		return;
 	}
-	if (!isCapturable(source)) {
+	bool ownOutput;
+	{
+		const std::shared_lock guard(dubbedMutex);
+		ownOutput = isOwnOutput(source);
+	}
+	// A dub outputs from within the capture callback, so that capturing one would wait for itself.
+	if (ownOutput || !isCapturable(source)) {
 		talvora_log(LOG_WARNING,
 			    "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
 			    name.constData(), obs_source_get_id(source));
@@ -635,6 +678,7 @@ void TalvoraPlugin::attachAudioCapture()
 	}
 	obs_source_add_audio_capture_callback(source, audioCaptureCallback, this);
 	audioSourceRef = obs_source_get_weak_source(source);
+	attachedName = name;
 	talvora_log(LOG_INFO, "Talvora: attached audio capture to source '%s'", name.constData());
 }
 
@@ -650,7 +694,7 @@ void TalvoraPlugin::detachAudioCapture()
 		talvora_log(LOG_INFO, "Talvora: detached audio capture from '%s'", obs_source_get_name(source));
 	} else {
 		talvora_log(LOG_INFO, "Talvora: audio source '%s' was already destroyed, skipping detach",
-			    settings.audioSource.toUtf8().constData());
+			    attachedName.constData());
 	}
 	obs_weak_source_release(std::exchange(audioSourceRef, nullptr));
 }

@@ -147,6 +147,14 @@ private:
 	void watchScene();
 	/** Brings back what left OBS together with the sources of a scene collection. */
 	void restoreOutputs();
+	/** Brings back the sources of dubs that OBS has removed. */
+	void restoreDubbedSources();
+	/** Whether a dub is put out by `source`, whatever the source's type. Under dubbedMutex. */
+	bool isOwnOutput(const obs_source_t *source) const;
+	/** Stops hearing the captured source if it is now one of our own outputs. Under dubbedMutex, exclusively. */
+	void ignoreOwnOutput();
+	/** Captures anew, or not at all, if ignoreOwnOutput() has stopped the capture. */
+	void recheckAudioCapture();
 	/** Whether the source the settings name is being captured. */
 	bool isCapturing() const;
 	void restoreAudioCapture();
@@ -167,6 +175,8 @@ private:
 	/** Holds the samples carried from chunk to chunk. Used by the capture callback, reset by attaching. */
 	CaptureConverter captureConverter;
 	obs_weak_source_t *audioSourceRef = nullptr;
+	/** The name that source had when it was attached, for the log. */
+	QByteArray attachedName;
 	/** The source behind audioSourceRef, to be compared only: chunks of any other source are stale. */
 	std::atomic<obs_source_t *> capturedSource{nullptr};
 

@@ -157,9 +157,11 @@ void TalvoraPluginTest::init()
 {
 	home.emplace();
 	qputenv("HOME", home->path().toUtf8());
+	// Outlives libobs, whose threads log until its end.
+	log.emplace();
 	obs.emplace();
 	obs_register_source(dubbed_source_info());
-	log.emplace();
+	log->clear();
 }
 
 void TalvoraPluginTest::cleanup()
@@ -176,8 +178,8 @@ void TalvoraPluginTest::cleanup()
 	setCurrentScene(nullptr);
 	qDeleteAll(frontendStub().docks);
 	frontendStub().docks.clear();
-	log.reset();
 	obs.reset();
+	log.reset();
 }
 
 TalvoraPlugin &TalvoraPluginTest::make()
@@ -1050,11 +1052,9 @@ void TalvoraPluginTest::wrongRateIsReportedOncePerProcess()
 	const QString warning =
 		u"[talvora-obs] Talvora: audio sample rate is 44100 Hz (expected 48000). Downsampling will produce "
 		"incorrect output. Change OBS audio settings to 48 kHz."_s;
-	log.reset();
 	obs.reset();
 	obs.emplace(44100);
 	obs_register_source(dubbed_source_info());
-	log.emplace();
 	{
 		TestAudioSource voice("Voice");
 		make().initialize();
