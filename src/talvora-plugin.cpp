@@ -313,7 +313,8 @@ void TalvoraPlugin::onWsStateChanged(WsState newState)
 {
 	talvora_log(LOG_INFO, "Talvora: WS state → %d", static_cast<int>(newState));
 	Q_EMIT wsStateChanged(newState);
-	if (newState == WsState::Disconnected) {
+	// A lost connection also takes along the end of a clip that was being received, which would block the next ones.
+	if (newState == WsState::Disconnected || newState == WsState::Reconnecting) {
 		flushDubbedSources();
 	}
 }
