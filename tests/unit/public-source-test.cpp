@@ -23,7 +23,7 @@ private Q_SLOTS:
 	void forgettingLeavesTheReferenceUnreleased();
 	void destructionReleases();
 	void getRefGivesAReferenceOfItsOwn();
-	void removalOnAnotherThreadMeetsReleaseSafely();
+	void removalOnAnotherThreadMeetsAdoptionAndReleaseSafely();
 
 private:
 	std::optional<ObsFixture> obs;
@@ -36,14 +36,9 @@ static const obs_source_info *inputInfo()
 		made.id = "test_input";
 		made.type = OBS_SOURCE_TYPE_INPUT;
 		made.output_flags = OBS_SOURCE_AUDIO;
-		made.get_name = [](void *) {
-			return "Test input";
-		};
-		made.create = [](obs_data_t *, obs_source_t *source) -> void * {
-			return source;
-		};
-		made.destroy = [](void *) {
-		};
+		made.get_name = [](void *) { return "Test input"; };
+		made.create = [](obs_data_t *, obs_source_t *source) -> void * { return source; };
+		made.destroy = [](void *) {};
 		return made;
 	}();
 	return &info;
@@ -174,9 +169,9 @@ void PublicSourceTest::getRefGivesAReferenceOfItsOwn()
 	QVERIFY(!made.alive());
 }
 
-void PublicSourceTest::removalOnAnotherThreadMeetsReleaseSafely()
+void PublicSourceTest::removalOnAnotherThreadMeetsAdoptionAndReleaseSafely()
 {
-	for (int round = 0; round < 500; ++round) {
+	for (int round = 0; round < 1000; ++round) {
 		std::mutex lock;
 		const Made made;
 		obs_source_t *remover = obs_source_get_ref(made.source);
@@ -189,9 +184,13 @@ void PublicSourceTest::removalOnAnotherThreadMeetsReleaseSafely()
 		});
 		{
 			PublicSource held(lock);
+			// In every other round the removal meets the adoption itself.
+			if (round % 2 == 0) {
+				go = true;
+			}
 			held.adopt(made.source);
 			go = true;
-			if (round % 2 == 0) {
+			if (round % 4 < 2) {
 				held.release();
 			}
 		}
