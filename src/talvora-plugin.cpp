@@ -15,6 +15,7 @@
 #include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
+#include <QtEndian>
 
 #include <obs-frontend-api.h>
 #include <obs.hpp>
@@ -373,9 +374,10 @@ void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const Q
 		talvora_log(LOG_WARNING, "Talvora: odd TTS PCM size %d for '%s', truncating last byte",
 			    static_cast<int>(pcmData.size()), language.toUtf8().constData());
 	}
-	std::vector<int16_t> samples(static_cast<size_t>(pcmData.size()) / 2);
-	if (!samples.empty()) {
-		memcpy(samples.data(), pcmData.constData(), samples.size() * sizeof(int16_t));
+	const qsizetype count = pcmData.size() / 2;
+	std::vector<int16_t> samples(static_cast<size_t>(count));
+	if (count > 0) {
+		qFromLittleEndian<qint16>(pcmData.constData(), count, samples.data());
 	}
 	source.pushTtsAudio(clipId, samples.data(), samples.size(), sourceSampleRate);
 }
