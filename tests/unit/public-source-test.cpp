@@ -180,26 +180,36 @@ void PublicSourceTest::removalOnAnotherThreadMeetsAdoptionAndReleaseSafely()
 		std::mutex lock;
 		const Made made;
 		obs_source_t *remover = obs_source_get_ref(made.source);
+		std::atomic<bool> ready = false;
 		std::atomic<bool> go = false;
+		std::atomic<bool> removed = false;
 		std::thread other([&] {
+			ready = true;
 			while (!go) {
+				std::this_thread::yield();
 			}
 			obs_source_remove(remover);
+			removed = true;
 			obs_source_release(remover);
 		});
-		{
-			PublicSource held(lock);
-			// In every other round the removal meets the adoption itself.
-			if (round % 2 == 0) {
-				go = true;
-			}
-			held.adopt(made.source);
+		while (!ready) {
+			std::this_thread::yield();
+		}
+		PublicSource held(lock);
+		// In every other round the removal meets the adoption itself, early or late or just before it, and else
+		// what comes after it: a release or nothing at all.
+		if (round % 2 == 0) {
 			go = true;
-			if (round % 4 < 2) {
-				held.release();
+			for (int spins = 20 * round; spins > 0 && !removed; --spins) {
 			}
 		}
+		held.adopt(made.source);
+		go = true;
+		if (round % 4 < 2) {
+			held.release();
+		}
 		other.join();
+		QCOMPARE(held.get(), nullptr);
 		QVERIFY(made.isLetGo());
 	}
 }
