@@ -133,6 +133,7 @@ Q_SIGNALS:
 
 private:
 	friend class TalvoraPluginTest;
+	friend class PluginDockTest;
 
 	TalvoraPlugin();
 
