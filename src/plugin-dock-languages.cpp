@@ -77,6 +77,12 @@ void PluginDock::populateLanguageTable()
 			addLanguageRow(language.code, language.name);
 		}
 	}
+	// New widgets come last in the tab order; these belong between their neighbours.
+	QWidget *previous = sourceLangCombo;
+	for (QCheckBox *box : languageTable->findChildren<QCheckBox *>()) {
+		setTabOrder(previous, box);
+		previous = box;
+	}
 	enforceLanguageLimit();
 }
 

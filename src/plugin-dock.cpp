@@ -234,9 +234,12 @@ void PluginDock::show()
 	if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
 		setMinimumHeight(kLowScreenMinimumHeight);
 	}
-	// OBS restored its window before this dock existed.
-	auto *window = qobject_cast<QMainWindow *>(surrounding->parentWidget());
-	placeRestored = window && window->restoreDockWidget(surrounding);
+	// OBS restored its window before this dock existed. Qt does not tell whether there was something to restore.
+	if (auto *window = qobject_cast<QMainWindow *>(surrounding->parentWidget())) {
+		const QRect fresh = surrounding->geometry();
+		window->restoreDockWidget(surrounding);
+		placeRestored = surrounding->geometry() != fresh;
+	}
 }
 
 void PluginDock::bringOnScreen()

@@ -22,11 +22,6 @@
 #include <memory>
 #include <optional>
 
-#if defined(__GNUC__)
-// QTRY_COMPARE and its kind narrow a duration's count where they are used (Qt 6.8).
-#pragma GCC diagnostic ignored "-Wconversion"
-#endif
-
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -35,8 +30,7 @@ const QString kGreen = u"QPushButton { background-color: #4CAF50; color: white; 
 		       "font-weight: bold; }"_s;
 const QString kRed = u"QPushButton { background-color: #f44336; color: white; border-radius: 4px; padding: 6px 14px; "
 		     "font-weight: bold; }"_s;
-const QString kGrey =
-	u"QPushButton { background-color: #555; color: #888; border-radius: 4px; padding: 6px 14px; }"_s;
+const QString kGrey = u"QPushButton { background-color: #555; color: #888; border-radius: 4px; padding: 6px 14px; }"_s;
 
 } // namespace
 
@@ -152,9 +146,7 @@ void PluginDockTest::sectionsFromTopToBottom()
 	QCOMPARE(sections->spacing(), 6);
 	QCOMPARE(sections->count(), 10);
 
-	const auto at = [sections](int index) {
-		return sections->itemAt(index)->widget();
-	};
+	const auto at = [sections](int index) { return sections->itemAt(index)->widget(); };
 	QCOMPARE(qobject_cast<QLabel *>(at(0))->text(), u"Talvora"_s);
 	QCOMPARE(qobject_cast<QLabel *>(at(1))->text(), u"Dock.Tagline"_s);
 	for (const int index : {2, 4, 6}) {
@@ -328,6 +320,10 @@ struct MainWindow {
 		surrounding->setVisible(false);
 		surrounding->setFloating(true);
 	}
+	~MainWindow() { frontendStub().docks.clear(); }
+	MainWindow(const MainWindow &) = delete;
+	MainWindow &operator=(const MainWindow &) = delete;
+
 	QMainWindow window;
 	QDockWidget *surrounding;
 };
@@ -374,7 +370,6 @@ void PluginDockTest::floatingDockFitsOnTheScreen()
 	const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
 	QTRY_COMPARE(around.surrounding->width(), 380);
 	QVERIFY(screen.contains(around.surrounding->frameGeometry()));
-	frontendStub().docks.clear();
 }
 
 void PluginDockTest::lowScreensGetALowerMinimum()
@@ -386,7 +381,6 @@ void PluginDockTest::lowScreensGetALowerMinimum()
 	QCOMPARE(panel->minimumSize(), QSize(320, 600));
 	panel->show();
 	QCOMPARE(panel->minimumSize(), QSize(320, 300));
-	frontendStub().docks.clear();
 }
 
 void PluginDockTest::wheelOverAnUnfocusedControlChangesNothing()
