@@ -228,6 +228,7 @@ void PluginDockTest::boxReachedByKeyboardIsScrolledTo()
 	dock->sourceLangCombo->setFocus();
 	QTest::keyClick(dock->sourceLangCombo, Qt::Key_Tab);
 	QCOMPARE(QApplication::focusWidget(), box(u"ar"_s, kCaptions));
+	dock->captionModeCombo->setFocus();
 	QTest::keyClick(dock->captionModeCombo, Qt::Key_Backtab);
 	QCOMPARE(QApplication::focusWidget(), box(u"vi"_s, kDub));
 }
