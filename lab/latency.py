@@ -79,16 +79,18 @@ def caption_latencies(obs_log, service, arrivals, source_names):
 def dub_latencies(recording, speech, sentences, track):
 	"""Seconds from the end of an utterance to the first sample of its dub, from a recording.
 
-	The original is on track 1. Dubs that follow another without a gap are left out.
+	The original is on track 1. Dubs that begin while the original or another dub is heard are left out.
 	"""
 	original, dub = read_track(recording, 1)[:, 0], read_track(recording, track)[:, 0]
 	offset = _offset(speech.astype(np.float64), original.astype(np.float64))
-	length = min(len(original), len(dub))
-	# Before a voice begins the dub is the original.
-	voice = _loudness(dub[:length] - original[:length]) > _AUDIBLE
+	speaking = np.convolve(_loudness(original) > _AUDIBLE, np.ones(21), "same") > 0
+	heard = _loudness(dub) > _AUDIBLE
+	length = min(len(speaking), len(heard))
+	# In a pause of the original nothing but the voice is in the dub.
+	voice = heard[:length] & ~speaking[:length]
 	found = []
 	for step in np.flatnonzero(voice[1:] & ~voice[:-1]) + 1:
-		if voice[max(0, step - 50):step].any():
+		if heard[max(0, step - 10):step].any() or speaking[max(0, step - 10):step].any():
 			continue
 		moment = (step * _STEP - offset) / 48000
 		ended = _last_before([sentence.end for sentence in sentences], moment)

@@ -13,7 +13,7 @@ RATE = 48000
 _LEAD = 1.0
 
 # Silence after each, seconds: room for the recogniser to notice the end and for the dub to be heard.
-_PAUSE = 2.2
+_PAUSE = 3.0
 
 _PROMPTS = Path("/usr/share/asterisk/sounds/en_US_f_Allison")
 _NOVEL = Path("/usr/share/pocketsphinx/test/data/librivox")

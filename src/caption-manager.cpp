@@ -4,6 +4,7 @@
 #include "caption-css.h"
 #include "caption-page.h"
 #include "plugin-support.h"
+#include "source-name.h"
 
 #include <QTimer>
 
@@ -65,13 +66,43 @@ bool isBrowserSource(obs_source_t *source)
 	return std::strcmp(obs_source_get_id(source), browserSourceId) == 0;
 }
 
+/**
+ * Runs `update` with the scene locked. An item that is found or added comes without a reference, so without the lock
+ * another thread could remove it while it is used.
+ */
+template <typename Update> void updateScene(obs_scene_t *scene, Update update)
+{
+	obs_scene_atomic_update(
+		scene, [](void *data, obs_scene_t *locked) { (*static_cast<Update *>(data))(locked); }, &update);
+}
+
+/** Puts the source's item with its bottom centre at `position`, adding it if need be. False when that fails. */
+bool placeInScene(obs_scene_t *scene, obs_source_t *source, const vec2 &position)
+{
+	obs_sceneitem_t *item = obs_scene_find_source(scene, obs_source_get_name(source));
+	if (!item) {
+		item = obs_scene_add(scene, source);
+	}
+	if (!item) {
+		return false;
+	}
+	obs_sceneitem_set_alignment(item, OBS_ALIGN_BOTTOM);
+	obs_sceneitem_set_pos(item, &position);
+	return true;
+}
+
 void removeFromCurrentScene(const char *sourceName)
 {
 	const OBSSourceAutoRelease sceneSource = obs_frontend_get_current_scene();
 	obs_scene_t *scene = obs_scene_from_source(sceneSource);
-	if (scene) {
-		obs_sceneitem_remove(obs_scene_find_source(scene, sourceName));
+	if (!scene) {
+		return;
 	}
+	OBSSceneItem item;
+	updateScene(scene, [&](obs_scene_t *locked) { item = obs_scene_find_source(locked, sourceName); });
+	// Without the lock: OBS asks before it takes it whether an item has been removed, so one who removes the item
+	// on another thread and has to wait for the lock would remove it a second time, and crash.
+	obs_sceneitem_remove(item);
 }
 
 /**
@@ -91,18 +122,6 @@ OBSSourceAutoRelease findBrowserSource(const char *name)
 	found = nullptr;
 	removeFromCurrentScene(name);
 	return nullptr;
-}
-
-/**
- * Renames what still bears `name`: a source of another type that is in a scene besides the current one, or one on its
- * way out. OBS would give the caption source a number otherwise, and the wrong source would be found by name.
- */
-void freeSourceName(const char *name)
-{
-	const OBSSourceAutoRelease holder = obs_get_source_by_name(name);
-	if (holder) {
-		obs_source_set_name(holder, QByteArray(name).append(" (old)").constData());
-	}
 }
 
 /** The settings every caption source has. */
@@ -203,6 +222,7 @@ QTimer *CaptionManager::createTimer(const QString &language, void (CaptionManage
 {
 	auto *timer = new QTimer(this);
 	timer->setSingleShot(true);
+	timer->setTimerType(Qt::PreciseTimer);
 	connect(timer, &QTimer::timeout, this, [this, language, tick] { (this->*tick)(language); });
 	return timer;
 }
@@ -390,18 +410,13 @@ void CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
 	position.x = video.base_width ? static_cast<float>(video.base_width) * 0.5f : 960.0f;
 	position.y = video.base_height ? static_cast<float>(video.base_height) - 60.0f : 1020.0f;
 
-	const char *name = obs_source_get_name(source);
-	obs_sceneitem_t *item = obs_scene_find_source(scene, name);
-	if (!item) {
-		item = obs_scene_add(scene, source);
+	bool placed = false;
+	updateScene(scene, [&](obs_scene_t *locked) { placed = placeInScene(locked, source, position); });
+	if (placed) {
+		talvora_log(LOG_INFO, "CaptionManager: placed '%s' at bottom-centre (%.0f, %.0f)",
+			    obs_source_get_name(source), static_cast<double>(position.x),
+			    static_cast<double>(position.y));
 	}
-	if (!item) {
-		return;
-	}
-	obs_sceneitem_set_alignment(item, OBS_ALIGN_BOTTOM);
-	obs_sceneitem_set_pos(item, &position);
-	talvora_log(LOG_INFO, "CaptionManager: placed '%s' at bottom-centre (%.0f, %.0f)", name,
-		    static_cast<double>(position.x), static_cast<double>(position.y));
 }
 
 void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &text)

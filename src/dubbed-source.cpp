@@ -2,8 +2,10 @@
 #include "dubbed-source.h"
 
 #include "plugin-support.h"
+#include "source-name.h"
 
 #include <obs-module.h>
+#include <obs.hpp>
 
 #include <algorithm>
 
@@ -23,6 +25,7 @@ obs_source_t *find_or_create(const char *name)
 		return source;
 	}
 	obs_source_release(source);
+	freeSourceName(name);
 
 	obs_data_t *settings = obs_data_create();
 	source = obs_source_create(kSourceTypeId, name, settings, nullptr);
@@ -63,7 +66,7 @@ DubbedSource::~DubbedSource()
 void DubbedSource::pushOriginalAudio(const float *left, const float *right, size_t frames, uint32_t sampleRate,
 				     uint64_t timestamp)
 {
-	const std::lock_guard guard(lock);
+	const std::lock_guard guard(sourceLock);
 	if (!source.get() || frames == 0) {
 		return;
 	}
@@ -88,7 +91,11 @@ void DubbedSource::pushOriginalAudio(const float *left, const float *right, size
 			onClipEnded(language, clipId);
 		}
 	};
-	const size_t voiced = speech.take(ttsMixBuf.data(), frames, sampleRate, started, ended);
+	size_t voiced;
+	{
+		const std::lock_guard speechGuard(lock);
+		voiced = speech.take(ttsMixBuf.data(), frames, sampleRate, started, ended);
+	}
 
 	const float unmutedTarget = voiced > 0 ? ducked : 1.0f;
 	originalGain.aim(muted ? 0.0f : unmutedTarget, ducked, sampleRate);
@@ -149,9 +156,27 @@ void DubbedSource::setMuteOriginal(bool mute)
 
 void DubbedSource::flush()
 {
-	const std::lock_guard guard(lock);
-	speech.clear();
+	{
+		const std::lock_guard guard(lock);
+		speech.clear();
+	}
+	const std::lock_guard guard(sourceLock);
 	originalGain.reset();
+}
+
+void DubbedSource::restoreSource()
+{
+	const OBSSourceAutoRelease present = source.getRef();
+	if (!present) {
+		flush();
+		source.adopt(find_or_create(sourceName.c_str()));
+	}
+}
+
+bool DubbedSource::publishes(const obs_source_t *other)
+{
+	const std::lock_guard guard(sourceLock);
+	return other && source.get() == other;
 }
 
 void DubbedSource::forgetSource()

@@ -23,7 +23,7 @@
  */
 class DubbedSource {
 public:
-	/** Called with (language code, clip id) on OBS's audio thread, under the lock: may only post work elsewhere. */
+	/** Called with (language code, clip id) on OBS's audio thread, under the locks: may only post work elsewhere. */
 	using ClipCallback = std::function<void(const std::string &, int)>;
 
 	/** Finds the source "Talvora Dub — <displayName>" in OBS or creates it. UTF-8. User-interface thread. */
@@ -63,6 +63,15 @@ public:
 	void flush();
 
 	/**
+	 * Finds or creates the OBS source again where OBS has removed it; what was queued meanwhile is dropped.
+	 * User-interface thread.
+	 */
+	void restoreSource();
+
+	/** Whether `other` is the source this dub is put out by, under whatever type it was found. */
+	bool publishes(const obs_source_t *other);
+
+	/**
 	 * Forgets the OBS source without releasing the reference, so that destroying this object leaves it alone
 	 * while OBS tears its sources down.
 	 */
@@ -79,11 +88,13 @@ private:
 
 	const std::string language;
 	const std::string sourceName;
-	/** Guards everything below but the atomics; held for the whole of each chunk, so that OBS's source stays. */
-	std::mutex lock;
-	PublicSource source{lock};
-	SpeechQueue speech;
+	/** Guards the source, the gain and the buffers; held for the whole of each chunk, so that OBS's source stays. */
+	std::mutex sourceLock;
+	PublicSource source{sourceLock};
 	GainRamp originalGain;
+	/** Guards the speech alone, so that handing speech over never waits for what OBS does with a chunk. */
+	std::mutex lock;
+	SpeechQueue speech;
 	std::vector<float> outLeft;
 	std::vector<float> outRight;
 	std::vector<float> ttsMixBuf;

@@ -3,10 +3,10 @@
 #include <util/base.h>
 
 /** The module's name in OBS's folders and logs, "talvora-obs". */
-extern const char *PLUGIN_NAME;
+extern const char *const PLUGIN_NAME;
 
 /** The module's version, "1.0.6". */
-extern const char *PLUGIN_VERSION;
+extern const char *const PLUGIN_VERSION;
 
 /** Writes one line to OBS's log with the module's prefix. `format` is a string literal in printf's language. */
 #define talvora_log(level, format, ...) blog(level, "[talvora-obs] " format __VA_OPT__(, ) __VA_ARGS__)

@@ -11,12 +11,15 @@ void PublicSource::adopt(obs_source_t *strongReference)
 	}
 
 	signal_handler_connect(obs_source_get_signal_handler(strongReference), "remove", onRemove, this);
+	bool removed;
 	{
 		const std::lock_guard guard(lock);
 		source = strongReference;
+		// Asked under the mutex: behind it, the signal may already have let go of the source.
+		removed = obs_source_removed(strongReference);
 	}
-	// The signal may have been sent before there was something to let go.
-	if (obs_source_removed(strongReference)) {
+	// The signal was sent before there was something to let go.
+	if (removed) {
 		release();
 	}
 }

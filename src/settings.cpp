@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "settings.h"
 
+#include <algorithm>
+#include <limits>
+
 namespace {
 
 QStringList codesWhere(const LanguageTargets &targets, bool LanguageTarget::*flag)
@@ -35,6 +38,13 @@ LanguageTargets readTargets(const QJsonObject &json)
 		}
 	}
 	return targets;
+}
+
+/** Values beyond what a float holds become its largest. */
+float readFloat(const QJsonObject &json, QStringView key, double fallback)
+{
+	constexpr double limit = std::numeric_limits<float>::max();
+	return static_cast<float>(std::clamp(json[key].toDouble(fallback), -limit, limit));
 }
 
 QColor readColor(const QJsonObject &json, QStringView key, const QString &fallback)
@@ -93,8 +103,8 @@ void Settings::readJson(const QJsonObject &json)
 	apiKey = json[u"apiKey"].toString();
 	audioSource = json[u"audioSource"].toString();
 	sourceLanguage = json[u"sourceLanguage"].toString(QStringLiteral("en"));
-	duckingLevel = static_cast<float>(json[u"duckingLevel"].toDouble(0.2));
-	ttsVolume = static_cast<float>(json[u"ttsVolume"].toDouble(1.0));
+	duckingLevel = readFloat(json, u"duckingLevel", 0.2);
+	ttsVolume = readFloat(json, u"ttsVolume", 1.0);
 	muteOriginal = json[u"muteOriginal"].toBool(false);
 	autoConnect = json[u"autoConnect"].toBool(false);
 	dockVisible = json[u"dockVisible"].toBool(false);

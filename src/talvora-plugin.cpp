@@ -5,6 +5,7 @@
 #include "deployment.h"
 #include "plugin-dock.h"
 #include "plugin-support.h"
+#include "scene-watcher.h"
 #include "ws-client.h"
 
 #include <QDir>
@@ -14,10 +15,12 @@
 #include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
+#include <QtEndian>
 
 #include <obs-frontend-api.h>
 #include <obs.hpp>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -36,8 +39,7 @@ constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeO
 bool isCapturable(const obs_source_t *source)
 {
 	const char *id = obs_source_get_id(source);
-	// A browser source announces audio that capture callbacks do not get. A dubbed source outputs from within the
-	// capture callback, so that capturing one would wait for itself.
+	// A browser source announces audio that capture callbacks do not get. A dub may come into use at any time.
 	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, "browser_source") != 0 &&
 	       strcmp(id, dubbed_source_info()->id) != 0;
 }
@@ -78,10 +80,11 @@ void TalvoraPlugin::initialize()
 
 	captionManager = new CaptionManager(this);
 	createDock();
-	QTimer::singleShot(0, this, &TalvoraPlugin::attachAudioCapture);
+	QTimer::singleShot(0, this, &TalvoraPlugin::restoreAudioCapture);
 	updateDubbedSources();
 	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
 	updateCaptionSources();
+	watchScene();
 
 	if (settings.autoConnect && !settings.apiKey.isEmpty() && !settings.languageTargets.isEmpty()) {
 		talvora_log(LOG_INFO, "Talvora: auto-connecting (autoConnect=true)");
@@ -123,6 +126,7 @@ void TalvoraPlugin::shutdown()
 		return;
 	}
 	shuttingDown = true;
+	sceneWatcher.reset();
 
 	if (dock) {
 		settings.dockVisible = dock->isVisible();
@@ -278,8 +282,9 @@ void TalvoraPlugin::startSession()
 	talvora_log(LOG_INFO, "Talvora: connecting to %s (wsThread running: %s)", kServiceEndpoint,
 		    wsThread && wsThread->isRunning() ? "YES" : "NO");
 	flushDubbedSources();
-	// The source may have appeared since the last attempt to capture it.
-	attachAudioCapture();
+	// What a session needs may have been removed, or may have appeared, since it was last looked for.
+	restoreDubbedSources();
+	restoreAudioCapture();
 
 	const bool queued = QMetaObject::invokeMethod(wsClient, "connectToServer", Qt::QueuedConnection,
 						      Q_ARG(QString, settings.apiKey),
@@ -309,7 +314,8 @@ void TalvoraPlugin::onWsStateChanged(WsState newState)
 {
 	talvora_log(LOG_INFO, "Talvora: WS state → %d", static_cast<int>(newState));
 	Q_EMIT wsStateChanged(newState);
-	if (newState == WsState::Disconnected) {
+	// A lost connection also takes along the end of a clip that was being received, which would block the next ones.
+	if (newState == WsState::Disconnected || newState == WsState::Reconnecting) {
 		flushDubbedSources();
 	}
 }
@@ -368,8 +374,11 @@ void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const Q
 		talvora_log(LOG_WARNING, "Talvora: odd TTS PCM size %d for '%s', truncating last byte",
 			    static_cast<int>(pcmData.size()), language.toUtf8().constData());
 	}
-	std::vector<int16_t> samples(static_cast<size_t>(pcmData.size()) / 2);
-	memcpy(samples.data(), pcmData.constData(), samples.size() * sizeof(int16_t));
+	const qsizetype count = pcmData.size() / 2;
+	std::vector<int16_t> samples(static_cast<size_t>(count));
+	if (count > 0) {
+		qFromLittleEndian<qint16>(pcmData.constData(), count, samples.data());
+	}
 	source.pushTtsAudio(clipId, samples.data(), samples.size(), sourceSampleRate);
 }
 
@@ -391,7 +400,7 @@ void TalvoraPlugin::onClipEnded(const QString &language, int clipId)
 
 void TalvoraPlugin::updateDubbedSources()
 {
-	const std::unique_lock guard(dubbedMutex);
+	std::unique_lock guard(dubbedMutex);
 	const QStringList languages = dubbingLanguages();
 
 	for (auto it = dubbedSources.begin(); it != dubbedSources.end();) {
@@ -407,6 +416,40 @@ void TalvoraPlugin::updateDubbedSources()
 		if (code != settings.sourceLanguage && !dubbedSources.contains(code)) {
 			dubbedSources.emplace(code, createDubbedSource(code));
 		}
+	}
+	ignoreOwnOutput();
+	guard.unlock();
+	recheckAudioCapture();
+}
+
+void TalvoraPlugin::restoreDubbedSources()
+{
+	std::unique_lock guard(dubbedMutex);
+	for (auto &[code, source] : dubbedSources) {
+		source->restoreSource();
+	}
+	ignoreOwnOutput();
+	guard.unlock();
+	recheckAudioCapture();
+}
+
+bool TalvoraPlugin::isOwnOutput(const obs_source_t *source) const
+{
+	return std::any_of(dubbedSources.begin(), dubbedSources.end(),
+			   [source](const auto &entry) { return entry.second->publishes(source); });
+}
+
+void TalvoraPlugin::ignoreOwnOutput()
+{
+	if (isOwnOutput(capturedSource)) {
+		capturedSource = nullptr;
+	}
+}
+
+void TalvoraPlugin::recheckAudioCapture()
+{
+	if (audioSourceRef && !capturedSource) {
+		attachAudioCapture();
 	}
 }
 
@@ -547,6 +590,54 @@ void TalvoraPlugin::setAudioSource(const QString &name)
 	attachAudioCapture();
 }
 
+// Changes of the scene
+
+void TalvoraPlugin::watchScene()
+{
+	sceneWatcher = std::make_unique<SceneWatcher>();
+	connect(sceneWatcher.get(), &SceneWatcher::collectionChanged, this, &TalvoraPlugin::restoreOutputs);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceCreated, this, &TalvoraPlugin::onSourceCreated);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceRemoved, this, &TalvoraPlugin::onSourceRemoved);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceRenamed, this, &TalvoraPlugin::onSourceRenamed);
+}
+
+void TalvoraPlugin::restoreOutputs()
+{
+	restoreDubbedSources();
+	updateCaptionSources();
+	restoreAudioCapture();
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceCreated(const QString &name)
+{
+	if (name == settings.audioSource) {
+		restoreAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceRemoved()
+{
+	if (audioSourceRef && !isCapturing()) {
+		detachAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceRenamed(const QString &from, const QString &to)
+{
+	if (from == settings.audioSource) {
+		// The user still means the source that was chosen, whatever it is called now.
+		settings.audioSource = to;
+		saveConfig();
+	}
+	if (to == settings.audioSource) {
+		restoreAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
 // Audio capture
 
 void TalvoraPlugin::attachAudioCapture()
@@ -558,11 +649,17 @@ void TalvoraPlugin::attachAudioCapture()
 
 	const QByteArray name = settings.audioSource.toUtf8();
 	const OBSSourceAutoRelease source = obs_get_source_by_name(name);
-	if (!source) {
+	if (!source || obs_source_removed(source)) {
 		talvora_log(LOG_WARNING, "Talvora: audio source '%s' not found", name.constData());
 		return;
 	}
-	if (!isCapturable(source)) {
+	bool ownOutput;
+	{
+		const std::shared_lock guard(dubbedMutex);
+		ownOutput = isOwnOutput(source);
+	}
+	// A dub outputs from within the capture callback, so that capturing one would wait for itself.
+	if (ownOutput || !isCapturable(source)) {
 		talvora_log(LOG_WARNING,
 			    "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
 			    name.constData(), obs_source_get_id(source));
@@ -584,6 +681,7 @@ void TalvoraPlugin::attachAudioCapture()
 	}
 	obs_source_add_audio_capture_callback(source, audioCaptureCallback, this);
 	audioSourceRef = obs_source_get_weak_source(source);
+	attachedName = name;
 	talvora_log(LOG_INFO, "Talvora: attached audio capture to source '%s'", name.constData());
 }
 
@@ -599,9 +697,23 @@ void TalvoraPlugin::detachAudioCapture()
 		talvora_log(LOG_INFO, "Talvora: detached audio capture from '%s'", obs_source_get_name(source));
 	} else {
 		talvora_log(LOG_INFO, "Talvora: audio source '%s' was already destroyed, skipping detach",
-			    settings.audioSource.toUtf8().constData());
+			    attachedName.constData());
 	}
 	obs_weak_source_release(std::exchange(audioSourceRef, nullptr));
+}
+
+bool TalvoraPlugin::isCapturing() const
+{
+	const OBSSourceAutoRelease source = obs_weak_source_get_source(audioSourceRef);
+	return source && !obs_source_removed(source) &&
+	       settings.audioSource == QString::fromUtf8(obs_source_get_name(source));
+}
+
+void TalvoraPlugin::restoreAudioCapture()
+{
+	if (!settings.audioSource.isEmpty() && !isCapturing()) {
+		attachAudioCapture();
+	}
 }
 
 void TalvoraPlugin::audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted)

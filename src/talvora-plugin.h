@@ -23,6 +23,7 @@
 class CaptionManager;
 class PluginDock;
 class QThread;
+class SceneWatcher;
 class WSClient;
 
 /**
@@ -130,9 +131,12 @@ Q_SIGNALS:
 	/** @param msg an English sentence for the user */
 	void errorOccurred(const QString &msg);
 	void maxTargetLanguagesChanged(int n);
+	/** Sources have come, gone or been renamed, or another audio source is captured now. */
+	void audioSourcesChanged();
 
 private:
 	friend class TalvoraPluginTest;
+	friend class PluginDockTest;
 
 	TalvoraPlugin();
 
@@ -141,6 +145,23 @@ private:
 	void captureChunk(obs_source_t *source, const audio_data &audio);
 
 	void connectClient();
+	void watchScene();
+	/** Brings back what left OBS together with the sources of a scene collection. */
+	void restoreOutputs();
+	/** Brings back the sources of dubs that OBS has removed. */
+	void restoreDubbedSources();
+	/** Whether a dub is put out by `source`, whatever the source's type. Under dubbedMutex. */
+	bool isOwnOutput(const obs_source_t *source) const;
+	/** Stops hearing the captured source if it is now one of our own outputs. Under dubbedMutex, exclusively. */
+	void ignoreOwnOutput();
+	/** Captures anew, or not at all, if ignoreOwnOutput() has stopped the capture. */
+	void recheckAudioCapture();
+	/** Whether the source the settings name is being captured. */
+	bool isCapturing() const;
+	void restoreAudioCapture();
+	void onSourceCreated(const QString &name);
+	void onSourceRemoved();
+	void onSourceRenamed(const QString &from, const QString &to);
 	void createDock();
 	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
 	template<typename Action> void forEachDubbedSource(Action action);
@@ -155,6 +176,8 @@ private:
 	/** Holds the samples carried from chunk to chunk. Used by the capture callback, reset by attaching. */
 	CaptureConverter captureConverter;
 	obs_weak_source_t *audioSourceRef = nullptr;
+	/** The name that source had when it was attached, for the log. */
+	QByteArray attachedName;
 	/** The source behind audioSourceRef, to be compared only: chunks of any other source are stale. */
 	std::atomic<obs_source_t *> capturedSource{nullptr};
 
@@ -165,6 +188,7 @@ private:
 	std::map<QString, std::unique_ptr<DubbedSource>> dubbedSources;
 	CaptionManager *captionManager = nullptr;
 	QPointer<PluginDock> dock;
+	std::unique_ptr<SceneWatcher> sceneWatcher;
 
 	Settings settings;
 	int maxTargetLanguages = 0;

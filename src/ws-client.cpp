@@ -28,8 +28,8 @@ constexpr int kMaxDelayDoublings = 20;
 constexpr int kMaxAttempts = 5;
 /** Longest uplink frame in bytes: 10 ms of audio. */
 constexpr size_t kMaxFrameBytes = 320;
-/** Longest message taken from the service in bytes: minutes of speech, yet not enough to exhaust the memory. */
-constexpr quint64 kMaxIncomingBytes = 16 * 1024 * 1024;
+/** Longest message taken from the service in bytes: more than the 10 s of speech a dub queues, at 48000 Hz. */
+constexpr quint64 kMaxIncomingBytes = 1024 * 1024;
 
 // Samples go to the wire, which is little-endian, as they lie in memory.
 static_assert(std::endian::native == std::endian::little);
@@ -48,6 +48,7 @@ WSClient::WSClient(QObject *parent)
 	sendTimer->setInterval(kSendIntervalMs);
 	sendTimer->setTimerType(Qt::PreciseTimer);
 	reconnectTimer->setSingleShot(true);
+	reconnectTimer->setTimerType(Qt::PreciseTimer);
 
 	connect(socket, &QWebSocket::connected, this, &WSClient::onConnected);
 	connect(socket, &QWebSocket::disconnected, this, &WSClient::onDisconnected);
@@ -86,8 +87,8 @@ void WSClient::connectToServer(const QString &newApiKey, const QString &newServe
 	resetReconnect();
 	// A thread that is told to quit may leave a queued disconnectFromServer() undelivered. Its end ends the
 	// session too, so that the service hears "stop" and no timer or open socket outlives the thread.
-	connect(thread(), &QThread::finished, this, &WSClient::disconnectFromServer,
-		static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
+	disconnect(thread(), &QThread::finished, this, nullptr);
+	connect(thread(), &QThread::finished, this, &WSClient::disconnectFromServer, Qt::DirectConnection);
 
 	if (socket->state() != QAbstractSocket::UnconnectedState) {
 		abortSilently();

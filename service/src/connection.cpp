@@ -20,6 +20,14 @@ Connection::Connection(int number, QWebSocket *socket, QObject *parent)
 	m_socket->setMaxAllowedIncomingMessageSize(kLongestMessage);
 	connect(m_socket, &QWebSocket::textMessageReceived, this, &Connection::textReceived);
 	connect(m_socket, &QWebSocket::binaryMessageReceived, this, &Connection::binaryReceived);
+	// Qt goes on to parse what follows a message it refused, for many seconds (seen in 6.11): end that at once.
+	connect(m_socket, &QWebSocket::aboutToClose, this, [this] {
+		if (!m_closing) {
+			drop();
+		}
+	});
+	connect(m_socket, &QWebSocket::pong, this,
+		[this](quint64, const QByteArray &payload) { onPong(payload); });
 	connect(m_socket, &QWebSocket::disconnected, this, [this] { emit ended(m_socket->closeCode()); });
 }
 
@@ -41,22 +49,21 @@ void Connection::sendJson(const QJsonObject &message)
 void Connection::sendText(const QString &text)
 {
 	if (isOpen()) {
-		m_socket->sendTextMessage(text);
-		dropWhenFlooded();
+		countSent(m_socket->sendTextMessage(text));
 	}
 }
 
 void Connection::sendBinary(const QByteArray &frame)
 {
 	if (isOpen()) {
-		m_socket->sendBinaryMessage(frame);
-		dropWhenFlooded();
+		countSent(m_socket->sendBinaryMessage(frame));
 	}
 }
 
 void Connection::close(QWebSocketProtocol::CloseCode code, const QString &reason)
 {
 	if (isOpen()) {
+		m_closing = true;
 		m_socket->close(code, reason);
 		QTimer::singleShot(kCloseMs, this, &Connection::drop);
 	}
@@ -64,14 +71,30 @@ void Connection::close(QWebSocketProtocol::CloseCode code, const QString &reason
 
 void Connection::drop()
 {
+	m_closing = true;
 	m_socket->flush();
 	m_socket->abort();
 }
 
-void Connection::dropWhenFlooded()
+// The socket does not tell what it holds back: its count leaves out what is encrypted already. The answer to a ping,
+// which a client gives in its turn, says what was read.
+void Connection::countSent(qint64 bytes)
 {
-	if (m_socket->bytesToWrite() > kMostUnsent) {
+	m_sent += bytes;
+	if (m_sent - m_asked >= kPingEvery) {
+		m_asked = m_sent;
+		m_socket->ping(QByteArray::number(m_sent));
+	}
+	if (m_sent - m_read > kMostUnread) {
 		// Not from within the caller's sending.
 		QMetaObject::invokeMethod(this, &Connection::drop, Qt::QueuedConnection);
+	}
+}
+
+void Connection::onPong(const QByteArray &payload)
+{
+	const qint64 read = payload.toLongLong();
+	if (read > m_read && read <= m_asked) {
+		m_read = read;
 	}
 }

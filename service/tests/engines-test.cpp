@@ -105,7 +105,7 @@ private slots:
 		m_recogniser->process(speech, listener);
 		m_recogniser->process(recordings::silence(1.5), listener);
 		const QString words = listener.finals.join(' ');
-		QVERIFY2(words.contains("call cannot be completed"), qPrintable(words));
+		QVERIFY2(words.contains("cannot be completed as dialed"), qPrintable(words));
 	}
 
 	void silenceIsNoUtterance()

@@ -18,7 +18,10 @@
 
 #include <dlfcn.h>
 
+#include <chrono>
 #include <cmath>
+#include <functional>
+#include <future>
 #include <limits>
 #include <memory>
 #include <thread>
@@ -26,6 +29,10 @@
 namespace {
 
 bool browserCreationFails = false;
+/** Called before the code under test removes a scene item. */
+std::function<void()> beforeRemoval;
+/** Called with each scene item that a search has found or that was added, before the caller gets it. */
+std::function<void(obs_sceneitem_t *)> itemHook;
 /** The JSON of all settings sent to sources since it was emptied. */
 QStringList sentSettings;
 
@@ -115,6 +122,87 @@ void obs_source_update(obs_source_t *source, obs_data_t *settings)
 	real(source, settings);
 }
 
+obs_sceneitem_t *obs_scene_find_source(obs_scene_t *scene, const char *name)
+{
+	static const auto real = inLibobs<decltype(&obs_scene_find_source)>("obs_scene_find_source");
+	obs_sceneitem_t *item = real(scene, name);
+	if (item && itemHook) {
+		itemHook(item);
+	}
+	return item;
+}
+
+obs_sceneitem_t *obs_scene_add(obs_scene_t *scene, obs_source_t *source)
+{
+	static const auto real = inLibobs<decltype(&obs_scene_add)>("obs_scene_add");
+	obs_sceneitem_t *item = real(scene, source);
+	if (item && itemHook) {
+		itemHook(item);
+	}
+	return item;
+}
+
+void obs_sceneitem_remove(obs_sceneitem_t *item)
+{
+	static const auto real = inLibobs<decltype(&obs_sceneitem_remove)>("obs_sceneitem_remove");
+	if (const auto hook = beforeRemoval) {
+		hook();
+	}
+	real(item);
+}
+
+namespace {
+
+/**
+ * Removes the first scene item that someone gets on another thread, as a remote control may at any moment, and sees
+ * whether the one who got it is kept from losing it.
+ */
+class ItemRemover {
+public:
+	ItemRemover()
+	{
+		itemHook = [this](obs_sceneitem_t *item) { meet(item); };
+		beforeRemoval = [this] { wait(); };
+	}
+	~ItemRemover() { wait(); }
+
+	/** Waits for the removal. True when it was kept out while the caller used the item. */
+	bool wasKeptOut()
+	{
+		wait();
+		return removal.valid() && !cameBetween;
+	}
+
+private:
+	void wait()
+	{
+		itemHook = nullptr;
+		beforeRemoval = nullptr;
+		if (removal.valid()) {
+			removal.wait();
+		}
+	}
+
+	void meet(obs_sceneitem_t *item)
+	{
+		if (removal.valid()) {
+			return;
+		}
+		obs_sceneitem_addref(item);
+		removal = std::async(std::launch::async, [item] {
+			inLibobs<decltype(&obs_sceneitem_remove)>("obs_sceneitem_remove")(item);
+			obs_sceneitem_release(item);
+		});
+		// Long enough for a removal that nothing holds up.
+		cameBetween = removal.wait_for(std::chrono::milliseconds(200)) == std::future_status::ready;
+	}
+
+	std::future<void> removal;
+	bool cameBetween = false;
+};
+
+} // namespace
+
 class CaptionManagerTest : public QObject {
 	Q_OBJECT
 
@@ -172,6 +260,9 @@ private Q_SLOTS:
 	void placementIntoSomethingThatIsNoSceneDoesNothing();
 	void placementOfASourceRemovedByThenDoesNothing();
 	void placementThatFailsIsNotLogged();
+	void itemIsNotRemovedWhileItIsPlaced_data();
+	void itemIsNotRemovedWhileItIsPlaced();
+	void itemRemovedByAnotherDuringAMigrationIsStillValid();
 	void nothingIsPlacedWhenTheManagerIsGone();
 	void styleIsSentToEverySource();
 	void unchangedStyleAndTextAreNotSent();
@@ -199,8 +290,8 @@ private:
 	const QMap<QString, QString> names = {{"es", "Spanish"}, {"de", "German"}};
 	const QString spanish = QString::fromUtf8("Talvora Captions — Spanish");
 	std::unique_ptr<QTemporaryDir> temporary;
-	std::unique_ptr<ObsFixture> obs;
 	std::unique_ptr<LogCapture> log;
+	std::unique_ptr<ObsFixture> obs;
 	std::unique_ptr<TestScene> scene;
 	std::unique_ptr<CaptionManager> manager;
 };
@@ -226,6 +317,8 @@ void CaptionManagerTest::initTestCase()
 	temporary = std::make_unique<QTemporaryDir>();
 	QVERIFY(temporary->isValid());
 	qputenv("TMPDIR", temporary->path().toUtf8());
+	// Lives longer than libobs, whose threads log until its end.
+	log = std::make_unique<LogCapture>();
 	obs = std::make_unique<ObsFixture>();
 	// From OBS 31 on positions are kept relative to the canvas otherwise, and without video there is none.
 	const OBSDataAutoRelease ofLibobs = obs_get_private_data();
@@ -234,13 +327,13 @@ void CaptionManagerTest::initTestCase()
 
 void CaptionManagerTest::init()
 {
-	log = std::make_unique<LogCapture>();
 	scene = std::make_unique<TestScene>("Scene");
 	setCurrentScene(scene->source());
 	setCanvasSize(1920, 1080);
 	manager = std::make_unique<CaptionManager>();
 	browserCreationFails = false;
 	sentSettings.clear();
+	log->clear();
 }
 
 void CaptionManagerTest::cleanup()
@@ -248,7 +341,6 @@ void CaptionManagerTest::cleanup()
 	manager.reset();
 	setCurrentScene(nullptr);
 	scene.reset();
-	log.reset();
 	// OBS takes a scene apart on a thread of its own.
 	QVERIFY2(QTest::qWaitFor([this] { return !find(spanish); }), "a reference to the caption source is left");
 }
@@ -256,6 +348,7 @@ void CaptionManagerTest::cleanup()
 void CaptionManagerTest::cleanupTestCase()
 {
 	obs.reset();
+	log.reset();
 }
 
 // The queue
@@ -398,6 +491,7 @@ void CaptionManagerTest::timersOfAStateCallItsTicks()
 	makeSpanish();
 	for (const QTimer *timer : {state().displayTimer, state().clearTimer}) {
 		QVERIFY(timer->isSingleShot());
+		QCOMPARE(timer->timerType(), Qt::PreciseTimer);
 		QCOMPARE(timer->parent(), manager.get());
 	}
 	manager->onCaption("es", "1", 0, 0, false);
@@ -768,6 +862,10 @@ void CaptionManagerTest::sourceOfAnotherTypeInAnotherSceneGivesUpItsName()
 	manager->setLanguages({"es"}, names);
 	QVERIFY(!itemOf(*scene, spanish));
 	QCOMPARE(QString::fromUtf8(obs_source_get_name(text)), spanish + " (old)");
+	const QString renamed =
+		"[talvora-obs] Talvora: renamed source '" + spanish + "' to '" + spanish + " (old)' to free its name";
+	QCOMPARE(log->ownLines().at(1), renamed);
+	QVERIFY(log->contains(LOG_INFO, renamed));
 	QVERIFY(!obs_source_removed(text));
 	QVERIFY(itemOf(other, spanish + " (old)"));
 	QCOMPARE(QString::fromUtf8(obs_source_get_name(state().source.get())), spanish);
@@ -924,6 +1022,42 @@ void CaptionManagerTest::placementThatFailsIsNotLogged()
 	QVERIFY(log->ownLines().isEmpty());
 }
 
+void CaptionManagerTest::itemIsNotRemovedWhileItIsPlaced_data()
+{
+	QTest::addColumn<bool>("present");
+	QTest::newRow("found") << true;
+	QTest::newRow("added") << false;
+}
+
+void CaptionManagerTest::itemIsNotRemovedWhileItIsPlaced()
+{
+	QFETCH(bool, present);
+	makeSpanish();
+	const OBSSourceAutoRelease source = find(spanish);
+	if (present) {
+		QVERIFY(obs_scene_add(*scene, source));
+	}
+	ItemRemover remover;
+	manager->autoPlaceCaptionSource(source);
+	QVERIFY(remover.wasKeptOut());
+	QVERIFY(!itemOf(*scene, spanish));
+	QVERIFY(log->contains(LOG_INFO,
+			      "[talvora-obs] CaptionManager: placed '" + spanish + "' at bottom-centre (960, 1020)"));
+}
+
+void CaptionManagerTest::itemRemovedByAnotherDuringAMigrationIsStillValid()
+{
+	{
+		const OBSSourceAutoRelease text = create("text_ft2_source_v2", spanish);
+		QVERIFY(obs_scene_add(*scene, text));
+	}
+	ItemRemover remover;
+	manager->setLanguages({"es"}, names);
+	QVERIFY(remover.wasKeptOut());
+	QVERIFY(!itemOf(*scene, spanish));
+	QCOMPARE(obs_source_get_id(state().source.get()), "browser_source");
+}
+
 void CaptionManagerTest::nothingIsPlacedWhenTheManagerIsGone()
 {
 	makeSpanish();
@@ -1023,6 +1157,8 @@ void CaptionManagerTest::removedSourceIsMadeAgainWithTheNextLanguages()
 		obs_source_remove(source);
 	}
 	QVERIFY(!state().source.get());
+	// OBS's own threads may hold it for moments.
+	QVERIFY(QTest::qWaitFor([this] { return !find(spanish); }));
 	log->clear();
 	manager->setLanguages({"es"}, names);
 	QVERIFY(state().source.get());

@@ -14,7 +14,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cmath>
+#include <future>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -73,6 +75,7 @@ obs_source_create(const char *id, const char *name, obs_data_t *settings, obs_da
 namespace {
 
 constexpr const char *kSpanishName = "Talvora Dub \xE2\x80\x94 Spanish";
+constexpr const char *kSpanishOldName = "Talvora Dub \xE2\x80\x94 Spanish (old)";
 
 struct Event {
 	char kind; // 's'tarted or 'e'nded
@@ -141,9 +144,28 @@ obs_source_t *find(const char *name)
 	return source;
 }
 
-bool close_to(float value, float expected)
+/** As the user or OBS does it. */
+void remove_source(const char *name)
 {
-	return std::abs(value - expected) < 1e-4f;
+	obs_source_t *source = obs_get_source_by_name(name);
+	obs_source_remove(source);
+	obs_source_release(source);
+}
+
+QString createdLine()
+{
+	return QStringLiteral("[talvora-obs] DubbedSource: created 'Talvora Dub \u2014 Spanish'");
+}
+
+QString reattachedLine()
+{
+	return QStringLiteral("[talvora-obs] DubbedSource: reattached to existing 'Talvora Dub \u2014 Spanish'");
+}
+
+QString renamedLine()
+{
+	return QStringLiteral("[talvora-obs] Talvora: renamed source 'Talvora Dub \u2014 Spanish' to "
+			      "'Talvora Dub \u2014 Spanish (old)' to free its name");
 }
 
 /** Nobody holds the source any more. OBS's own threads may for moments. */
@@ -179,11 +201,18 @@ private Q_SLOTS:
 	void defaults();
 	void createsItsSource();
 	void reattachesToASourceOfThatNameWhateverItsType();
-	void removedSourceOfThatNameIsNotUsed();
+	void removedSourceThatIsStillHeldGivesUpItsName();
 	void withoutASourceItStaysUsable();
 	void destructorLeavesASourceThatOthersHold();
 	void forgottenSourceIsNotReleased();
 	void removedSourceIsLetGoAtOnce();
+	void restoringMakesARemovedSourceAgain();
+	void restoringFindsASourceMadeMeanwhile();
+	void restoringLeavesAPresentSourceAlone();
+	void restoringDropsTheSpeechQueuedMeanwhile();
+	void restoringRenamesARemovedSourceThatIsStillHeld();
+	void restoringThatFailsLeavesItUsable();
+	void publishesItsOwnSourceAlone();
 	void withoutASourceTheRateIsNotTaken();
 	void emptyChunkDoesNothing();
 	void levelsAreClamped_data();
@@ -212,6 +241,7 @@ private Q_SLOTS:
 	void matchesTheTranscription();
 	void allocatesNothingForChunksOfUpToOneSecond();
 	void longerChunksArePlayed();
+	void speechIsTakenWhileObsIsBusyWithAChunk();
 	void threadsAndRemovalTogether();
 
 private:
@@ -285,8 +315,7 @@ void DubbedSourceTest::createsItsSource()
 		obs_source_t *source = find(kSpanishName);
 		QVERIFY(source);
 		QCOMPARE(obs_source_get_id(source), "talvora_dubbed_source");
-		QCOMPARE(log->ownLines(), QStringList{QStringLiteral("[talvora-obs] DubbedSource: created '%1'")
-							      .arg(QString::fromUtf8(kSpanishName))});
+		QCOMPARE(log->ownLines(), QStringList{createdLine()});
 	}
 	QVERIFY(gone(kSpanishName));
 	const QStringList lines = log->lines(LOG_INFO).filter(QStringLiteral("[talvora-obs] "));
@@ -299,10 +328,8 @@ void DubbedSourceTest::reattachesToASourceOfThatNameWhateverItsType()
 	obs_source_t *existing = obs_source_create("some_other_type", kSpanishName, nullptr, nullptr);
 	{
 		Dub dub;
-		const QString line = QStringLiteral(
-			"[talvora-obs] DubbedSource: reattached to existing 'Talvora Dub \u2014 Spanish'");
-		QCOMPARE(log->ownLines(), QStringList{line});
-		QVERIFY(log->contains(LOG_INFO, line));
+		QCOMPARE(log->ownLines(), QStringList{reattachedLine()});
+		QVERIFY(log->contains(LOG_INFO, reattachedLine()));
 		QCOMPARE(dub.play(10).source, existing);
 	}
 	// The one reference it found is the one it gave back.
@@ -312,7 +339,7 @@ void DubbedSourceTest::reattachesToASourceOfThatNameWhateverItsType()
 	obs_weak_source_release(weak);
 }
 
-void DubbedSourceTest::removedSourceOfThatNameIsNotUsed()
+void DubbedSourceTest::removedSourceThatIsStillHeldGivesUpItsName()
 {
 	obs_source_t *removed = obs_source_create("talvora_dubbed_source", kSpanishName, nullptr, nullptr);
 	obs_source_remove(removed);
@@ -320,6 +347,10 @@ void DubbedSourceTest::removedSourceOfThatNameIsNotUsed()
 	const Output output = dub.play(10);
 	QVERIFY(output.source);
 	QVERIFY(output.source != removed);
+	QCOMPARE(obs_source_get_name(output.source), kSpanishName);
+	QCOMPARE(obs_source_get_name(removed), kSpanishOldName);
+	QCOMPARE(log->ownLines(), (QStringList{renamedLine(), createdLine()}));
+	QVERIFY(log->contains(LOG_INFO, renamedLine()));
 	obs_source_release(removed);
 }
 
@@ -372,6 +403,124 @@ void DubbedSourceTest::forgottenSourceIsNotReleased()
 	QCOMPARE(find(kSpanishName), source);
 	obs_source_release(source);
 	QVERIFY(gone(kSpanishName));
+}
+
+void DubbedSourceTest::restoringMakesARemovedSourceAgain()
+{
+	Dub dub;
+	remove_source(kSpanishName);
+	QVERIFY(gone(kSpanishName));
+	QCOMPARE(dub.play(10).source, nullptr);
+	log->clear();
+
+	dub->restoreSource();
+	QCOMPARE(log->ownLines(), QStringList{createdLine()});
+	obs_source_t *restored = find(kSpanishName);
+	QVERIFY(restored);
+	QCOMPARE(obs_source_get_id(restored), "talvora_dubbed_source");
+	const Output output = dub.play(10, 0.5f);
+	QCOMPARE(output.source, restored);
+	QCOMPARE(output.left, std::vector<float>(10, 0.5f));
+
+	// And again, as often as OBS removes it.
+	remove_source(kSpanishName);
+	QVERIFY(gone(kSpanishName));
+	dub->restoreSource();
+	QVERIFY(dub.play(10).source);
+}
+
+void DubbedSourceTest::restoringFindsASourceMadeMeanwhile()
+{
+	Dub dub;
+	remove_source(kSpanishName);
+	QVERIFY(gone(kSpanishName));
+	obs_source_t *loaded = obs_source_create("talvora_dubbed_source", kSpanishName, nullptr, nullptr);
+	log->clear();
+	dub->restoreSource();
+	QCOMPARE(log->ownLines(), QStringList{reattachedLine()});
+	QCOMPARE(dub.play(10).source, loaded);
+	obs_source_release(loaded);
+}
+
+void DubbedSourceTest::restoringLeavesAPresentSourceAlone()
+{
+	Dub dub;
+	obs_source_t *present = find(kSpanishName);
+	dub.speakToEnd(1, 2000, 16384);
+	dub.play(1000, 0.5f);
+	const float gain = dub->originalGain.value();
+	QVERIFY(gain < 1.0f);
+	log->clear();
+
+	dub->restoreSource();
+	QCOMPARE(log->ownLines(), QStringList());
+	QCOMPARE(find(kSpanishName), present);
+	QCOMPARE(dub->originalGain.value(), gain);
+	QCOMPARE(dub.play(1000).left, std::vector<float>(1000, 0.5f));
+	QCOMPARE(dub.events, (std::vector<Event>{{'s', "es", 1}, {'e', "es", 1}}));
+}
+
+void DubbedSourceTest::restoringDropsTheSpeechQueuedMeanwhile()
+{
+	Dub dub;
+	dub.speak(1, 48000, 16384);
+	dub.play(10000, 0.5f);
+	QVERIFY(dub->originalGain.value() < 1.0f);
+	remove_source(kSpanishName);
+	dub.speakToEnd(2, 1000, 16384);
+	dub->restoreSource();
+	QCOMPARE(dub->originalGain.value(), 1.0f);
+	QCOMPARE(dub.play(1000, 0.5f).left, std::vector<float>(1000, 0.5f));
+	QVERIFY2(dub.events == (std::vector<Event>{{'s', "es", 1}}), "dropped clips are not told");
+	dub.speakToEnd(3, 100, 16384);
+	QCOMPARE(dub.play(100).left, std::vector<float>(100, 0.5f));
+}
+
+void DubbedSourceTest::restoringRenamesARemovedSourceThatIsStillHeld()
+{
+	Dub dub;
+	obs_source_t *held = obs_get_source_by_name(kSpanishName);
+	obs_source_remove(held);
+	log->clear();
+	dub->restoreSource();
+	QCOMPARE(obs_source_get_name(held), kSpanishOldName);
+	QCOMPARE(log->ownLines(), (QStringList{renamedLine(), createdLine()}));
+	obs_source_t *restored = find(kSpanishName);
+	QVERIFY(restored);
+	QVERIFY(restored != held);
+	QCOMPARE(obs_source_get_name(restored), kSpanishName);
+	QCOMPARE(dub.play(10).source, restored);
+	obs_source_release(held);
+}
+
+void DubbedSourceTest::restoringThatFailsLeavesItUsable()
+{
+	Dub dub;
+	remove_source(kSpanishName);
+	QVERIFY(gone(kSpanishName));
+	refuseToCreate = true;
+	dub->restoreSource();
+	QCOMPARE(dub.play(10).source, nullptr);
+	refuseToCreate = false;
+	dub->restoreSource();
+	QVERIFY(dub.play(10).source);
+}
+
+void DubbedSourceTest::publishesItsOwnSourceAlone()
+{
+	obs_source_t *other = obs_source_create("talvora_dubbed_source", "Other", nullptr, nullptr);
+	obs_source_t *own = obs_source_create("some_other_type", kSpanishName, nullptr, nullptr);
+	{
+		DubbedSource dub("es", "Spanish");
+		QVERIFY2(dub.publishes(own), "whatever its type");
+		QVERIFY(!dub.publishes(other));
+		QVERIFY(!dub.publishes(nullptr));
+		obs_source_remove(own);
+		QVERIFY2(!dub.publishes(own), "no longer once OBS has removed it");
+		QVERIFY(!dub.publishes(nullptr));
+	}
+	obs_source_release(own);
+	obs_source_release(other);
 }
 
 void DubbedSourceTest::removedSourceIsLetGoAtOnce()
@@ -613,20 +762,20 @@ void DubbedSourceTest::duckingFallsIn7200SamplesAndRisesIn14400()
 	// Speech that is silent leaves the gain to be seen.
 	dub.speakToEnd(1, 9000, 0);
 	const std::vector<float> down = dub.play(9000, 1.0f).left;
-	QVERIFY(close_to(down[0], 1.0f - 0.8f / 7200.0f));
-	QVERIFY(close_to(down[3599], 0.6f));
-	QVERIFY(down[7100] > 0.2f);
-	QVERIFY(close_to(down[7199], 0.2f));
-	QCOMPARE(down[7203], 0.2f);
-	QCOMPARE(down[8999], 0.2f);
+	QVERIFY(down[0] == 0.999888897f);
+	QVERIFY(down[3599] == 0.600028992f);
+	// The rounding of the single-precision sum costs one sample on the way down and two on the way up.
+	QVERIFY(down[7199] == 0.200051278f);
+	QVERIFY(down[7200] == 0.2f);
+	QVERIFY(down[8999] == 0.2f);
 
 	const std::vector<float> up = dub.play(15000, 1.0f).left;
-	QVERIFY(close_to(up[0], 0.2f + 0.8f / 14400.0f));
-	QVERIFY(close_to(up[7199], 0.6f));
-	QVERIFY(up[14300] < 1.0f);
-	QVERIFY(close_to(up[14399], 1.0f));
-	QCOMPARE(up[14403], 1.0f);
-	QCOMPARE(up[14999], 1.0f);
+	QVERIFY(up[0] == 0.200055555f);
+	QVERIFY(up[7199] == 0.599971056f);
+	QVERIFY(up[14399] == 0.999942064f);
+	QVERIFY(up[14400] == 0.999997616f);
+	QVERIFY(up[14401] == 1.0f);
+	QVERIFY(up[14999] == 1.0f);
 }
 
 void DubbedSourceTest::muteRampsToSilence()
@@ -634,9 +783,11 @@ void DubbedSourceTest::muteRampsToSilence()
 	Dub dub;
 	dub->setMuteOriginal(true);
 	const std::vector<float> muted = dub.play(9100, 1.0f).left;
-	QVERIFY(close_to(muted[0], 1.0f - 0.8f / 7200.0f));
-	QVERIFY(close_to(muted[4499], 0.5f));
-	QCOMPARE(muted[9099], 0.0f);
+	QVERIFY(muted[0] == 0.999888897f);
+	QVERIFY(muted[4499] == 0.500036240f);
+	QVERIFY(muted[8999] > 0.0f);
+	QVERIFY(muted[9000] == 0.0f);
+	QVERIFY(muted[9099] == 0.0f);
 
 	// Speech does not bring the original back.
 	dub.speakToEnd(1, 1000, 0);
@@ -650,7 +801,8 @@ void DubbedSourceTest::withoutDuckingMuteEffectivelyDoesNotMove()
 	Dub dub;
 	dub->setDuckingLevel(1.0f);
 	dub->setMuteOriginal(true);
-	QVERIFY(dub.play(48000, 1.0f).left.back() > 0.999f);
+	// A step of 1e-8 is less than half the distance to the next number.
+	QVERIFY(dub.play(48000, 1.0f).left == std::vector<float>(48000, 1.0f));
 }
 
 void DubbedSourceTest::withoutDuckingSpeechLeavesTheOriginalAlone()
@@ -858,6 +1010,37 @@ void DubbedSourceTest::longerChunksArePlayed()
 	dub.speakToEnd(1, 100000, 16384);
 	QCOMPARE(dub.play(100000).left, std::vector<float>(100000, 0.5f));
 	QCOMPARE(dub.play(100).left, std::vector<float>(100, 0.0f));
+}
+
+void DubbedSourceTest::speechIsTakenWhileObsIsBusyWithAChunk()
+{
+	using namespace std::chrono_literals;
+	struct Busy {
+		std::promise<void> entered;
+		std::promise<void> finish;
+		static void work(void *data, obs_source_t *, const audio_data *, bool)
+		{
+			auto *busy = static_cast<Busy *>(data);
+			busy->entered.set_value();
+			busy->finish.get_future().wait();
+		}
+	} busy;
+
+	Dub dub;
+	obs_source_t *source = obs_get_source_by_name(kSpanishName);
+	obs_source_add_audio_capture_callback(source, Busy::work, &busy);
+	std::thread audio([&dub] { dub.play(100); });
+	const bool entered = busy.entered.get_future().wait_for(10s) == std::future_status::ready;
+	std::future<void> handedOver = std::async(std::launch::async, [&dub] { dub.speakToEnd(1, 100, 16384); });
+	const bool waited = handedOver.wait_for(10s) != std::future_status::ready;
+	busy.finish.set_value();
+	handedOver.wait();
+	audio.join();
+	obs_source_remove_audio_capture_callback(source, Busy::work, &busy);
+	obs_source_release(source);
+	QVERIFY(entered);
+	QVERIFY2(!waited, "handing speech over waited for the chunk");
+	QCOMPARE(dub.play(100).left, std::vector<float>(100, 0.5f));
 }
 
 // Under a sanitizer this is where a race or a wrong order of locks shows.

@@ -23,8 +23,7 @@ class PluginMainTest : public QObject {
 private Q_SLOTS:
 	void initTestCase();
 	void cleanupTestCase();
-	void init() { log.emplace(); }
-	void cleanup() { log.reset(); }
+	void init() { log->clear(); }
 
 	void namesItself();
 	void loadRegistersItsTypesAndCallback();
@@ -43,12 +42,15 @@ private:
 void PluginMainTest::initTestCase()
 {
 	qputenv("HOME", home.path().toUtf8());
+	// Outlives libobs, whose threads log until its end.
+	log.emplace();
 	obs.emplace();
 }
 
 void PluginMainTest::cleanupTestCase()
 {
 	obs.reset();
+	log.reset();
 }
 
 void PluginMainTest::namesItself()

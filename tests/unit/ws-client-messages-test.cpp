@@ -13,7 +13,7 @@
 
 namespace {
 
-const QString kLostLine = QStringLiteral("[talvora-obs] WebSocket disconnected unexpectedly — scheduling reconnect");
+constexpr const char *kLostLine = "[talvora-obs] WebSocket disconnected unexpectedly — scheduling reconnect";
 
 } // namespace
 
@@ -256,14 +256,30 @@ private Q_SLOTS:
 		QCOMPARE(client.state(), WsState::Authenticated);
 	}
 
-	void anOversizedMessageEndsTheConnectionAndIsRetried()
+	void theLongestMessageIsTakenWhole()
+	{
+		LoopbackService service;
+		WSClient client;
+		QVERIFY(authenticate(client, service));
+		QByteArray received;
+		connect(&client, &WSClient::ttsAudioReady, &client,
+			[&](const QString &, int, const QByteArray &pcm, int) { received.append(pcm); });
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"es","clipId":1})");
+		const QByteArray speech(1024 * 1024, 'x');
+		service.sendFrame(speech);
+		QVERIFY(delivered(client, service));
+		QCOMPARE(client.state(), WsState::Authenticated);
+		QVERIFY(received == speech);
+	}
+
+	void aLongerMessageEndsTheConnectionAndIsRetried()
 	{
 		LoopbackService service;
 		WSClient client;
 		QVERIFY(authenticate(client, service));
 		QSignalSpy pieces(&client, &WSClient::ttsAudioReady);
 		client.onTextMessageReceived(R"({"type":"tts_start","language":"es","clipId":1})");
-		service.sendFrame(QByteArray(17 * 1024 * 1024, 'x'));
+		service.sendFrame(QByteArray(1024 * 1024 + 1, 'x'));
 		QTRY_COMPARE(client.state(), WsState::Reconnecting);
 		QVERIFY(pieces.isEmpty());
 	}
@@ -294,6 +310,25 @@ private Q_SLOTS:
 		reconnectNow(client);
 		QTRY_COMPARE(service.texts.size(), 2);
 		QCOMPARE(service.texts.last(), authText(kKey, "en", "fr", "original"));
+	}
+
+	void configUpdateBeforeAuthOkSendsNothing()
+	{
+		LoopbackService service;
+		WSClient client;
+		start(client, service.url());
+		QTRY_COMPARE(service.texts.size(), 1);
+		QCOMPARE(client.state(), WsState::Connected);
+		client.updateConfig(targets("fr"), "original");
+		service.send(kAuthOk);
+		QTRY_COMPARE(client.state(), WsState::Authenticated);
+		// What is sent in order arrives in order, so with this one anything sent before it would be here.
+		client.updateConfig(targets("de"), "translated");
+		QTRY_VERIFY(service.texts.size() >= 2);
+		QCOMPARE(service.texts,
+			 (QStringList{authText(kKey, "en", "es", "translated"),
+				      R"({"captionMode":"translated","targetLanguages":[{"captions":true,"code":"de",)"
+				      R"("dubbing":true}],"type":"config_update"})"}));
 	}
 
 	void messagesBeforeAuthOkAreHandledAllTheSame()

@@ -168,10 +168,10 @@ private Q_SLOTS:
 		LoopbackService service;
 		WSClient client;
 		QVERIFY(authenticate(client, service));
-		constexpr int kChunks = 300;
-		constexpr int kChunkSamples = 341;
+		constexpr size_t kChunks = 300;
+		constexpr size_t kChunkSamples = 341;
 		std::unique_ptr<QThread> audioThread(QThread::create([&client] {
-			for (int chunk = 0; chunk < kChunks; ++chunk) {
+			for (size_t chunk = 0; chunk < kChunks; ++chunk) {
 				const auto audio =
 					countingSamples(kChunkSamples, static_cast<int16_t>(chunk * kChunkSamples));
 				client.enqueueAudio(audio.data(), audio.size());
@@ -179,7 +179,7 @@ private Q_SLOTS:
 			}
 		}));
 		audioThread->start();
-		QTRY_COMPARE(service.frames.join().size(), kChunks * kChunkSamples * 2);
+		QTRY_COMPARE(size_t(service.frames.join().size()), kChunks * kChunkSamples * 2);
 		QVERIFY(audioThread->wait(5000));
 		std::vector<int16_t> expected(kChunks * kChunkSamples);
 		for (size_t i = 0; i < expected.size(); ++i) {

@@ -22,9 +22,9 @@
 #pragma GCC diagnostic ignored "-Wconversion"
 #endif
 
-inline const QString kKey = QStringLiteral("tk_secret");
-inline const QString kAuthOk = QStringLiteral(R"({"type":"auth_ok"})");
-inline const QString kStop = QStringLiteral(R"({"type":"stop"})");
+inline constexpr const char *kKey = "tk_secret";
+inline constexpr const char *kAuthOk = R"({"type":"auth_ok"})";
+inline constexpr const char *kStop = R"({"type":"stop"})";
 inline QJsonArray targets(const QString &code)
 {
 	return {QJsonObject{{"code", code}, {"dubbing", true}, {"captions", true}}};

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+#include <obs-frontend-api.h>
+#include <obs.h>
+
+/**
+ * Tells what happens to OBS's sources and scene collections while it lives.
+ *
+ * OBS reports it on any thread and in the middle of its own work; the signals come later, on the user-interface thread,
+ * when that work is done. To be destroyed at the front-end's exit event at the latest.
+ */
+class SceneWatcher : public QObject {
+	Q_OBJECT
+
+public:
+	explicit SceneWatcher(QObject *parent = nullptr);
+	~SceneWatcher() override;
+
+Q_SIGNALS:
+	/** Another scene collection, with sources of its own, has been loaded. */
+	void collectionChanged();
+	/** A public source of this name has been created. */
+	void sourceCreated(const QString &name);
+	/** A public source of this name has been taken out of OBS. */
+	void sourceRemoved(const QString &name);
+	void sourceRenamed(const QString &from, const QString &to);
+
+private:
+	static void onFrontendEvent(obs_frontend_event event, void *self);
+	static void onSourceCreate(void *self, calldata_t *data);
+	static void onSourceRemove(void *self, calldata_t *data);
+	static void onSourceRename(void *self, calldata_t *data);
+};
