@@ -225,20 +225,23 @@ QWidget *PluginDock::buildStatusSection()
 
 void PluginDock::show()
 {
+	// OBS restored its window before this dock existed. Its layout still knows the dock's place, which is lost when
+	// OBS adds the dock.
+	auto *window = static_cast<QMainWindow *>(obs_frontend_get_main_window());
+	const QByteArray layout = window ? window->saveState() : QByteArray();
 	obs_frontend_add_dock_by_id(kDockId, obs_module_text("Dock.Title"), this);
-
-	QDockWidget *surrounding = surroundingDock();
-	if (!surrounding) {
-		return;
-	}
-	if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
-		setMinimumHeight(kLowScreenMinimumHeight);
-	}
-	// OBS restored its window before this dock existed. Qt does not tell whether there was something to restore.
-	if (auto *window = qobject_cast<QMainWindow *>(surrounding->parentWidget())) {
-		const QRect fresh = surrounding->geometry();
-		window->restoreDockWidget(surrounding);
-		placeRestored = surrounding->geometry() != fresh;
+	if (QDockWidget *surrounding = surroundingDock(); window && surrounding) {
+		if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
+			setMinimumHeight(kLowScreenMinimumHeight);
+		}
+		window->restoreState(layout);
+		placeRestored = window->dockWidgetArea(surrounding) != Qt::NoDockWidgetArea;
+		if (!placeRestored) {
+			// The layout is from before the dock's first time: as OBS had it.
+			window->addDockWidget(Qt::RightDockWidgetArea, surrounding);
+			surrounding->setVisible(false);
+			surrounding->setFloating(true);
+		}
 	}
 }
 
