@@ -234,14 +234,8 @@ void PluginDock::show()
 		if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
 			setMinimumHeight(kLowScreenMinimumHeight);
 		}
+		// A layout from before the dock's first time leaves it as OBS made it: hidden and floating.
 		window->restoreState(layout);
-		placeRestored = window->dockWidgetArea(surrounding) != Qt::NoDockWidgetArea;
-		if (!placeRestored) {
-			// The layout is from before the dock's first time: as OBS had it.
-			window->addDockWidget(Qt::RightDockWidgetArea, surrounding);
-			surrounding->setVisible(false);
-			surrounding->setFloating(true);
-		}
 	}
 }
 
@@ -275,7 +269,7 @@ void PluginDock::showEvent(QShowEvent *event)
 	shownOnce = true;
 }
 
-/** Gives a floating dock its preferred size when it has no other from before, which is taller than some screens. */
+/** A floating dock may be larger than the screen: it prefers a height of its own, or was used on another one. */
 void PluginDock::fitOnScreen()
 {
 	QDockWidget *surrounding = surroundingDock();
@@ -284,8 +278,7 @@ void PluginDock::fitOnScreen()
 	}
 	const QRect available = surrounding->screen()->availableGeometry();
 	const QSize frame = surrounding->frameGeometry().size() - surrounding->size();
-	const QSize wanted = placeRestored ? surrounding->size() : sizeHint();
-	surrounding->resize(wanted.boundedTo(available.size() - frame));
+	surrounding->resize(surrounding->size().boundedTo(available.size() - frame));
 
 	QRect place(surrounding->pos(), surrounding->size() + frame);
 	place.moveRight(qMin(place.right(), available.right()));

@@ -367,13 +367,12 @@ void PluginDockTest::comesBackWhereItWas()
 void PluginDockTest::floatingDockFitsOnTheScreen()
 {
 	MainWindow around(new PluginDock(plugin.get(), nullptr));
-	around.surrounding()->move(700, 300);
+	around.surrounding()->setGeometry(700, 300, 380, 2000);
 	around.window.show();
 	around.panel->bringOnScreen();
 	const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
 	QTRY_VERIFY(screen.contains(around.surrounding()->frameGeometry()));
 	QCOMPARE(around.surrounding()->width(), 380);
-	QVERIFY(around.surrounding()->height() > 700);
 }
 
 void PluginDockTest::lowScreensGetALowerMinimum()
