@@ -138,6 +138,7 @@ void PluginDock::connectPlugin()
 	connect(plugin, &TalvoraPlugin::limitReached, this, &PluginDock::onLimitReached);
 	connect(plugin, &TalvoraPlugin::errorOccurred, this, &PluginDock::onErrorOccurred);
 	connect(plugin, &TalvoraPlugin::maxTargetLanguagesChanged, this, &PluginDock::onMaxTargetLanguagesChanged);
+	connect(plugin, &TalvoraPlugin::audioSourcesChanged, this, &PluginDock::refreshAudioSources);
 }
 
 // Layout
