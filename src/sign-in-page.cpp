@@ -10,7 +10,12 @@ QString failurePage(const QString &paragraphs)
 	       paragraphs + QStringLiteral("</body></html>");
 }
 
-const QString kTryAgain = QStringLiteral("<p>You can close this tab and try again in OBS.</p>");
+/** A failure that the user may just try again. @param reason HTML */
+QString tryAgainPage(const QString &reason)
+{
+	return failurePage(QStringLiteral("<p>") + reason +
+			   QStringLiteral("</p><p>You can close this tab and try again in OBS.</p>"));
+}
 
 } // namespace
 
@@ -65,10 +70,10 @@ QString signInMismatchPage()
 
 QString signInErrorPage(const QString &error)
 {
-	return failurePage(QStringLiteral("<p>") + error.toHtmlEscaped() + QStringLiteral("</p>") + kTryAgain);
+	return tryAgainPage(error.toHtmlEscaped());
 }
 
 QString signInNoTokenPage()
 {
-	return failurePage(QStringLiteral("<p>No authentication token received.</p>") + kTryAgain);
+	return tryAgainPage(QStringLiteral("No authentication token received."));
 }
