@@ -8,7 +8,7 @@ import time
 from lab import latency, scenery
 from lab.media import audio_tracks, read_track
 from lab.obs import SCENE, Input, Obs, media_file
-from lab.paths import OUT
+from lab.paths import CHECKOUT, OUT
 from lab.service import KEY, LocalService
 from lab.speech import compose
 
@@ -26,7 +26,7 @@ _SETTLED = 0.7
 _CAPTION_SCALE = 0.58
 _CAPTION_PLACES = {"es": (330, 540), "fr": (950, 540), "it": (330, 706), "pt": (950, 706)}
 
-_HELP = """usage: ./dev demo
+_HELP = """usage: ./dev demo [-- --pictures]
 
 On a display, OBS stays open until its window is closed. Without one, about a minute of speech is played and out/demo/
 holds afterwards:
@@ -34,6 +34,8 @@ holds afterwards:
   window.png      the whole OBS window
   recording.mkv   recorded by OBS: the original on audio track 1, the Spanish dub on 2, the French one on 3
   transcript.txt  what was said and its translations, with times
+
+  --pictures  also take the pictures of the README anew, from a run without a display
 """
 
 
@@ -140,10 +142,11 @@ def run_without_display(folder, picture):
 		captions = latency.caption_latencies(obs.log, service, arrivals, {code: caption_source(code) for code in LANGUAGES})
 	speech.unlink()
 	say("")
-	say(f"{folder}/captions-1.png to captions-{taken}.png   the program with a caption in each language")
-	say(f"{folder}/window.png        the whole OBS window")
-	say(f"{recording}     {audio_tracks(recording)} audio tracks: original, Spanish dub, French dub")
-	say(f"{folder}/transcript.txt    {utterances} utterances and their translations")
+	say("In out/demo/ of the checkout:")
+	say(f"  captions-1.png to captions-{taken}.png  the program with a caption in each language")
+	say("  window.png       the whole OBS window")
+	say(f"  recording.mkv    {audio_tracks(recording)} audio tracks: original, Spanish dub, French dub")
+	say(f"  transcript.txt   {utterances} utterances and their translations")
 	say("")
 	say(f"End of utterance to caption shown:       {latency.summary(captions)}")
 	for code, track in DUBBED.items():
@@ -166,7 +169,7 @@ def run_on_display(folder, picture, display):
 		obs.wait()
 		(folder / "obs.log").write_text(obs.log, encoding="utf-8")
 		write_transcript(service, folder / "transcript.txt")
-	say(f"What was said is in {folder}/transcript.txt, OBS's log in {folder}/obs.log.")
+	say("What was said is in out/demo/transcript.txt, OBS's log in out/demo/obs.log.")
 
 
 def say(text):
@@ -174,7 +177,8 @@ def say(text):
 
 
 def main():
-	if len(sys.argv) > 1:
+	pictures = sys.argv[1:] == ["--pictures"]
+	if len(sys.argv) > 1 and not pictures:
 		print(_HELP, end="")
 		raise SystemExit(0 if sys.argv[1] in ("-h", "--help") else 2)
 	folder = OUT / "demo"
@@ -183,10 +187,14 @@ def main():
 	picture = folder / "picture.png"
 	scenery.draw(picture)
 	display = os.environ.get("DISPLAY")
-	if display:
+	if display and not pictures:
 		run_on_display(folder, picture, display)
-	else:
-		run_without_display(folder, picture)
+		return
+	run_without_display(folder, picture)
+	if pictures:
+		images = CHECKOUT / "docs" / "images"
+		images.mkdir(parents=True, exist_ok=True)
+		shutil.copy(sorted(folder.glob("captions-*.png"))[-1], images / "program.png")
 
 
 if __name__ == "__main__":

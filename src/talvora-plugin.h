@@ -136,6 +136,7 @@ Q_SIGNALS:
 
 private:
 	friend class TalvoraPluginTest;
+	friend class PluginDockTest;
 
 	TalvoraPlugin();
 

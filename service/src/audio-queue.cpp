@@ -3,6 +3,8 @@
 
 #include <QtEndian>
 
+#include <algorithm>
+
 bool AudioQueue::push(const QByteArray &bytes)
 {
 	const QMutexLocker lock(&m_mutex);
@@ -25,11 +27,9 @@ std::vector<int16_t> AudioQueue::take()
 		if (m_ended) {
 			return {};
 		}
-		bytes.swap(m_bytes);
-		if (bytes.size() % 2 != 0) {
-			m_bytes.append(bytes.back());
-			bytes.chop(1);
-		}
+		const qsizetype taken = std::min(m_bytes.size() / 2 * 2, kMostTaken);
+		bytes = m_bytes.first(taken);
+		m_bytes.remove(0, taken);
 	}
 	std::vector<int16_t> samples(static_cast<std::size_t>(bytes.size() / 2));
 	qFromLittleEndian<int16_t>(bytes.constData(), bytes.size() / 2, samples.data());
@@ -42,4 +42,10 @@ void AudioQueue::end()
 	m_ended = true;
 	m_bytes.clear();
 	m_changed.wakeOne();
+}
+
+bool AudioQueue::isEnded() const
+{
+	const QMutexLocker lock(&m_mutex);
+	return m_ended;
 }

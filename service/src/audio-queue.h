@@ -14,16 +14,20 @@ class AudioQueue {
 public:
 	/// Bytes held at most: 60 s.
 	static constexpr qsizetype kCapacity = qsizetype{60} * 16000 * 2;
+	/// Bytes taken at most at a time: 1 s.
+	static constexpr qsizetype kMostTaken = qsizetype{16000} * 2;
 
 	/// Adds raw bytes; an odd one waits for its other half. False when it was dropped for lack of room.
 	bool push(const QByteArray &bytes);
-	/// Waits for audio and takes it all; empty once the queue was ended.
+	/// Waits for audio and takes at most a second of it, so that the end is noticed soon; empty once the queue was
+	/// ended.
 	std::vector<int16_t> take();
 	/// Ends the queue: `take` gives nothing any more.
 	void end();
+	[[nodiscard]] bool isEnded() const;
 
 private:
-	QMutex m_mutex;
+	mutable QMutex m_mutex;
 	QWaitCondition m_changed;
 	QByteArray m_bytes;
 	bool m_ended = false;

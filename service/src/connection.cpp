@@ -26,6 +26,8 @@ Connection::Connection(int number, QWebSocket *socket, QObject *parent)
 			drop();
 		}
 	});
+	connect(m_socket, &QWebSocket::pong, this,
+		[this](quint64, const QByteArray &payload) { onPong(payload); });
 	connect(m_socket, &QWebSocket::disconnected, this, [this] { emit ended(m_socket->closeCode()); });
 }
 
@@ -47,16 +49,14 @@ void Connection::sendJson(const QJsonObject &message)
 void Connection::sendText(const QString &text)
 {
 	if (isOpen()) {
-		m_socket->sendTextMessage(text);
-		dropWhenFlooded();
+		countSent(m_socket->sendTextMessage(text));
 	}
 }
 
 void Connection::sendBinary(const QByteArray &frame)
 {
 	if (isOpen()) {
-		m_socket->sendBinaryMessage(frame);
-		dropWhenFlooded();
+		countSent(m_socket->sendBinaryMessage(frame));
 	}
 }
 
@@ -76,10 +76,25 @@ void Connection::drop()
 	m_socket->abort();
 }
 
-void Connection::dropWhenFlooded()
+// The socket does not tell what it holds back: its count leaves out what is encrypted already. The answer to a ping,
+// which a client gives in its turn, says what was read.
+void Connection::countSent(qint64 bytes)
 {
-	if (m_socket->bytesToWrite() > kMostUnsent) {
+	m_sent += bytes;
+	if (m_sent - m_asked >= kPingEvery) {
+		m_asked = m_sent;
+		m_socket->ping(QByteArray::number(m_sent));
+	}
+	if (m_sent - m_read > kMostUnread) {
 		// Not from within the caller's sending.
 		QMetaObject::invokeMethod(this, &Connection::drop, Qt::QueuedConnection);
+	}
+}
+
+void Connection::onPong(const QByteArray &payload)
+{
+	const qint64 read = payload.toLongLong();
+	if (read > m_read && read <= m_asked) {
+		m_read = read;
 	}
 }

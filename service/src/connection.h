@@ -12,8 +12,10 @@ class Connection : public QObject {
 public:
 	/// Longest message that is read, bytes.
 	static constexpr quint64 kLongestMessage = 256 * 1024;
-	/// What may wait to be sent to a client that does not read, bytes; beyond it the connection is dropped.
-	static constexpr qint64 kMostUnsent = 16 * 1024 * 1024;
+	/// What a client may leave unread, bytes; beyond it the connection is dropped.
+	static constexpr qint64 kMostUnread = 16 * 1024 * 1024;
+	/// The client is asked how far it has read after so many bytes.
+	static constexpr qint64 kPingEvery = 1024 * 1024;
 
 	/// Takes the socket over.
 	Connection(int number, QWebSocket *socket, QObject *parent);
@@ -39,9 +41,13 @@ signals:
 
 private:
 	[[nodiscard]] bool isOpen() const { return m_socket->state() == QAbstractSocket::ConnectedState; }
-	void dropWhenFlooded();
+	void countSent(qint64 bytes);
+	void onPong(const QByteArray &payload);
 
 	int m_number;
 	QWebSocket *m_socket;
+	qint64 m_sent = 0;      ///< bytes given to the socket
+	qint64 m_asked = 0;     ///< the last ping was sent after so many of them
+	qint64 m_read = 0;      ///< so many of them have arrived for certain
 	bool m_closing = false; ///< the end was asked for on this side
 };

@@ -44,9 +44,26 @@ void DubSender::leaveOutOld(const QString &language, Queue &queue)
 		if (oldest >= queue.clips.end() - 1) {
 			return;
 		}
-		m_output.report("tts_dropped", language, oldest->id, oldest->seconds);
-		queue.clips.erase(oldest);
+		leaveOut(language, queue, oldest);
 	}
+}
+
+void DubSender::leaveOutWaiting(const QString &language)
+{
+	const auto found = m_queues.find(language);
+	if (found == m_queues.end()) {
+		return;
+	}
+	Queue &queue = found->second;
+	while (!queue.clips.empty() && queue.clips.back().next == 0) {
+		leaveOut(language, queue, queue.clips.end() - 1);
+	}
+}
+
+void DubSender::leaveOut(const QString &language, Queue &queue, std::deque<Clip>::iterator clip)
+{
+	m_output.report("tts_dropped", language, clip->id, clip->seconds);
+	queue.clips.erase(clip);
 }
 
 void DubSender::pumpAll()

@@ -34,6 +34,8 @@ public:
 
 	explicit DubSender(Output output, QObject *parent = nullptr);
 	void enqueue(const QString &language, int clipId, const SpeechClip &clip);
+	/// Leaves out what waits for a language; a clip that has been announced is finished.
+	void leaveOutWaiting(const QString &language);
 
 private:
 	struct Clip {
@@ -52,6 +54,7 @@ private:
 	void pump(const QString &language, Queue &queue);
 	void sendFrame(const QString &language, Queue &queue);
 	void leaveOutOld(const QString &language, Queue &queue);
+	void leaveOut(const QString &language, Queue &queue, std::deque<Clip>::iterator clip);
 
 	Output m_output;
 	std::map<QString, Queue> m_queues;

@@ -58,6 +58,7 @@ EngineRoom::EngineRoom(RecogniserFactory recognisers, std::unique_ptr<Translator
 
 EngineRoom::~EngineRoom()
 {
+	m_stopping = true;
 	for (const std::weak_ptr<AudioQueue> &queue : m_queues) {
 		if (const std::shared_ptr<AudioQueue> alive = queue.lock()) {
 			alive->end();
@@ -93,7 +94,11 @@ void EngineRoom::deliver(const QPointer<QObject> &receiver, std::function<void()
 
 void EngineRoom::prepare(const QString &language)
 {
-	QMetaObject::invokeMethod(m_translatorContext, [this, language] { m_translator->prepare(language); });
+	QMetaObject::invokeMethod(m_translatorContext, [this, language] {
+		if (!m_stopping) {
+			m_translator->prepare(language);
+		}
+	});
 }
 
 void EngineRoom::translate(const QString &sentence, const QStringList &languages, QObject *receiver,
@@ -102,6 +107,9 @@ void EngineRoom::translate(const QString &sentence, const QStringList &languages
 	const auto job = [this, sentence, languages, receiver = QPointer<QObject>(receiver),
 			  answer = std::move(answer)] {
 		for (const QString &language : languages) {
+			if (m_stopping) {
+				return;
+			}
 			const std::optional<QString> text = m_translator->translate(sentence, language);
 			deliver(receiver, [answer, language, text] { answer(language, text); });
 		}
@@ -113,6 +121,9 @@ void EngineRoom::synthesise(const QString &text, const QString &language, QObjec
 			    std::function<void(const std::optional<SpeechClip> &)> answer)
 {
 	const auto job = [this, text, language, receiver = QPointer<QObject>(receiver), answer = std::move(answer)] {
+		if (m_stopping) {
+			return;
+		}
 		const std::optional<SpeechClip> clip = m_synthesiser->synthesise(text, language);
 		deliver(receiver, [answer, clip] { answer(clip); });
 	};
@@ -128,6 +139,10 @@ std::shared_ptr<AudioQueue> EngineRoom::startDecoder(QObject *receiver, DecoderC
 		const auto post = [this, receiver](std::function<void()> answer) {
 			deliver(receiver, std::move(answer));
 		};
+		// It may have waited for its turn longer than its client did.
+		if (queue->isEnded()) {
+			return;
+		}
 		const std::unique_ptr<Recogniser> recogniser = m_recognisers();
 		if (!recogniser) {
 			post(callbacks.unavailable);

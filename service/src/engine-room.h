@@ -10,6 +10,7 @@
 #include <QThread>
 #include <QThreadPool>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -66,4 +67,5 @@ private:
 	QObject *m_synthesiserContext; ///< lives on m_synthesiserThread
 	QThreadPool m_decoders;
 	std::vector<std::weak_ptr<AudioQueue>> m_queues;
+	std::atomic<bool> m_stopping = false; ///< what still waits for an engine is left undone
 };

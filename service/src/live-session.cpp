@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -103,8 +104,15 @@ void LiveSession::authenticate(const QJsonObject &message)
 void LiveSession::configure(const QJsonObject &message)
 {
 	m_originalMode = message.value(QLatin1String("captionMode")).toString() == QLatin1String("original");
-	m_targets = targetsFromJson(message.value(QLatin1String("targetLanguages")).toArray());
+	const QList<Target> before =
+		std::exchange(m_targets, targetsFromJson(message.value(QLatin1String("targetLanguages")).toArray()));
 	applyTargetLimit();
+	for (const Target &each : before) {
+		const Target *now = target(each.code);
+		if (!now || !now->dubbing) {
+			m_dubs.leaveOutWaiting(each.code);
+		}
+	}
 	if (!m_audio) {
 		return;
 	}

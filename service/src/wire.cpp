@@ -21,14 +21,15 @@ QByteArray tagBytes(const QString &language)
 // Where the first piece of PCM that looks like one of the tags begins, or the end.
 qsizetype firstTagIn(const QByteArray &pcm, qsizetype from, qsizetype end, const QList<QByteArray> &tags)
 {
-	qsizetype first = end;
+	const QByteArrayView piece = QByteArrayView(pcm).sliced(from, end - from);
+	qsizetype first = piece.size();
 	for (const QByteArray &tag : tags) {
-		const qsizetype found = pcm.indexOf(tag, from);
-		if (found >= 0 && found + tag.size() <= end) {
+		const qsizetype found = piece.indexOf(tag);
+		if (found >= 0) {
 			first = std::min(first, found);
 		}
 	}
-	return first;
+	return from + first;
 }
 
 } // namespace

@@ -32,9 +32,23 @@ private slots:
 		QVERIFY(queue.push(QByteArray(AudioQueue::kCapacity - 2, '\1')));
 		QVERIFY(!queue.push(QByteArray(4, '\2')));
 		QVERIFY(queue.push(QByteArray(2, '\3')));
-		const std::vector<int16_t> samples = queue.take();
-		QCOMPARE(samples.size(), static_cast<std::size_t>(AudioQueue::kCapacity / 2));
-		QCOMPARE(samples.back(), int16_t{0x0303});
+		std::size_t taken = 0;
+		int16_t last = 0;
+		while (taken < static_cast<std::size_t>(AudioQueue::kCapacity / 2)) {
+			const std::vector<int16_t> samples = queue.take();
+			taken += samples.size();
+			last = samples.back();
+		}
+		QCOMPARE(taken, static_cast<std::size_t>(AudioQueue::kCapacity / 2));
+		QCOMPARE(last, int16_t{0x0303});
+	}
+
+	void aSecondIsTakenAtMostAtATime()
+	{
+		AudioQueue queue;
+		QVERIFY(queue.push(QByteArray(40001, '\1')));
+		QCOMPARE(queue.take().size(), std::size_t{16000});
+		QCOMPARE(queue.take().size(), std::size_t{4000});
 	}
 
 	void endingWakesTheReader()
@@ -51,7 +65,9 @@ private slots:
 	{
 		AudioQueue queue;
 		QVERIFY(queue.push(QByteArray(4, '\1')));
+		QVERIFY(!queue.isEnded());
 		queue.end();
+		QVERIFY(queue.isEnded());
 		QVERIFY(queue.take().empty());
 	}
 };

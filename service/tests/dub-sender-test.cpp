@@ -80,6 +80,23 @@ private slots:
 		sender.enqueue("es", 3, clip(6.0));
 		QCOMPARE(m_sent, (QStringList{"tts_start:es", "dropped 2"}));
 	}
+
+	void whatWaitsForALanguageCanBeLeftOut()
+	{
+		DubSender sender(output());
+		sender.enqueue("es", 1, clip(6.0));
+		sender.enqueue("fr", 1, clip(6.0));
+		sender.enqueue("es", 2, clip(2.0));
+		sender.enqueue("es", 3, clip(2.0));
+		sender.leaveOutWaiting("es");
+		sender.leaveOutWaiting("it");
+		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_start:fr", "dropped 3", "dropped 2"}));
+		QVERIFY2(QTest::qWaitFor([this] { return m_sent.contains("tts_end:es"); }),
+			 "the clip that had begun was not finished");
+		QVERIFY2(QTest::qWaitFor([this] { return m_sent.contains("tts_end:fr"); }),
+			 "another language was left out");
+		QCOMPARE(m_sent.size(), 6);
+	}
 };
 
 QTEST_GUILESS_MAIN(DubSenderTest)

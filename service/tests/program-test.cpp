@@ -188,6 +188,30 @@ private slots:
 		QVERIFY(names.contains("final") && names.contains("caption") && names.contains("tts_end"));
 	}
 
+	// Faster than real time, on a machine that may be slower than that: every session gets its answer all the same,
+	// and those that have ended cost nothing any more.
+	void twentyShortSessionsInARowAreAllAnswered()
+	{
+		const QByteArray speech = recordings::bytes(recordings::silence(0.5)) +
+					  recordings::bytes(recordings::announcement("cannot-complete-as-dialed")) +
+					  recordings::bytes(recordings::silence(1.0));
+		const QByteArray rest = recordings::bytes(recordings::silence(30.0));
+		start({});
+		for (int session = 1; session <= 20; ++session) {
+			TestClient c(m_certificate.clientTls());
+			QVERIFY(c.start(m_url, {wants("es", true, true)}));
+			c.sendAudio(speech);
+			QVERIFY2(c.waitFor("transcript_final"),
+				 qPrintable(QStringLiteral("session %1 got no answer").arg(session)));
+			QVERIFY(c.all("transcript_final").first().value("text").toString().contains("call"));
+			c.sendAudio(rest);
+			if (session % 2 == 0) {
+				c.send({{"type", "stop"}});
+				QVERIFY(c.waitForEnd());
+			}
+		}
+	}
+
 	void aScriptAnswersAndTheRecordKeepsWhatCame()
 	{
 		const QString record = m_dir.filePath("record");

@@ -11,6 +11,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <atomic>
 
 namespace {
@@ -88,7 +89,8 @@ class SessionTest : public QObject {
 	std::unique_ptr<Recorder> m_recorder;
 	std::unique_ptr<Server> m_server;
 
-	void serve(int maxTargetLanguages = 0, int authTimeoutMs = 10000, bool recogniser = true)
+	void serve(int maxTargetLanguages = 0, int authTimeoutMs = 10000, bool recogniser = true,
+		   const std::optional<script::Script> &script = std::nullopt)
 	{
 		m_server.reset();
 		QString error;
@@ -107,6 +109,7 @@ class SessionTest : public QObject {
 		settings.session.key = "tak_live_local";
 		settings.session.maxTargetLanguages = maxTargetLanguages;
 		settings.session.authTimeoutMs = authTimeoutMs;
+		settings.script = script;
 		m_server = std::make_unique<Server>(*tls, settings, m_engines.get(), *m_events, *m_recorder);
 		QVERIFY2(m_server->listen(0), qPrintable(m_server->errorString()));
 	}
@@ -127,15 +130,14 @@ class SessionTest : public QObject {
 		return result;
 	}
 
-	bool happened(const QString &event) const
+	qsizetype count(const QString &event) const
 	{
-		for (const QJsonObject &line : lines("events")) {
-			if (line.value("event") == event) {
-				return true;
-			}
-		}
-		return false;
+		const QList<QJsonObject> all = lines("events");
+		return std::count_if(all.begin(), all.end(),
+				     [&](const QJsonObject &line) { return line.value("event") == event; });
 	}
+
+	bool happened(const QString &event) const { return count(event) > 0; }
 
 	// That everything sent before has been dealt with: a new session of another client works.
 	void verifyServing()
@@ -348,6 +350,29 @@ private slots:
 		QCOMPARE(c.all("caption", "fr").last().value("text").toString(), "I am here.");
 	}
 
+	void aDubThatIsSwitchedOffEndsWithItsCurrentClip()
+	{
+		constexpr qsizetype clips = 5;
+		TestClient c = client();
+		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}));
+		for (qsizetype i = 0; i < clips; ++i) {
+			c.sendAudio(kUtterance);
+		}
+		QVERIFY(c.waitFor("caption", "es", clips));
+		QVERIFY(c.waitFor("tts_start", "es", 2));
+		c.send({{"type", "config_update"},
+			{"captionMode", "translated"},
+			{"targetLanguages", QJsonArray{wants("es", false, true)}}});
+		QVERIFY(QTest::qWaitFor([&] { return count("config_update") == 1; }));
+		const qsizetype begun = count("tts_start");
+		QVERIFY2(begun < clips, "nothing waited to be sent any more");
+		QCOMPARE(count("tts_dropped"), clips - begun);
+		QVERIFY2(c.waitFor("tts_end", "es", static_cast<int>(begun)), "a clip was not finished");
+		c.send({{"type", "stop"}});
+		QVERIFY(c.waitForEnd());
+		QCOMPARE(c.all("tts_start").size(), begun);
+	}
+
 	void stopIsAnsweredWithTheUsageAndAClose()
 	{
 		TestClient c = client();
@@ -482,6 +507,55 @@ private slots:
 		QVERIFY(QTest::qWaitFor([&] { return c.socket.bytesToWrite() == 0 || c.ended; },
 					TestClient::kTimeoutMs));
 		verifyServing();
+	}
+
+	void aClientThatNeverReadsIsDropped()
+	{
+		// Four times what may wait, because the system keeps some as well; a clip of 1 MB at a time.
+		QString error;
+		QJsonArray steps{QJsonObject{{"expect", "auth"}}};
+		const QJsonObject clip{{"language", "es"}, {"pcm", "sine 440 22s"}, {"frame_bytes", 100000}};
+		for (qint64 bytes = 0; bytes < 4 * Connection::kMostUnread; bytes += 24000 * 2 * 22) {
+			steps.append(QJsonObject{{"send_tts", clip}});
+			steps.append(QJsonObject{{"after_ms", 1}});
+		}
+		serve(0, 10000, true, script::Script::parse(QJsonDocument(steps).toJson(), {}, &error));
+		QVERIFY2(error.isEmpty(), qPrintable(error));
+		QSslSocket idle;
+		idle.setSslConfiguration(m_certificate.clientTls());
+		idle.setReadBufferSize(4096);
+		idle.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(m_server->url()).port()));
+		QVERIFY(QTest::qWaitFor([&] { return idle.isEncrypted(); }, TestClient::kTimeoutMs));
+		idle.write("GET /ws/audio-pipeline HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\n"
+			   "Connection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
+			   "Sec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==\r\n\r\n");
+		// A masked text frame (the mask is zero).
+		idle.write(QByteArray::fromHex("818f00000000") + R"({"type":"auth"})");
+		QVERIFY2(QTest::qWaitFor([this] { return happened("disconnected"); }, 60000),
+			 "the connection was kept, and all that was sent with it");
+		QVERIFY2(count("script_step") < steps.size(), "it was kept until all had been sent");
+	}
+
+	void aClientThatReadsMayBeSentMuch()
+	{
+		QString error;
+		QJsonArray steps{QJsonObject{{"expect", "auth"}}};
+		const QJsonObject clip{{"language", "es"}, {"pcm", "sine 440 22s"}, {"frame_bytes", 100000}};
+		constexpr int clips = 24;
+		for (int i = 0; i < clips; ++i) {
+			steps.append(QJsonObject{{"send_tts", clip}});
+			steps.append(QJsonObject{{"expect", "more"}});
+		}
+		serve(0, 10000, true, script::Script::parse(QJsonDocument(steps).toJson(), {}, &error));
+		QVERIFY2(error.isEmpty(), qPrintable(error));
+		TestClient c = client();
+		QVERIFY(c.connectTo(m_server->url()));
+		c.sendAuth({});
+		for (int i = 1; i <= clips; ++i) {
+			QVERIFY2(c.waitFor("tts_end", "es", i), "dropped although it reads");
+			c.send({{"type", "more"}});
+		}
+		QVERIFY(c.audio("es").size() > Connection::kMostUnread);
 	}
 
 	void anAbruptEndInMidUtteranceHarmsNobody()

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "wire.h"
 
+#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QMap>
 #include <QTest>
@@ -86,6 +87,17 @@ private slots:
 		QCOMPARE(frames.at(0), QByteArray("\2es") + QByteArray(400, 'x'));
 		QCOMPARE(frames.at(1), QByteArray("\2es") + QByteArray(400, 'x'));
 		QCOMPARE(frames.at(2), QByteArray("\2es") + QByteArray(200, 'x'));
+	}
+
+	// Cutting takes time in proportion to the clip, even when no tag is in it: ten minutes of speech at once.
+	void aLongClipIsCutAtOnce()
+	{
+		const QByteArray pcm(qsizetype{600} * 22050 * 2, '\0');
+		QElapsedTimer timer;
+		timer.start();
+		const QList<QByteArray> frames = taggedFrames("es", pcm, 8820);
+		QCOMPARE(frames.size(), 3000);
+		QVERIFY2(timer.elapsed() < 5000, qPrintable(QStringLiteral("%1 ms").arg(timer.elapsed())));
 	}
 
 	void anEmptyClipHasNoFrames() { QVERIFY(taggedFrames("es", {}, 400).isEmpty()); }
