@@ -26,8 +26,7 @@ Connection::Connection(int number, QWebSocket *socket, QObject *parent)
 			drop();
 		}
 	});
-	connect(m_socket, &QWebSocket::pong, this,
-		[this](quint64, const QByteArray &payload) { onPong(payload); });
+	connect(m_socket, &QWebSocket::pong, this, [this](quint64, const QByteArray &payload) { onPong(payload); });
 	connect(m_socket, &QWebSocket::disconnected, this, [this] { emit ended(m_socket->closeCode()); });
 }
 

@@ -81,13 +81,15 @@ void LiveSession::onBinary(const QByteArray &frame)
 void LiveSession::authenticate(const QJsonObject &message)
 {
 	m_authTimer.stop();
-	if (message.value(QLatin1String("apiKey")).toString() != m_settings.key) {
+	const std::optional<int> limit = limitOf(message.value(QLatin1String("apiKey")).toString());
+	if (!limit) {
 		log("auth_error");
 		m_connection.sendJson(messages::authError("Invalid API key"));
 		m_connection.close(QWebSocketProtocol::CloseCodePolicyViolated);
 		return;
 	}
 	m_authenticated = true;
+	m_settings.maxTargetLanguages = *limit;
 	m_sourceLanguage = message.value(QLatin1String("sourceLanguage")).toString();
 	m_connection.sendJson(messages::authOk(m_settings.maxTargetLanguages));
 	log("auth_ok", {{"source_language", m_sourceLanguage}});
@@ -99,6 +101,14 @@ void LiveSession::authenticate(const QJsonObject &message)
 			       .arg(languageName(m_sourceLanguage)));
 	}
 	configure(message);
+}
+
+std::optional<int> LiveSession::limitOf(const QString &key) const
+{
+	if (key == m_settings.key) {
+		return m_settings.maxTargetLanguages;
+	}
+	return m_settings.tokens ? m_settings.tokens->maxTargetLanguages(key) : std::nullopt;
 }
 
 void LiveSession::configure(const QJsonObject &message)

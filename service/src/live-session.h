@@ -5,6 +5,7 @@
 #include "dub-sender.h"
 #include "engine-room.h"
 #include "event-log.h"
+#include "token-store.h"
 #include "wire.h"
 
 #include <QJsonObject>
@@ -16,13 +17,15 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 /// What a session needs from the service around it.
 struct SessionSettings {
-	QString key;                     ///< the credential that is accepted
-	int maxTargetLanguages = 0;      ///< below 1: no limit
-	int authTimeoutMs = 10000;       ///< a client is given so long for each of handshake and "auth"
-	std::function<int()> nextClipId; ///< ids from 1 up, never repeated
+	QString key;                        ///< the credential that is accepted
+	int maxTargetLanguages = 0;         ///< below 1: no limit
+	int authTimeoutMs = 10000;          ///< a client is given so long for each of handshake and "auth"
+	const TokenStore *tokens = nullptr; ///< further credentials, each with its limit; may be null
+	std::function<int()> nextClipId;    ///< ids from 1 up, never repeated
 };
 
 /// One client's session: credential, spoken words, captions and dubs. Lives on the network thread.
@@ -38,6 +41,8 @@ private:
 	void onText(const QString &text);
 	void onBinary(const QByteArray &frame);
 	void authenticate(const QJsonObject &message);
+	/// The limit on target languages that comes with a credential; nothing when it is not accepted.
+	[[nodiscard]] std::optional<int> limitOf(const QString &key) const;
 	void configure(const QJsonObject &message);
 	void applyTargetLimit();
 	void startListening();

@@ -9,7 +9,7 @@ const char *const kDescription =
 	R"(Talvora's local service: hears English, and answers with captions and speech in other languages.
 
 It listens on the loopback interface at wss://localhost:PORT/ws/audio-pipeline and says so on its standard output
-when it is ready. SIGINT and SIGTERM end it. The certificate must be for "localhost" and its root must be trusted by
+when it is ready. It serves sign-in pages as well, at https://localhost:PORT/auth (another port). SIGINT and SIGTERM end it. The certificate must be for "localhost" and its root must be trusted by
 the machine, for example:
 
   mkcert -install
@@ -52,6 +52,15 @@ OptionsResult readOptions(const QStringList &arguments)
 	const QCommandLineOption port("port", "Port to listen on; 0 takes a free one.", "N", "3002");
 	const QCommandLineOption certificate("certificate", "TLS certificate for localhost (PEM). Needed.", "FILE");
 	const QCommandLineOption privateKey("private-key", "Its private key (PEM). Needed.", "FILE");
+	const QCommandLineOption signInPort("sign-in-port", "Port of the sign-in pages; 0 takes a free one.", "N",
+					    "3003");
+	const QCommandLineOption accounts(
+		"accounts", "Accounts that can sign in (JSON); without it demo@talvora.local, password talvora.",
+		"FILE");
+	const QCommandLineOption addAccount(
+		"add-account",
+		"Add an account to the file of --accounts, with the password read from the standard input, and end.",
+		"EMAIL");
 	const QCommandLineOption key("key", "API key that clients must send.", "KEY", "tak_live_local");
 	const QCommandLineOption maximum("max-target-languages", "Target languages of a session; 0: no limit.", "N",
 					 "0");
@@ -62,7 +71,8 @@ OptionsResult readOptions(const QStringList &arguments)
 
 	QCommandLineParser parser;
 	parser.setApplicationDescription(kDescription);
-	parser.addOptions({port, certificate, privateKey, key, maximum, script, record, events, help});
+	parser.addOptions({port, certificate, privateKey, signInPort, accounts, addAccount, key, maximum, script,
+			   record, events, help});
 	if (!parser.parse(arguments)) {
 		return failure(parser.errorText());
 	}
@@ -75,11 +85,23 @@ OptionsResult readOptions(const QStringList &arguments)
 
 	OptionsResult result;
 	bool portOk = false;
+	bool signInPortOk = false;
 	bool maximumOk = false;
 	result.options.port = parser.value(port).toUShort(&portOk);
+	result.options.signInPort = parser.value(signInPort).toUShort(&signInPortOk);
 	result.options.maxTargetLanguages = parser.value(maximum).toInt(&maximumOk);
-	if (!portOk || !maximumOk || result.options.maxTargetLanguages < 0) {
-		return failure(QStringLiteral("--port and --max-target-languages take a number from 0 up."));
+	if (!portOk || !signInPortOk || !maximumOk || result.options.maxTargetLanguages < 0) {
+		return failure(
+			QStringLiteral("--port, --sign-in-port and --max-target-languages take a number from 0 up."));
+	}
+	result.options.accounts = parser.value(accounts);
+	result.options.addAccount = parser.value(addAccount);
+	if (!result.options.addAccount.isEmpty()) {
+		if (result.options.accounts.isEmpty()) {
+			return failure(QStringLiteral("--add-account needs --accounts."));
+		}
+		result.ok = true;
+		return result;
 	}
 	if (!parser.isSet(certificate) || !parser.isSet(privateKey)) {
 		return failure(QStringLiteral("--certificate and --private-key are needed."));

@@ -9,7 +9,10 @@ struct Options {
 	quint16 port = 3002;
 	QString certificate; ///< PEM file: the certificate, then those that lead to its root
 	QString privateKey;  ///< PEM file
-	QString key;         ///< credential that clients must send
+	quint16 signInPort = 3003;
+	QString accounts;   ///< empty: the demo account
+	QString addAccount; ///< e-mail address of an account to add instead of serving
+	QString key;        ///< credential that clients must send
 	int maxTargetLanguages = 0;
 	QString script; ///< empty: live
 	QString record; ///< empty: nothing is recorded

@@ -4,6 +4,8 @@
 #include "test-client.h"
 
 #include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTcpServer>
@@ -20,19 +22,26 @@ class ProgramTest : public QObject {
 	QTemporaryDir m_dir;
 	std::unique_ptr<QProcess> m_program;
 	QString m_url;
+	QString m_signInUrl;
 
 	void start(const QStringList &arguments)
 	{
 		m_program = std::make_unique<QProcess>();
-		m_program->start(SERVICE_PROGRAM, QStringList{"--port", "0", "--certificate", m_certificate.file(),
-							      "--private-key", m_certificate.keyFile()} +
-							  arguments);
+		m_program->start(SERVICE_PROGRAM,
+				 QStringList{"--port", "0", "--sign-in-port", "0", "--certificate",
+					     m_certificate.file(), "--private-key", m_certificate.keyFile()} +
+					 arguments);
 		const bool said = QTest::qWaitFor([this] { return m_program->canReadLine(); }, 20000);
 		QVERIFY2(said, m_program->readAllStandardError().constData());
 		static const QRegularExpression form(R"(^listening on (wss://localhost:\d+/ws/audio-pipeline)\n$)");
 		const QRegularExpressionMatch match = form.match(QString::fromUtf8(m_program->readLine()));
 		QVERIFY2(match.hasMatch(), "the first line is not the ready line");
 		m_url = match.captured(1);
+		QVERIFY(QTest::qWaitFor([this] { return m_program->canReadLine(); }, 20000));
+		static const QRegularExpression signInForm(R"(^sign-in at (https://localhost:\d+/auth)\n$)");
+		const QRegularExpressionMatch signIn = signInForm.match(QString::fromUtf8(m_program->readLine()));
+		QVERIFY2(signIn.hasMatch(), "the second line does not tell where to sign in");
+		m_signInUrl = signIn.captured(1);
 	}
 
 	void startScript(const QByteArray &json, const QStringList &arguments = {})
@@ -42,6 +51,22 @@ class ProgramTest : public QObject {
 		file.write(json);
 		file.close();
 		start(QStringList{"--script", file.fileName()} + arguments);
+	}
+
+	// The object that a sign-in is answered with; empty when it is refused.
+	QJsonObject signIn(const QString &email, const QString &password)
+	{
+		QNetworkRequest request(QUrl(m_signInUrl + "/login"));
+		request.setSslConfiguration(m_certificate.clientTls());
+		request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+		QNetworkAccessManager network;
+		const QJsonObject body{{"email", email}, {"password", password}};
+		const std::unique_ptr<QNetworkReply> reply(
+			network.post(request, QJsonDocument(body).toJson(QJsonDocument::Compact)));
+		if (!QTest::qWaitFor([&] { return reply->isFinished(); }, 20000)) {
+			return {};
+		}
+		return QJsonDocument::fromJson(reply->readAll()).object();
 	}
 
 	// Output and exit status of a run that ends by itself.
@@ -84,10 +109,16 @@ private slots:
 	{
 		const auto [text, status] = run({"--help"});
 		QCOMPARE(status, 0);
-		for (const char *word :
-		     {"--port", "--certificate", "--private-key", "--key", "--max-target-languages", "--script",
-		      "--record", "--events", "expect", "after_ms", "after_audio_bytes", "send_tts", "send_binary_hex",
-		      "refuse_auth", "drop", "close", "connections"}) {
+		for (const char *word : {"--port",         "--certificate",
+					 "--private-key",  "--key",
+					 "--sign-in-port", "--accounts",
+					 "--add-account",  "--max-target-languages",
+					 "--script",       "--record",
+					 "--events",       "expect",
+					 "after_ms",       "after_audio_bytes",
+					 "send_tts",       "send_binary_hex",
+					 "refuse_auth",    "drop",
+					 "close",          "connections"}) {
 			QVERIFY2(text.contains(word), word);
 		}
 	}
@@ -116,6 +147,11 @@ private slots:
 		QTest::newRow("record file")
 			<< QStringList{"--certificate", certificate, "--private-key", key, "--record", "/no/record"}
 			<< "/no/record" << 1;
+		QTest::newRow("sign-in port") << QStringList{"--sign-in-port", "-1"} << "--sign-in-port" << 2;
+		QTest::newRow("account without a file") << QStringList{"--add-account", "a@b"} << "--accounts" << 2;
+		QTest::newRow("no accounts file")
+			<< QStringList{"--certificate", certificate, "--private-key", key, "--accounts", "/no.json"}
+			<< "/no.json" << 1;
 		QTest::newRow("events file")
 			<< QStringList{"--certificate", certificate, "--private-key", key, "--events", "/no/events"}
 			<< "/no/events" << 1;
@@ -136,9 +172,68 @@ private slots:
 		QVERIFY(other.listen(QHostAddress::LocalHost));
 		const QString port = QString::number(other.serverPort());
 		const auto [text, status] = run({"--certificate", m_certificate.file(), "--private-key",
-						 m_certificate.keyFile(), "--port", port});
+						 m_certificate.keyFile(), "--sign-in-port", "0", "--port", port});
 		QCOMPARE(status, 1);
 		QVERIFY2(text.contains("port " + port), qPrintable(text));
+	}
+
+	void aTakenSignInPortIsNamed()
+	{
+		QTcpServer other;
+		QVERIFY(other.listen(QHostAddress::LocalHost));
+		const QString port = QString::number(other.serverPort());
+		const auto [text, status] = run({"--certificate", m_certificate.file(), "--private-key",
+						 m_certificate.keyFile(), "--port", "0", "--sign-in-port", port});
+		QCOMPARE(status, 1);
+		QVERIFY2(text.contains("port " + port), qPrintable(text));
+	}
+
+	void theKeyOfASignInOpensASession()
+	{
+		start({"--max-target-languages", "2"});
+		const QJsonObject answer = signIn("demo@talvora.local", "talvora");
+		QCOMPARE(answer.value("max_target_languages").toInt(), 2);
+		TestClient c(m_certificate.clientTls());
+		QVERIFY(c.connectTo(m_url));
+		c.sendAuth({}, "translated", "en", answer.value("token").toString());
+		QVERIFY(c.waitFor("auth_ok"));
+		QCOMPARE(c.all("auth_ok").first().value("maxTargetLanguages").toInt(), 2);
+	}
+
+	void anAddedAccountCanSignIn()
+	{
+		const QString file = m_dir.filePath("accounts.json");
+		for (const char *password : {"first", "second one "}) {
+			QProcess program;
+			program.start(SERVICE_PROGRAM, {"--accounts", file, "--add-account", "me@talvora.test",
+							"--max-target-languages", "4"});
+			program.write(password);
+			program.write("\n");
+			program.closeWriteChannel();
+			QVERIFY(program.waitForFinished(60000));
+			QCOMPARE(program.exitCode(), 0);
+		}
+		start({"--accounts", file});
+		QVERIFY2(signIn("me@talvora.test", "first").isEmpty(), "the password was not replaced");
+		const QJsonObject answer = signIn("me@talvora.test", "second one ");
+		QCOMPARE(answer.value("max_target_languages").toInt(), 4);
+		QVERIFY(!answer.value("token").toString().isEmpty());
+		TestClient c(m_certificate.clientTls());
+		QVERIFY(c.connectTo(m_url));
+		c.sendAuth({}, "translated", "en", answer.value("token").toString());
+		QVERIFY(c.waitFor("auth_ok"));
+		QCOMPARE(c.all("auth_ok").first().value("maxTargetLanguages").toInt(), 4);
+	}
+
+	void noAccountIsAddedWithoutAPassword()
+	{
+		const QString file = m_dir.filePath("none.json");
+		QProcess program;
+		program.start(SERVICE_PROGRAM, {"--accounts", file, "--add-account", "me@talvora.test"});
+		program.closeWriteChannel();
+		QVERIFY(program.waitForFinished(20000));
+		QCOMPARE(program.exitCode(), 1);
+		QVERIFY(!QFile::exists(file));
 	}
 
 	void signalsEndItCleanly_data()

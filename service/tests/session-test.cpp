@@ -529,6 +529,7 @@ private slots:
 		idle.write("GET /ws/audio-pipeline HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\n"
 			   "Connection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
 			   "Sec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==\r\n\r\n");
+		QVERIFY(QTest::qWaitFor([&] { return idle.bytesAvailable() > 0; }, TestClient::kTimeoutMs));
 		// A masked text frame (the mask is zero).
 		idle.write(QByteArray::fromHex("818f00000000") + R"({"type":"auth"})");
 		QVERIFY2(QTest::qWaitFor([this] { return happened("disconnected"); }, 60000),
