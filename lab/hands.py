@@ -64,8 +64,13 @@ class Hands:
 		"""The outermost frame of a dock."""
 		return self.find("frame", title)
 
-	def wait_for_label(self, text, within, timeout=10):
-		return self.find("label", text, within, timeout)
+	def table_cell(self, table, row, column):
+		"""The cell of a table that is right of the one with the text `row`, under the header `column`."""
+		parts = [(one, one.role) for one in table.children]
+		headers = [one.name for one, role in parts if role == "column header"]
+		cells = [one for one, role in parts if role == "cell"]
+		first = next(number for number in range(0, len(cells), len(headers)) if cells[number].name == row)
+		return cells[first + headers.index(column)]
 
 	def picture(self, path):
 		"""The whole screen as a PNG."""
