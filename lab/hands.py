@@ -26,7 +26,7 @@ _MOST_WHEEL_STEPS = 80
 
 
 def _is_seen(widget):
-	return widget.place[2] > 0
+	return widget.place[2] > 0 and widget.has_state("showing")
 
 
 def _middle(place):
@@ -102,9 +102,7 @@ class Hands:
 		"""Chooses an entry of a menu of the main window."""
 		top = self.find("menu item", menu)
 		self._click_at(*_middle(top.place))
-		item = self.find("menu item", entry, top)
-		wait_until(lambda: item.has_state("showing"), 5, f"the menu '{menu}' is open")
-		self._click_at(*_middle(item.place))
+		self._click_at(*_middle(self.find("menu item", entry, top).place))
 
 	def select(self, box, entry):
 		"""Chooses an entry of a combo box: opens it and types the entry's name."""

@@ -331,7 +331,7 @@ class Obs:
 		general = {
 			"FirstRun": True, "LastVersion": _last_version(), "Pre19Defaults": False, "Pre21Defaults": False,
 			"Pre23Defaults": False, "Pre24.1Defaults": False, "Pre31Migrated": True, "EnableAutoUpdates": False,
-			"ConfirmOnExit": False,
+			"ConfirmOnExit": False, "WarnedAboutClosingDocks": True,
 		}
 		basic = {
 			"Profile": "Untitled", "ProfileDir": "Untitled", "SceneCollection": "Untitled",
