@@ -138,6 +138,7 @@ void PluginDock::connectPlugin()
 	connect(plugin, &TalvoraPlugin::limitReached, this, &PluginDock::onLimitReached);
 	connect(plugin, &TalvoraPlugin::errorOccurred, this, &PluginDock::onErrorOccurred);
 	connect(plugin, &TalvoraPlugin::maxTargetLanguagesChanged, this, &PluginDock::onMaxTargetLanguagesChanged);
+	connect(plugin, &TalvoraPlugin::audioSourcesChanged, this, &PluginDock::refreshAudioSources);
 }
 
 // Layout
@@ -225,20 +226,17 @@ QWidget *PluginDock::buildStatusSection()
 
 void PluginDock::show()
 {
+	// OBS restored its window before this dock existed. Its layout still knows the dock's place, which is lost when
+	// OBS adds the dock.
+	auto *window = static_cast<QMainWindow *>(obs_frontend_get_main_window());
+	const QByteArray layout = window ? window->saveState() : QByteArray();
 	obs_frontend_add_dock_by_id(kDockId, obs_module_text("Dock.Title"), this);
-
-	QDockWidget *surrounding = surroundingDock();
-	if (!surrounding) {
-		return;
-	}
-	if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
-		setMinimumHeight(kLowScreenMinimumHeight);
-	}
-	// OBS restored its window before this dock existed. Qt does not tell whether there was something to restore.
-	if (auto *window = qobject_cast<QMainWindow *>(surrounding->parentWidget())) {
-		const QRect fresh = surrounding->geometry();
-		window->restoreDockWidget(surrounding);
-		placeRestored = surrounding->geometry() != fresh;
+	if (QDockWidget *surrounding = surroundingDock(); window && surrounding) {
+		if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
+			setMinimumHeight(kLowScreenMinimumHeight);
+		}
+		// A layout from before the dock's first time leaves it as OBS made it: hidden and floating.
+		window->restoreState(layout);
 	}
 }
 
@@ -272,7 +270,7 @@ void PluginDock::showEvent(QShowEvent *event)
 	shownOnce = true;
 }
 
-/** Gives a floating dock its preferred size when it has no other from before, which is taller than some screens. */
+/** A floating dock may be larger than the screen: it prefers a height of its own, or was used on another one. */
 void PluginDock::fitOnScreen()
 {
 	QDockWidget *surrounding = surroundingDock();
@@ -281,8 +279,7 @@ void PluginDock::fitOnScreen()
 	}
 	const QRect available = surrounding->screen()->availableGeometry();
 	const QSize frame = surrounding->frameGeometry().size() - surrounding->size();
-	const QSize wanted = placeRestored ? surrounding->size() : sizeHint();
-	surrounding->resize(wanted.boundedTo(available.size() - frame));
+	surrounding->resize(surrounding->size().boundedTo(available.size() - frame));
 
 	QRect place(surrounding->pos(), surrounding->size() + frame);
 	place.moveRight(qMin(place.right(), available.right()));

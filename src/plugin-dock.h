@@ -158,8 +158,6 @@ private:
 	/** Seconds since the session became connected. */
 	int sessionSeconds = 0;
 	bool shownOnce = false;
-	/** OBS's window knew where the dock had been. */
-	bool placeRestored = false;
 
 	QComboBox *audioSourceCombo = nullptr;
 	QCheckBox *muteOriginalCheck = nullptr;

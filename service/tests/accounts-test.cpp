@@ -103,9 +103,9 @@ private slots:
 		QTest::newRow("no hash") << QByteArray(R"({"accounts":[{"email":"a","salt":"YQ==","iterations":1}]})");
 		QTest::newRow("short hash")
 			<< QByteArray(R"({"accounts":[{"email":"a","salt":"YQ==","hash":"YQ==","iterations":1}]})");
-		QTest::newRow("too much work")
-			<< "{\"accounts\":[{\"email\":\"a\",\"salt\":\"YQ==\",\"hash\":\"" +
-				   QByteArray(32, 'x').toBase64() + "\",\"iterations\":2000000000}]}";
+		QTest::newRow("too much work") << "{\"accounts\":[{\"email\":\"a\",\"salt\":\"YQ==\",\"hash\":\"" +
+							  QByteArray(32, 'x').toBase64() +
+							  "\",\"iterations\":2000000000}]}";
 	}
 
 	void aFileThatIsNotValidIsNamed()

@@ -270,11 +270,10 @@ void PluginDockTest::pluginSignalsArrive()
 
 void PluginDockTest::registersWithTheFrontend()
 {
-	PluginDock *shown = dock.get();
 	make();
-	shown = dock.get();
+	PluginDock *shown = dock.get();
 	dock->show();
-	QCOMPARE(frontendStub().docks.value(u"TalvoraDock"_s), shown);
+	QCOMPARE(frontendStub().docks.value(u"TalvoraDock"_s), static_cast<QWidget *>(shown));
 	QCOMPARE(frontendStub().dockTitles.value(u"TalvoraDock"_s), u"Dock.Title"_s);
 	QVERIFY(!dock->isVisible());
 	frontendStub().docks.clear();
@@ -309,77 +308,80 @@ void PluginDockTest::reopeningKeepsStateAndRefreshesAudioSources()
 
 namespace {
 
-/** A main window with a dock around the panel, as OBS makes it. */
+/** OBS's window for one panel, which belongs to it from then on. */
 struct MainWindow {
-	explicit MainWindow(PluginDock *panel)
+	explicit MainWindow(PluginDock *shown, const QByteArray &layout = QByteArray()) : panel(shown)
 	{
-		surrounding = new QDockWidget(&window);
-		surrounding->setObjectName(u"TalvoraDock"_s);
-		surrounding->setWidget(panel);
-		window.addDockWidget(Qt::RightDockWidgetArea, surrounding);
-		surrounding->setVisible(false);
-		surrounding->setFloating(true);
+		if (!layout.isEmpty()) {
+			window.restoreState(layout);
+		}
+		frontendStub().mainWindow = &window;
+		panel->show();
 	}
-	~MainWindow() { frontendStub().docks.clear(); }
+	~MainWindow()
+	{
+		frontendStub().mainWindow = nullptr;
+		frontendStub().docks.clear();
+	}
 	MainWindow(const MainWindow &) = delete;
 	MainWindow &operator=(const MainWindow &) = delete;
 
+	QDockWidget *surrounding() const { return qobject_cast<QDockWidget *>(panel->parentWidget()); }
+
 	QMainWindow window;
-	QDockWidget *surrounding;
+	PluginDock *panel;
 };
 
 } // namespace
 
 void PluginDockTest::comesBackWhereItWas()
 {
-	QByteArray state;
+	QByteArray layout;
 	{
-		MainWindow before(&make());
-		dock.release();
-		before.surrounding->setFloating(false);
-		before.window.addDockWidget(Qt::LeftDockWidgetArea, before.surrounding);
-		before.surrounding->setVisible(true);
-		state = before.window.saveState();
+		MainWindow before(new PluginDock(plugin.get(), nullptr));
+		QVERIFY(before.surrounding()->isFloating());
+		QVERIFY(!before.surrounding()->isVisible());
+		before.window.show();
+		before.surrounding()->setFloating(false);
+		before.window.addDockWidget(Qt::LeftDockWidgetArea, before.surrounding());
+		before.panel->bringOnScreen();
+		layout = before.window.saveState();
 	}
-	// A window whose layout is restored before the dock is there.
-	QMainWindow window;
-	QVERIFY(window.restoreState(state));
-	PluginDock *panel = dock.release();
-	panel = new PluginDock(plugin.get(), nullptr);
-	auto *surrounding = new QDockWidget(&window);
-	surrounding->setObjectName(u"TalvoraDock"_s);
-	surrounding->setWidget(panel);
-	panel->show();
-	QVERIFY(!surrounding->isFloating());
-	QCOMPARE(window.dockWidgetArea(surrounding), Qt::LeftDockWidgetArea);
-	panel->bringOnScreen();
-	window.show();
-	QVERIFY(panel->isVisible());
-	QVERIFY(surrounding->isVisible());
-	frontendStub().docks.clear();
+	{
+		const MainWindow again(new PluginDock(plugin.get(), nullptr), layout);
+		QVERIFY(!again.surrounding()->isFloating());
+		QCOMPARE(again.window.dockWidgetArea(again.surrounding()), Qt::LeftDockWidgetArea);
+		QVERIFY(!again.surrounding()->isHidden());
+		again.surrounding()->close();
+		layout = again.window.saveState();
+	}
+	// Closed, it is opened from the menu where it was.
+	MainWindow third(new PluginDock(plugin.get(), nullptr), layout);
+	QVERIFY(third.surrounding()->isHidden());
+	third.window.show();
+	third.surrounding()->setVisible(true);
+	QVERIFY(third.panel->isVisible());
+	QCOMPARE(third.window.dockWidgetArea(third.surrounding()), Qt::LeftDockWidgetArea);
 }
 
 void PluginDockTest::floatingDockFitsOnTheScreen()
 {
-	MainWindow around(&make());
-	PluginDock *panel = dock.release();
-	panel->show();
-	around.surrounding->move(700, 300);
+	MainWindow around(new PluginDock(plugin.get(), nullptr));
+	around.surrounding()->setGeometry(700, 300, 380, 2000);
 	around.window.show();
-	panel->bringOnScreen();
+	around.panel->bringOnScreen();
 	const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
-	QTRY_COMPARE(around.surrounding->width(), 380);
-	QVERIFY(screen.contains(around.surrounding->frameGeometry()));
+	QTRY_VERIFY(screen.contains(around.surrounding()->frameGeometry()));
+	QCOMPARE(around.surrounding()->width(), 380);
 }
 
 void PluginDockTest::lowScreensGetALowerMinimum()
 {
 	// The screen of the tests is 800 pixels high.
 	QVERIFY(QGuiApplication::primaryScreen()->availableGeometry().height() < 960);
-	MainWindow around(&make());
-	PluginDock *panel = dock.release();
+	auto *panel = new PluginDock(plugin.get(), nullptr);
 	QCOMPARE(panel->minimumSize(), QSize(320, 600));
-	panel->show();
+	const MainWindow around(panel);
 	QCOMPARE(panel->minimumSize(), QSize(320, 300));
 }
 

@@ -599,8 +599,9 @@ void TalvoraPluginTest::startWithoutKeyTellsTheUserOnce()
 	// Whatever had been asked of the client would have been done by now.
 	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
 	QCOMPARE(log->ownLines(), (QStringList{u"[talvora-obs] Talvora: startSession() called"_s,
-					      u"[talvora-obs] Talvora: connect() called with no API key"_s}));
-	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+					      u"[talvora-obs] Talvora: connect() called with no API key"_s,
+			      u"[talvora-obs] PluginDock error: No API key set. Enter your key in the Talvora dock."_s}));
+	QCOMPARE(log->lines(LOG_WARNING).size(), 2);
 	QCOMPARE(plugin->wsState(), WsState::Disconnected);
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "frontend-stub.h"
 
+#include <QDockWidget>
+
 #include <algorithm>
 #include <utility>
 
@@ -49,7 +51,20 @@ bool obs_frontend_add_dock_by_id(const char *id, const char *title, void *widget
 	}
 	frontendStub().docks[key] = static_cast<QWidget *>(widget);
 	frontendStub().dockTitles[key] = QString::fromUtf8(title);
+	if (QMainWindow *window = frontendStub().mainWindow) {
+		auto *dock = new QDockWidget(window);
+		dock->setWidget(static_cast<QWidget *>(widget));
+		dock->setObjectName(key);
+		window->addDockWidget(Qt::RightDockWidgetArea, dock);
+		dock->setVisible(false);
+		dock->setFloating(true);
+	}
 	return true;
+}
+
+void *obs_frontend_get_main_window(void)
+{
+	return frontendStub().mainWindow;
 }
 
 void obs_frontend_remove_dock(const char *id)

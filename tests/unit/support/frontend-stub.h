@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include <QMainWindow>
 #include <QMap>
 #include <QString>
 #include <QWidget>
@@ -23,6 +24,8 @@ struct FrontendStub {
 	QMap<QString, QWidget *> docks;
 	QMap<QString, QString> dockTitles;
 	std::vector<Callback> callbacks;
+	/** With a window, docks are put into it as OBS does: hidden and floating. */
+	QMainWindow *mainWindow = nullptr;
 
 	/** Tells the registered callbacks. */
 	void emitEvent(obs_frontend_event event) const;
