@@ -72,9 +72,12 @@ class Hands:
 		first = next(number for number in range(0, len(cells), len(headers)) if cells[number].name == row)
 		return cells[first + headers.index(column)]
 
-	def picture(self, path):
-		"""The whole screen as a PNG."""
+	def picture(self, path, widget=None):
+		"""The whole screen, or where a widget is on it, as a PNG."""
 		self._obs.window_screenshot(path)
+		if widget:
+			left, top, width, height = widget.place
+			subprocess.run(["mogrify", "-crop", f"{width}x{height}+{left}+{top}", "+repage", str(path)], check=True, timeout=30)
 
 	# Doing
 

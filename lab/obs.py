@@ -139,14 +139,14 @@ class Obs:
 	canvas: width and height in pixels. preview: show the picture in the main window; costs much without a graphics card.
 	tracks: the audio tracks to record, 1 to 6.
 	lossless_audio: record every sample as it was mixed (32-bit float) instead of AAC.
-	display: an X display to use, or None for a virtual one.
+	display: an X display to use, or None for a virtual one. screen: width and height of that, in pixels; None: what OBS needs.
 	verbose: log debug lines too.
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's.
 	"""
 
 	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
-		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, verbose=False,
+		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, screen=None, verbose=False,
 		     accessible=False, path=(), build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
@@ -162,6 +162,7 @@ class Obs:
 		self._lossless_audio = lossless_audio
 		self._sample_rate = sample_rate
 		self._display = display
+		self._screen = screen or (canvas[0], canvas[1] + 80)
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
@@ -200,7 +201,7 @@ class Obs:
 		port = free_port()
 		self._prepare(port)
 		if self._display is None:
-			self._virtual_display = VirtualDisplay((self._canvas[0], self._canvas[1] + 80))
+			self._virtual_display = VirtualDisplay(self._screen)
 		if self._accessible:
 			self._start_desktop()
 		command = ["obs", "--multi", "--disable-updater", "--websocket_port", str(port)]

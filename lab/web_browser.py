@@ -90,7 +90,9 @@ class WebBrowser:
 			self._call("Input.dispatchMouseEvent", type=kind, x=x, y=y, button="left", clickCount=1)
 
 	def picture(self, path):
-		"""The page as a PNG."""
+		"""The page as a PNG, when what moves once has come to rest."""
+		wait_until(lambda: self.evaluate("document.getAnimations().every(each => each.playState == 'finished' ||"
+						 " each.effect.getTiming().iterations == Infinity)"), 10, "the page is at rest")
 		Path(path).write_bytes(base64.b64decode(self._call("Page.captureScreenshot", format="png")["data"]))
 
 	def _port(self):

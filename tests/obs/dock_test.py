@@ -291,6 +291,7 @@ def test_sign_in_by_email(make_service, desktop_obs, user_of):
 		user.fill("Password", "not the password")
 		user.click("push button", "Sign in")
 		obs.wait_for_log(r"\[talvora-obs\] PluginDock: email login failed: Wrong e-mail address or password\.$")
+		assert any("Wrong e-mail address or password." in one.name for one in user.dock.walk() if one.role == "label")
 		assert user.hands.find("push button", "Sign in", user.dock).has_state("enabled")
 		assert not user.sees("push button", "Start")
 		user.picture("wrong-password")
