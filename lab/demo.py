@@ -6,6 +6,7 @@ import sys
 import time
 
 from lab import latency, scenery
+from lab.hands import Hands
 from lab.media import audio_tracks, read_track
 from lab.obs import SCENE, Input, Obs, media_file
 from lab.paths import CHECKOUT, OUT
@@ -19,6 +20,9 @@ DUBBED = {"es": 2, "fr": 3}
 # Without a display: how much speech is played, seconds.
 _SPEECH = 66
 
+# Wide enough for OBS's window with the dock beside it, pixels.
+_SCREEN = (1864, 800)
+
 # How long a caption must be up before its picture is taken, seconds: the browser needs a tenth to draw it.
 _SETTLED = 0.7
 
@@ -31,7 +35,8 @@ _HELP = """usage: ./dev demo [-- --pictures]
 On a display, OBS stays open until its window is closed. Without one, about a minute of speech is played and out/demo/
 holds afterwards:
   captions-N.png  the program with captions in Spanish, French, Italian and Portuguese
-  window.png      the whole OBS window
+  window.png      OBS with the dock
+  dock.png        the dock alone
   recording.mkv   recorded by OBS: the original on audio track 1, the Spanish dub on 2, the French one on 3
   transcript.txt  what was said and its translations, with times
 
@@ -47,9 +52,9 @@ def dub_source(code):
 	return f"Talvora Dub — {LANGUAGES[code]}"
 
 
-def configuration(dock_visible):
+def configuration():
 	return {
-		"apiKey": KEY, "audioSource": MICROPHONE, "autoConnect": True, "dockVisible": dock_visible,
+		"audioSource": MICROPHONE, "dockVisible": True,
 		"captionBgColor": "#b0101020", "captionFont": "DejaVu Sans,40,-1,5,600,0,0,0,0,0",
 		"targetLanguages": [{"code": code, "captions": True, "dubbing": code in DUBBED} for code in LANGUAGES],
 	}
@@ -65,6 +70,18 @@ def label(code):
 def inputs(picture, speech, looping):
 	return [Input("Hills at dusk", "image_source", {"file": str(picture)}),
 		media_file(MICROPHONE, speech, looping=looping, muted=True), *(label(code) for code in LANGUAGES)]
+
+
+def sign_in_and_start(obs):
+	"""Does in the dock what a user does with an API key; returns the hands that did it."""
+	hands = Hands(obs)
+	dock = hands.dock("Talvora")
+	hands.click(hands.find("push button", "Use an API key instead", dock))
+	hands.fill(hands.find("text", "The API key of your Talvora account", dock), KEY)
+	hands.click(hands.find("push button", "Use this key", dock))
+	hands.click(hands.find("push button", "Start", dock))
+	obs.wait_for_log(r"\[talvora-obs\] WSClient: authenticated$", timeout=30)
+	return hands
 
 
 def arrange(obs):
@@ -89,7 +106,7 @@ def speak(obs):
 	obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=False)
 
 
-def take_pictures(obs, seconds, folder):
+def take_pictures(obs, hands, seconds, folder):
 	"""While the speech plays: a picture whenever all languages show a caption and it has been up for a moment."""
 	taken, last, since = 0, None, 0
 	deadline = time.monotonic() + seconds
@@ -102,7 +119,8 @@ def take_pictures(obs, seconds, folder):
 			taken += 1
 			obs.program_screenshot(folder / f"captions-{taken}.png")
 			if taken == 1:
-				obs.window_screenshot(folder / "window.png")
+				hands.picture(folder / "window.png")
+				hands.picture(folder / "dock.png", hands.dock("Talvora"))
 		time.sleep(0.1)
 	return taken
 
@@ -126,13 +144,14 @@ def run_without_display(folder, picture):
 	played = read_track(speech, 1)[:, 0]
 	say(f"Playing {len(played) / 48000:.0f} s of recorded speech to OBS ...")
 	with LocalService(folder=folder / "service") as service, Obs(
-			inputs=inputs(picture, speech, False), talvora_config=configuration(False), tracks=(1, 2, 3), fps=20, preview=True) as obs:
-		obs.wait_for_log(r"\[talvora-obs\] WSClient: authenticated$", timeout=30)
+			inputs=inputs(picture, speech, False), talvora_config=configuration(), tracks=(1, 2, 3), fps=20, preview=True,
+			accessible=True, screen=_SCREEN) as obs:
+		hands = sign_in_and_start(obs)
 		arrange(obs)
 		obs.start_recording()
 		speak(obs)
 		# After the last sentence there are its captions and dubs to come.
-		taken = take_pictures(obs, len(played) / 48000 + 8, folder)
+		taken = take_pictures(obs, hands, len(played) / 48000 + 8, folder)
 		recording = folder / "recording.mkv"
 		shutil.move(obs.stop_recording(), recording)
 		obs.stop()
@@ -144,7 +163,7 @@ def run_without_display(folder, picture):
 	say("")
 	say("In out/demo/ of the checkout:")
 	say(f"  captions-1.png to captions-{taken}.png  the program with a caption in each language")
-	say("  window.png       the whole OBS window")
+	say("  window.png       OBS with the dock; dock.png: the dock alone")
 	say(f"  recording.mkv    {audio_tracks(recording)} audio tracks: original, Spanish dub, French dub")
 	say(f"  transcript.txt   {utterances} utterances and their translations")
 	say("")
@@ -161,9 +180,10 @@ def run_on_display(folder, picture, display):
 	compose(speech)
 	say("OBS opens on your display with the speech playing in a loop; close its window to end the demo.")
 	with LocalService(folder=folder / "service") as service, Obs(
-			inputs=inputs(picture, speech, True), talvora_config=configuration(True), tracks=(1, 2, 3), fps=30, preview=True,
-			display=display) as obs:
-		obs.wait_for_log(r"\[talvora-obs\] WSClient: authenticated$", timeout=30)
+			inputs=inputs(picture, speech, True), talvora_config=configuration(), tracks=(1, 2, 3), fps=30, preview=True,
+			accessible=True, display=display) as obs:
+		say("The pointer moves by itself for a moment: the API key is put into the dock and the session started there.")
+		sign_in_and_start(obs)
 		arrange(obs)
 		speak(obs)
 		obs.wait()
@@ -195,6 +215,7 @@ def main():
 		images = CHECKOUT / "docs" / "images"
 		images.mkdir(parents=True, exist_ok=True)
 		shutil.copy(sorted(folder.glob("captions-*.png"))[-1], images / "program.png")
+		shutil.copy(folder / "dock.png", images / "dock.png")
 
 
 if __name__ == "__main__":

@@ -20,6 +20,7 @@ import time
 from dataclasses import dataclass, field
 from pathlib import Path
 
+from lab.accessibility import SessionBus
 from lab.paths import BUILD, CHECKOUT
 from lab.remote import Remote
 
@@ -138,13 +139,15 @@ class Obs:
 	canvas: width and height in pixels. preview: show the picture in the main window; costs much without a graphics card.
 	tracks: the audio tracks to record, 1 to 6.
 	lossless_audio: record every sample as it was mixed (32-bit float) instead of AAC.
-	display: an X display to use, or None for a virtual one.
+	display: an X display to use, or None for a virtual one. screen: width and height of that, in pixels; None: what OBS needs.
 	verbose: log debug lines too.
+	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
+	path: folders whose programs OBS finds before the machine's.
 	"""
 
 	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
-		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, verbose=False,
-		     build=BUILD):
+		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, screen=None, verbose=False,
+		     accessible=False, path=(), build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -159,7 +162,12 @@ class Obs:
 		self._lossless_audio = lossless_audio
 		self._sample_rate = sample_rate
 		self._display = display
+		self._screen = screen or (canvas[0], canvas[1] + 80)
 		self._verbose = verbose
+		self._accessible = accessible
+		self._path = path
+		self._session_bus = None
+		self._window_manager = None
 		self._build = Path(build)
 		self._virtual_display = None
 		self._process = None
@@ -193,7 +201,9 @@ class Obs:
 		port = free_port()
 		self._prepare(port)
 		if self._display is None:
-			self._virtual_display = VirtualDisplay((self._canvas[0], self._canvas[1] + 80))
+			self._virtual_display = VirtualDisplay(self._screen)
+		if self._accessible:
+			self._start_desktop()
 		command = ["obs", "--multi", "--disable-updater", "--websocket_port", str(port)]
 		if self._verbose:
 			command.append("--verbose")
@@ -229,12 +239,29 @@ class Obs:
 			self._process.wait()
 		if self.remote:
 			self.remote.close()
+		self._stop_desktop()
 		if self._virtual_display:
 			self._virtual_display.close()
 			self._virtual_display = None
 		self._final_log, self._final_console = self.log, self.console
 		if not self._keep_home:
 			shutil.rmtree(self.home, ignore_errors=True)
+
+	def _start_desktop(self):
+		"""What a desktop has that hands need: windows that take the keyboard, and names of what they hold."""
+		self._session_bus = SessionBus(self._environment())
+		if self._virtual_display:
+			self._window_manager = subprocess.Popen(["openbox"], env=self._environment(), stdout=subprocess.DEVNULL,
+								stderr=subprocess.DEVNULL)
+
+	def _stop_desktop(self):
+		if self._window_manager:
+			self._window_manager.terminate()
+			self._window_manager.wait(timeout=10)
+			self._window_manager = None
+		if self._session_bus:
+			self._session_bus.close()
+			self._session_bus = None
 
 	def _connect(self, port):
 		if not self.running():
@@ -257,7 +284,22 @@ class Obs:
 			environment.update(DISPLAY=self._virtual_display.name, LIBGL_ALWAYS_SOFTWARE="1")
 		else:
 			environment.update(DISPLAY=self._display)
+		if self._session_bus:
+			environment.update(DBUS_SESSION_BUS_ADDRESS=self._session_bus.address, QT_ACCESSIBILITY="1",
+					   QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+		if self._path:
+			environment.update(PATH=":".join([*map(str, self._path), environment["PATH"]]))
 		return environment
+
+	@property
+	def desktop(self):
+		"""The environment of a program that is to share OBS's display and buses."""
+		return self._environment()
+
+	@property
+	def session_bus(self):
+		"""Address of the message bus, when OBS was made accessible."""
+		return self._session_bus.address
 
 	def _prepare(self, port):
 		config = self.home / ".config" / "obs-studio"
@@ -290,7 +332,7 @@ class Obs:
 		general = {
 			"FirstRun": True, "LastVersion": _last_version(), "Pre19Defaults": False, "Pre21Defaults": False,
 			"Pre23Defaults": False, "Pre24.1Defaults": False, "Pre31Migrated": True, "EnableAutoUpdates": False,
-			"ConfirmOnExit": False,
+			"ConfirmOnExit": False, "WarnedAboutClosingDocks": True,
 		}
 		basic = {
 			"Profile": "Untitled", "ProfileDir": "Untitled", "SceneCollection": "Untitled",

@@ -15,6 +15,9 @@ lab_packages() {
 		xvfb xauth x11-utils xdotool openbox imagemagick
 		libgl1-mesa-dri libglx-mesa0 libegl-mesa0 fonts-dejavu-core
 
+		# The accessibility bus: how tests find what a user sees, by the names that a screen reader reads.
+		at-spi2-core dbus python3-gi gir1.2-atspi-2.0
+
 		# Certificates and network.
 		ca-certificates openssl mkcert iproute2
 

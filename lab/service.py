@@ -58,6 +58,7 @@ class LocalService:
 		self.record_path = self.folder / "received.jsonl"
 		self.console_path = self.folder / "service.log"
 		self.port = port
+		self.certificate = None
 		self._script = script
 		self._key = key
 		self._certificate = certificate
@@ -83,8 +84,8 @@ class LocalService:
 		"""Starts the service; returns when it accepts connections."""
 		if not self._program.exists():
 			raise FileNotFoundError(f"{self._program} is not built: run './dev build' first")
-		certificate, key = self._certificate or make_certificate(self.folder)
-		command = [str(self._program), "--port", str(self.port), "--certificate", str(certificate), "--private-key", str(key),
+		self.certificate, key = self._certificate or make_certificate(self.folder)
+		command = [str(self._program), "--port", str(self.port), "--certificate", str(self.certificate), "--private-key", str(key),
 			   "--key", self._key, "--events", str(self.events_path), "--record", str(self.record_path)]
 		if self._script is not None:
 			path = self.folder / "script.json"
