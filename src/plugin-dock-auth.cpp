@@ -117,6 +117,11 @@ QWidget *PluginDock::buildLoginPanel()
 	QPushButton *useApiKey = flatButton("Dock.Auth.UseApiKey", kUseApiKeyStyle);
 	connect(useApiKey, &QPushButton::clicked, this, &PluginDock::onShowApiKeyClicked);
 
+	signInMessageLabel = new QLabel();
+	signInMessageLabel->setWordWrap(true);
+	signInMessageLabel->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+	signInMessageLabel->hide();
+
 	loginPanel = new QWidget();
 	auto *rows = new QVBoxLayout(loginPanel);
 	dock::removeMargins(rows);
@@ -127,7 +132,16 @@ QWidget *PluginDock::buildLoginPanel()
 	rows->addWidget(buildProviderRow());
 	rows->addWidget(useApiKey, 0, Qt::AlignCenter);
 	rows->addWidget(buildApiKeyRow());
+	rows->addWidget(signInMessageLabel);
 	return loginPanel;
+}
+
+/** The status row is not to be seen while signed out, so what it says is shown below the sign-in as well. */
+void PluginDock::showSignInMessage(const QString &text)
+{
+	statusLabel->setText(text);
+	signInMessageLabel->setText(text);
+	signInMessageLabel->show();
 }
 
 QWidget *PluginDock::buildProviderRow()
@@ -201,6 +215,7 @@ void PluginDock::setAuthenticated(bool on)
 {
 	authenticated = on;
 	loginPanel->setVisible(!on);
+	signInMessageLabel->hide();
 	sessionPanel->setVisible(on);
 	logoutButton->setVisible(on);
 	if (on) {
@@ -238,11 +253,11 @@ void PluginDock::onEmailLoginClicked()
 	const QString email = emailEdit->text().trimmed();
 	const QString password = passwordEdit->text();
 	if (email.isEmpty() || password.isEmpty()) {
-		statusLabel->setText(dock::redText(dock::text("Status.EnterCredentials")));
+		showSignInMessage(dock::redText(dock::text("Status.EnterCredentials")));
 		return;
 	}
 	setSignInButtonsEnabled(false);
-	statusLabel->setText(dock::text("Dock.Auth.SigningIn"));
+	showSignInMessage(dock::text("Dock.Auth.SigningIn"));
 
 	auto *network = new QNetworkAccessManager(this);
 	QNetworkRequest request(QUrl(QStringLiteral("%1/login").arg(QLatin1String(kSignInBaseUrl))));
@@ -263,7 +278,7 @@ void PluginDock::handleEmailLoginReply(QNetworkReply *reply)
 		onEmailLoginFinished();
 		const QString message = body.isEmpty() ? reply->errorString() : QString::fromUtf8(body);
 		talvora_log(LOG_WARNING, "PluginDock: email login failed: %s", message.toUtf8().constData());
-		statusLabel->setText(dock::redText(dock::cutAndEscape(message, kSignInErrorLength)));
+		showSignInMessage(dock::redText(dock::cutAndEscape(message, kSignInErrorLength)));
 		return;
 	}
 
@@ -271,7 +286,7 @@ void PluginDock::handleEmailLoginReply(QNetworkReply *reply)
 	const QString key = keyOf(answer);
 	if (key.isEmpty()) {
 		// The buttons stay disabled until the user signs out.
-		statusLabel->setText(dock::redText(dock::text("Status.NoTokenInResponse")));
+		showSignInMessage(dock::redText(dock::text("Status.NoTokenInResponse")));
 		return;
 	}
 	talvora_log(LOG_INFO, "PluginDock: email login succeeded");
@@ -298,7 +313,7 @@ void PluginDock::onOAuthLoginClicked(const QString &provider)
 	connect(oauthListener, &OAuthListener::loginSucceeded, this, &PluginDock::onOAuthSuccess);
 	connect(oauthListener, &OAuthListener::loginFailed, this, &PluginDock::onOAuthFailed);
 	setSignInButtonsEnabled(false);
-	statusLabel->setText(dock::text("Status.OpeningLogin").replace(QLatin1String("%1"), provider));
+	showSignInMessage(dock::text("Status.OpeningLogin").replace(QLatin1String("%1"), provider));
 	oauthListener->startLogin(provider);
 }
 
@@ -316,7 +331,7 @@ void PluginDock::onOAuthFailed(const QString &error)
 {
 	talvora_log(LOG_WARNING, "PluginDock: OAuth login failed: %s", error.toUtf8().constData());
 	if (statusLabel) {
-		statusLabel->setText(dock::redText(dock::cutAndEscape(error, kSignInErrorLength)));
+		showSignInMessage(dock::redText(dock::cutAndEscape(error, kSignInErrorLength)));
 	}
 	if (oauthListener) {
 		std::exchange(oauthListener, nullptr)->deleteLater();

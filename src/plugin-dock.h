@@ -111,6 +111,7 @@ private:
 	void handleEmailLoginReply(QNetworkReply *reply);
 	void signInWith(const QString &apiKey, int maxTargetLanguages);
 	void setSignInButtonsEnabled(bool enabled);
+	void showSignInMessage(const QString &text);
 
 	QWidget *buildSettingsSection();
 	void addAudioSourceRows(QVBoxLayout *rows);
@@ -153,6 +154,7 @@ private:
 
 	QLabel *statusDot = nullptr;
 	QLabel *statusLabel = nullptr;
+	QLabel *signInMessageLabel = nullptr;
 	QLabel *clockLabel = nullptr;
 	QTimer *sessionTimer = nullptr;
 	/** Seconds since the session became connected. */

@@ -261,7 +261,7 @@ void PluginDockTest::widgetsFromTopToBottom()
 	auto *rows = qobject_cast<QVBoxLayout *>(dock->loginPanel->layout());
 	QVERIFY(rows);
 	QCOMPARE(rows->contentsMargins(), QMargins());
-	QCOMPARE(rows->count(), 7);
+	QCOMPARE(rows->count(), 8);
 	const auto at = [rows](int index) { return rows->itemAt(index)->widget(); };
 	QCOMPARE(at(0), dock->emailEdit);
 	QCOMPARE(at(1), dock->passwordEdit);
@@ -273,6 +273,8 @@ void PluginDockTest::widgetsFromTopToBottom()
 	QCOMPARE(qobject_cast<QPushButton *>(at(5))->text(), u"Dock.Auth.UseApiKey"_s);
 	QCOMPARE(rows->itemAt(5)->alignment(), Qt::AlignCenter);
 	QCOMPARE(at(6), dock->apiKeyRow);
+	QCOMPARE(at(7), dock->signInMessageLabel);
+	QVERIFY(dock->signInMessageLabel->isHidden());
 	QCOMPARE(dock->apiKeyRow->layout()->contentsMargins(), QMargins());
 	QCOMPARE(dock->apiKeyRow->layout()->itemAt(0)->widget(), dock->apiKeyEdit);
 	QCOMPARE(qobject_cast<QPushButton *>(dock->apiKeyRow->layout()->itemAt(1)->widget())->text(),
@@ -336,7 +338,7 @@ void PluginDockTest::fieldsOfTheSignIn()
 	QCOMPARE(dock->apiKeyEdit->echoMode(), QLineEdit::Password);
 	QCOMPARE(dock->apiKeyEdit->toolTip(), u"Dock.Auth.ApiKeyTip"_s);
 	const auto labels = dock->loginPanel->findChildren<QLabel *>(Qt::FindDirectChildrenOnly);
-	QCOMPARE(labels.size(), 1);
+	QCOMPARE(labels, (QList<QLabel *>{labels.first(), dock->signInMessageLabel}));
 	QCOMPARE(labels.first()->styleSheet(), u"color: gray; font-size: 11px; margin: 4px 0;"_s);
 }
 
@@ -663,8 +665,13 @@ void PluginDockTest::httpErrorsAreShownAndLogged()
 	startService();
 	service->answer(status, body);
 	make();
+	QVERIFY(dock->signInMessageLabel->isHidden());
 	signIn();
 	QTRY_COMPARE(dock->statusLabel->text(), red(shown));
+	// The status row is hidden while signed out: the message is to be seen below the sign-in.
+	QCOMPARE(dock->signInMessageLabel->text(), red(shown));
+	QVERIFY(!dock->signInMessageLabel->isHidden());
+	QVERIFY(dock->loginPanel->isAncestorOf(dock->signInMessageLabel));
 	QVERIFY(session->log.contains(LOG_WARNING,
 				      u"[talvora-obs] PluginDock: email login failed: "_s + QString::fromUtf8(body)));
 	QVERIFY(signInButtonsAre(true));
