@@ -1,6 +1,8 @@
 # shellcheck shell=bash disable=SC2034
 # Packages of the lab's root filesystems, in groups so that the reason for each stays visible.
-# Sourced by lab/root.sh; sets the array `packages` for the suite in $1.
+# Sourced by lab/root.sh.
+
+# Sets the array `packages` for the suite in $1: what every root filesystem holds.
 
 lab_packages() {
 	local suite=$1
@@ -38,5 +40,21 @@ lab_packages() {
 	case $suite in
 	trixie) packages+=(libsphinxbase-dev) ;;
 	forky) ;;
+	esac
+}
+
+# Sets the array `packages` for the suite in $1: what is added for measuring and proving, when that is first asked for.
+workshop_packages() {
+	packages=(
+		# Coverage, sanitizers, fuzzing, and other readers of the code.
+		gcovr cppcheck clazy
+
+		# Peers that benchmarks put beside the program's own code, and what times them.
+		libbenchmark-dev libboost-dev libreaderwriterqueue-dev libsamplerate0-dev libswresample-dev
+	)
+
+	case $1 in
+	trixie) packages+=(libclang-rt-19-dev) ;;
+	forky) packages+=(libclang-rt-21-dev) ;;
 	esac
 }

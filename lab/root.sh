@@ -8,15 +8,16 @@ set -euo pipefail
 
 usage() {
 	cat <<TXT
-usage: lab/root.sh SUITE [--path | --remove]
+usage: lab/root.sh SUITE [--path | --remove | --workshop]
 
 Makes the lab's root filesystem for SUITE (trixie or forky) under
   $lab_cache
 unless it is there already, and prints its path. Downloads are kept, so that an
 interrupted run goes on where it stopped.
 
-  --path     print where it is or would be, make nothing
-  --remove   delete it and its downloads
+  --path      print where it is or would be, make nothing
+  --remove    delete it and its downloads
+  --workshop  add what only measuring and proving need (benchmarks' peers, sanitizers, analysers)
 TXT
 }
 
@@ -118,6 +119,32 @@ build() {
 	rm -f "$apt_dir"/archives/*.deb
 }
 
+# Adds the workshop's packages to a root filesystem that is there.
+add_workshop() {
+	local suite=$1 root=$2 stamp
+	workshop_packages "$suite"
+	stamp=$root/var/lib/talvora-workshop-$(printf '%s\n' "${packages[@]}" | sha256sum | cut -c1-12)
+	[ ! -e "$stamp" ] || return 0
+	[ "$(id -u)" = 0 ] || die "Adding tools to the lab's root filesystem needs root: run this with sudo."
+
+	exec 9>"$lab_cache/$suite.lock"
+	flock -n 9 || { say "Another run is adding tools to this root filesystem, waiting for it ..."; flock 9; }
+	[ ! -e "$stamp" ] || return 0
+	say "Adding the tools that measure and prove to the lab for $suite, once (about 300 MB) ..."
+	# shellcheck disable=SC2016
+	unshare --mount --propagation private -- sh -ec '
+		mount --rbind /dev "$0/dev"
+		mount -t proc proc "$0/proc"
+		# Read by name, because what the machine has may be a link to where the root filesystem has nothing.
+		cat /etc/resolv.conf >"$0/etc/resolv.conf"
+		export DEBIAN_FRONTEND=noninteractive
+		chroot "$0" apt-get update -qq -o Acquire::Check-Valid-Until=false -o Acquire::Retries=3
+		chroot "$0" apt-get install -y -qq --no-install-recommends "$@"
+		chroot "$0" apt-get clean' "$root" "${packages[@]}" >&2 ||
+		die "The tools could not be added: check the network and run the same command again."
+	touch "$stamp"
+}
+
 main() {
 	local suite=${1:-} action=${2:-make}
 	case $suite in
@@ -133,7 +160,7 @@ main() {
 	case $action in
 	--path) printf '%s\n' "$root"; exit 0 ;;
 	--remove) rm -rf --one-file-system "$lab_cache/roots/$suite-"* "$lab_cache/apt/$suite"; exit 0 ;;
-	make) ;;
+	make | --workshop) ;;
 	*) usage >&2; exit 2 ;;
 	esac
 
@@ -162,6 +189,7 @@ main() {
 			build "$suite" "$root" "$apt_dir" "$mirror"
 		fi
 	fi
+	[ "$action" != --workshop ] || add_workshop "$suite" "$root"
 	printf '%s\n' "$root"
 }
 
