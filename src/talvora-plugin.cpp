@@ -8,11 +8,6 @@
 #include "scene-watcher.h"
 #include "ws-client.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
 #include <QtEndian>
@@ -33,8 +28,6 @@ constexpr uint32_t kExpectedSampleRate = 48000;
 /** How long the client's thread may take to end, ms. */
 constexpr unsigned long kThreadStopDeadline = 5000;
 constexpr auto kDockId = "TalvoraDock";
-constexpr QFileDevice::Permissions kOwnerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
-constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeOwner;
 
 bool isCapturable(const obs_source_t *source)
 {
@@ -225,44 +218,17 @@ void TalvoraPlugin::sendConfigUpdate()
 
 QString TalvoraPlugin::configFilePath() const
 {
-	return QStandardPaths::writableLocation(QStandardPaths::HomeLocation) +
-	       QStringLiteral("/.config/talvora-obs/config.json");
+	return SettingsFile::path();
 }
 
 void TalvoraPlugin::loadConfig()
 {
-	const QString path = configFilePath();
-	QFile file(path);
-	if (!file.open(QIODevice::ReadOnly)) {
-		return;
-	}
-	QJsonParseError error;
-	const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
-	file.close();
-	if (!document.isObject()) {
-		talvora_log(LOG_WARNING, "Talvora: failed to parse config: %s",
-			    error.errorString().toUtf8().constData());
-		return;
-	}
-	settings.readJson(document.object());
-	talvora_log(LOG_INFO, "Talvora: config loaded from %s", path.toUtf8().constData());
+	settingsFile.load(settings);
 }
 
 void TalvoraPlugin::saveConfig()
 {
-	const QString path = configFilePath();
-	const QString folder = QFileInfo(path).path();
-	QDir().mkpath(folder);
-	// The file holds a credential: both are the owner's alone, also where an older version left them open.
-	QFile::setPermissions(folder, kOwnerFolder);
-
-	QFile file(path);
-	if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate, kOwnerFile)) {
-		talvora_log(LOG_WARNING, "Talvora: failed to save config to %s", path.toUtf8().constData());
-		return;
-	}
-	file.setPermissions(kOwnerFile);
-	file.write(QJsonDocument(settings.toJson()).toJson(QJsonDocument::Indented));
+	settingsFile.save(settings);
 }
 
 // Sessions

@@ -3,6 +3,7 @@
 
 #include "capture-converter.h"
 #include "dubbed-source.h"
+#include "settings-file.h"
 #include "settings.h"
 #include "ws-state.h"
 
@@ -191,6 +192,7 @@ private:
 	std::unique_ptr<SceneWatcher> sceneWatcher;
 
 	Settings settings;
+	SettingsFile settingsFile;
 	int maxTargetLanguages = 0;
 	std::atomic<bool> shuttingDown{false};
 	bool initialized = false;
