@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "talvora-plugin.h"
 
+#include "browser-source.h"
 #include "caption-manager.h"
 #include "deployment.h"
 #include "plugin-dock.h"
@@ -33,7 +34,7 @@ bool isCapturable(const obs_source_t *source)
 {
 	const char *id = obs_source_get_id(source);
 	// A browser source announces audio that capture callbacks do not get. A dub may come into use at any time.
-	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, "browser_source") != 0 &&
+	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, kBrowserSourceId) != 0 &&
 	       strcmp(id, dubbed_source_info()->id) != 0;
 }
 
@@ -468,6 +469,20 @@ void TalvoraPlugin::updateCaptionSources()
 		names[code] = displayNameForCode(code);
 	}
 	captionManager->setLanguages(languages, names);
+	if (!languages.isEmpty()) {
+		reportMissingBrowserSource();
+	}
+}
+
+void TalvoraPlugin::reportMissingBrowserSource()
+{
+	if (missingBrowserSourceReported || hasBrowserSource()) {
+		return;
+	}
+	missingBrowserSourceReported = true;
+	talvora_log(LOG_WARNING,
+		    "Talvora: this OBS has no browser source, so captions cannot be shown. OBS from Flathub "
+		    "or from the OBS Project's Ubuntu PPA has it. Dubs and the transcript work without it.");
 }
 
 void TalvoraPlugin::previewCaptionText(const QString &text)
