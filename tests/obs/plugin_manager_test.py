@@ -52,6 +52,7 @@ def test_module_that_was_off_finds_everything_again(make_obs, make_service, tmp_
 	with make_service(LET_IN) as service:
 		with make_obs(home=home, inputs=inputs, talvora_config=config) as obs:
 			obs.wait_for_log(AUTHENTICATED)
+			wait_until(lambda: SPANISH_CAPTIONS in obs.scene_items(), 10, "the captions are in the scene")
 			obs.add_to_scene(SPANISH_DUB)
 			obs.set_tracks(SPANISH_DUB, 3)
 		settings = obs.talvora_config_path.read_text(encoding="utf-8")

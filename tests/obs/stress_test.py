@@ -52,10 +52,15 @@ class RestlessUser:
 			self._hands.press(self._chance.choice(("Left", "Right", "Page_Up", "Page_Down")))
 
 	def change_source(self):
-		self._hands.select(self._source, self._chance.choice((MICROPHONE, SECOND)))
+		self._choose_neighbour(self._source)
 
 	def change_language(self):
-		self._hands.select(self._language, self._chance.choice(("English", "French")))
+		self._choose_neighbour(self._language)
+
+	def _choose_neighbour(self, box):
+		self._hands.click(box)
+		self._hands.press(self._chance.choice(("Up", "Down")))
+		self._hands.press("Return")
 
 	def mute(self):
 		self._hands.click(self._mute)
@@ -94,13 +99,13 @@ def test_audio_flows_through_everything_a_user_does(make_obs, make_service, tmp_
 		obs.start_recording()
 		before = len(obs.log)
 		actions = 0
-		while obs.recorded_seconds() < SECONDS:
+		while obs.recorded_seconds() < SECONDS or actions < 10:
 			user.act()
 			actions += 1
 		recording = obs.stop_recording()
 		tracks = [read_track(recording, track) for track in (1, 2)]
 		held_up = re.findall(r"audio buffering is now (\d+) milliseconds \(source: (.*)\)", obs.log[before:])
-	assert actions >= 10
+	print(f"{actions} actions")
 	for track in tracks:
 		check_no_gap(track, frames)
 	assert not [name for _, name in held_up if name.startswith("Talvora")], f"a dub's audio came late: {held_up}"
