@@ -1,9 +1,9 @@
 """The settings file in homes that are not as they should be. What a user has set is never lost without a word."""
 
+import ctypes
 import json
 import os
 import re
-import subprocess
 import threading
 
 import pytest
@@ -85,25 +85,30 @@ def test_folder_in_the_place_of_the_file_is_reported_and_left(make_obs, folder):
 	assert (folder / "config.json" / "something").is_dir()
 
 
-def mount(*arguments):
-	subprocess.run(["mount", *map(str, arguments)], check=True, timeout=20)
+_LIBC = ctypes.CDLL(None, use_errno=True)
+_READ_ONLY, _REMOUNT, _BIND, _DETACH = 1, 32, 4096, 2
 
 
 @pytest.fixture
-def unmount():
-	"""Takes the mounts that the test has appended away again."""
+def mount():
+	"""Mounts in the lab's own namespace, and takes that away again."""
 	places = []
-	yield places
+
+	def do(kind, folder, flags=0, options=""):
+		if _LIBC.mount(os.fsencode(folder), os.fsencode(folder), kind.encode(), flags, options.encode()) != 0:
+			raise OSError(ctypes.get_errno(), f"{folder} cannot be mounted")
+		places.append(folder)
+
+	yield do
 	for place in reversed(places):
-		subprocess.run(["umount", "--lazy", str(place)], check=True, timeout=20)
+		_LIBC.umount2(os.fsencode(place), _DETACH)
 
 
-def test_read_only_home_is_reported_and_used(make_obs, folder, unmount):
+def test_read_only_home_is_reported_and_used(make_obs, folder, mount):
 	(folder / "config.json").write_text(json.dumps({"apiKey": KEY}), encoding="utf-8")
 	# The module's part of it: an OBS that cannot write at all does not start.
-	mount("--bind", folder, folder)
-	unmount.append(folder)
-	mount("-o", "remount,bind,ro", folder)
+	mount("none", folder, _BIND)
+	mount("none", folder, _BIND | _REMOUNT | _READ_ONLY)
 	log = run(make_obs, folder)
 	assert says(r"API key: \(set\)", log)
 	assert says(NOT_SAVED, log)
@@ -121,9 +126,8 @@ def fill(folder):
 			pass
 
 
-def test_full_disk_is_reported_and_nothing_is_lost(make_obs, folder, unmount):
-	mount("-t", "tmpfs", "-o", "size=64k", "tmpfs", folder)
-	unmount.append(folder)
+def test_full_disk_is_reported_and_nothing_is_lost(make_obs, folder, mount):
+	mount("tmpfs", folder, options="size=64k")
 	# A file whose new content needs more room than it has, which is a page.
 	before = {"apiKey": KEY, "audioSource": "M" * 3700}
 	(folder / "config.json").write_text(json.dumps(before), encoding="utf-8")
@@ -133,9 +137,8 @@ def test_full_disk_is_reported_and_nothing_is_lost(make_obs, folder, unmount):
 	assert saved(folder) == before
 
 
-def test_full_disk_without_a_file_leaves_none(make_obs, folder, unmount):
-	mount("-t", "tmpfs", "-o", "size=64k", "tmpfs", folder)
-	unmount.append(folder)
+def test_full_disk_without_a_file_leaves_none(make_obs, folder, mount):
+	mount("tmpfs", folder, options="size=64k")
 	fill(folder)
 	log = run(make_obs, folder)
 	assert says(NOT_SAVED, log)

@@ -14,6 +14,10 @@ SECOND = "Second microphone"
 LANGUAGES = ("Spanish", "French")
 SECONDS = 15
 
+# What OBS mixes at once, in frames, and how many such chunks of a source may come late: 64 ms of the whole time.
+CHUNK = 1024
+MOST_LATE = 3
+
 
 def speech(count):
 	"""Clips for both languages, two seconds apart."""
@@ -76,15 +80,19 @@ class RestlessUser:
 
 
 def check_no_gap(track, frames):
-	"""What was recorded of a source is one piece of its file, sample for sample."""
-	samples = track[:, 0]
-	begin = np.flatnonzero(samples)[0]
+	"""What was recorded of a source is one piece of its file, sample for sample, and was hardly ever waited for."""
+	samples = track[:len(track) // CHUNK * CHUNK, 0]
+	samples = samples[np.flatnonzero(samples)[0] // CHUNK * CHUNK + CHUNK:].reshape(-1, CHUNK)
+	# Where a source's audio is not there in time, OBS mixes silence and goes on behind it. A busy machine does that too.
+	late = ~samples.any(axis=1)
+	assert np.count_nonzero(late) <= MOST_LATE, f"the source's audio was held up: {np.count_nonzero(late)} chunks came late"
+	samples = samples[~late].ravel()
 	original = frames[:, 0].astype(np.float32) / np.float32(32768)
-	place = original.tobytes().find(samples[begin:begin + 64].tobytes())
+	place = original.tobytes().find(samples[:64].tobytes())
 	assert place >= 0 and place % 4 == 0, "what was recorded first is nowhere in the source"
-	expected = original[place // 4:][:len(samples) - begin]
-	wrong = np.flatnonzero(samples[begin:][:len(expected)] != expected)
-	assert not len(wrong), f"the source's audio was held up: it is not in one piece after {wrong[0] / 48000:.3f} s"
+	expected = original[place // 4:][:len(samples)]
+	wrong = np.flatnonzero(samples[:len(expected)] != expected)
+	assert not len(wrong), f"samples of the source are missing or doubled after {wrong[0] / 48000:.3f} s"
 
 
 def test_audio_flows_through_everything_a_user_does(make_obs, make_service, tmp_path, chance, usual_complaints):
