@@ -77,10 +77,15 @@ def _track_mask(tracks):
 	return sum(1 << track - 1 for track in tracks)
 
 
+def obs_version():
+	"""Major, minor and patch of the OBS that is used."""
+	text = subprocess.run(["obs", "--version"], capture_output=True, text=True, timeout=20, check=True).stdout
+	return tuple(int(part) for part in re.search(r"(\d+)\.(\d+)\.(\d+)", text).groups())
+
+
 def _last_version():
 	"""The running OBS's own version as its configuration stores it, so that it takes the home for an old friend's."""
-	text = subprocess.run(["obs", "--version"], capture_output=True, text=True, timeout=20, check=True).stdout
-	major, minor, patch = (int(part) for part in re.search(r"(\d+)\.(\d+)\.(\d+)", text).groups())
+	major, minor, patch = obs_version()
 	return major << 24 | minor << 16 | patch
 
 
@@ -143,11 +148,12 @@ class Obs:
 	verbose: log debug lines too.
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's.
+	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
 	"""
 
 	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
 		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, screen=None, verbose=False,
-		     accessible=False, path=(), build=BUILD):
+		     accessible=False, path=(), wait=True, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -166,6 +172,7 @@ class Obs:
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
+		self._wait = wait
 		self._session_bus = None
 		self._window_manager = None
 		self._build = Path(build)
@@ -197,7 +204,7 @@ class Obs:
 			self._abandon()
 
 	def start(self):
-		"""Prepares the home and starts OBS; returns when it has finished loading and takes requests."""
+		"""Prepares the home and starts OBS; returns when it has finished loading and takes requests, if it is to wait."""
 		port = free_port()
 		self._prepare(port)
 		if self._display is None:
@@ -210,6 +217,8 @@ class Obs:
 		with open(self.home / "console.log", "ab") as console:
 			self._process = subprocess.Popen(command, env=self._environment(), stdin=subprocess.DEVNULL,
 							 stdout=console, stderr=subprocess.STDOUT)
+		if not self._wait:
+			return
 		wait_until(lambda: self._connect(port), _START_SECONDS, "OBS takes requests")
 		self.request("GetSceneList", timeout=_START_SECONDS)
 
@@ -231,6 +240,16 @@ class Obs:
 		"""Waits until the user closes OBS."""
 		self.exit_status = self._process.wait()
 		return self.exit_status
+
+	@property
+	def pid(self):
+		"""Of the running process."""
+		return self._process.pid
+
+	def memory_mib(self):
+		"""Memory of the running process that is in use, in MiB."""
+		status = Path(f"/proc/{self.pid}/status").read_text(encoding="ascii")
+		return int(re.search(r"^VmRSS:\s+(\d+) kB$", status, re.MULTILINE).group(1)) / 1024
 
 	def _abandon(self):
 		"""Lets go of everything, whatever state it is in."""

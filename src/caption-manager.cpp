@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "caption-manager.h"
 
+#include "browser-source.h"
 #include "caption-css.h"
 #include "caption-page.h"
 #include "plugin-support.h"
@@ -18,7 +19,6 @@
 
 namespace {
 
-constexpr char browserSourceId[] = "browser_source";
 constexpr int minDisplayMs = 1800;
 constexpr int maxDisplayMs = 8000;
 /** How long a caption stays up after it was spoken. */
@@ -63,7 +63,7 @@ void discardTimers(LanguageCaptionState &state)
 
 bool isBrowserSource(obs_source_t *source)
 {
-	return std::strcmp(obs_source_get_id(source), browserSourceId) == 0;
+	return std::strcmp(obs_source_get_id(source), kBrowserSourceId) == 0;
 }
 
 /**
@@ -118,7 +118,7 @@ OBSSourceAutoRelease findBrowserSource(const char *name)
 		return found;
 	}
 	talvora_log(LOG_INFO, "CaptionManager: migrating source '%s' from %s to %s", name, obs_source_get_id(found),
-		    browserSourceId);
+		    kBrowserSourceId);
 	found = nullptr;
 	removeFromCurrentScene(name);
 	return nullptr;
@@ -140,7 +140,7 @@ OBSSourceAutoRelease createBrowserSource(const char *name, const QByteArray &pag
 	const OBSDataAutoRelease settings = pageSettings(pagePath, css);
 	obs_data_set_int(settings, "width", baseWidth ? static_cast<uint32_t>(baseWidth * 0.8) : fallbackSourceWidth);
 	obs_data_set_int(settings, "height", sourceHeight);
-	return obs_source_create(browserSourceId, name, settings, nullptr);
+	return obs_source_create(kBrowserSourceId, name, settings, nullptr);
 }
 
 // A browser source starts its browser anew at an update, so settings that it has already are not sent again.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "plugin-dock.h"
 
+#include "browser-source.h"
 #include "plugin-dock-widgets.h"
 #include "talvora-plugin.h"
 
@@ -141,6 +142,11 @@ void PluginDock::addLanguageRows(QVBoxLayout *rows)
 	rows->addWidget(dock::label("Dock.Settings.TargetLangs"));
 	rows->addWidget(languageTable);
 	rows->addWidget(languageCountLabel);
+	if (!hasBrowserSource()) {
+		QLabel *hint = dock::label("Dock.Settings.NoBrowserSource");
+		hint->setStyleSheet(QStringLiteral("color: orange; font-size: 11px;"));
+		rows->addWidget(hint);
+	}
 }
 
 void PluginDock::addCaptionRows(QVBoxLayout *rows)

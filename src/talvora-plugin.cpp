@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "talvora-plugin.h"
 
+#include "browser-source.h"
 #include "caption-manager.h"
 #include "deployment.h"
 #include "plugin-dock.h"
@@ -8,11 +9,6 @@
 #include "scene-watcher.h"
 #include "ws-client.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
 #include <QtEndian>
@@ -33,14 +29,12 @@ constexpr uint32_t kExpectedSampleRate = 48000;
 /** How long the client's thread may take to end, ms. */
 constexpr unsigned long kThreadStopDeadline = 5000;
 constexpr auto kDockId = "TalvoraDock";
-constexpr QFileDevice::Permissions kOwnerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
-constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeOwner;
 
 bool isCapturable(const obs_source_t *source)
 {
 	const char *id = obs_source_get_id(source);
 	// A browser source announces audio that capture callbacks do not get. A dub may come into use at any time.
-	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, "browser_source") != 0 &&
+	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, kBrowserSourceId) != 0 &&
 	       strcmp(id, dubbed_source_info()->id) != 0;
 }
 
@@ -225,44 +219,17 @@ void TalvoraPlugin::sendConfigUpdate()
 
 QString TalvoraPlugin::configFilePath() const
 {
-	return QStandardPaths::writableLocation(QStandardPaths::HomeLocation) +
-	       QStringLiteral("/.config/talvora-obs/config.json");
+	return SettingsFile::path();
 }
 
 void TalvoraPlugin::loadConfig()
 {
-	const QString path = configFilePath();
-	QFile file(path);
-	if (!file.open(QIODevice::ReadOnly)) {
-		return;
-	}
-	QJsonParseError error;
-	const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
-	file.close();
-	if (!document.isObject()) {
-		talvora_log(LOG_WARNING, "Talvora: failed to parse config: %s",
-			    error.errorString().toUtf8().constData());
-		return;
-	}
-	settings.readJson(document.object());
-	talvora_log(LOG_INFO, "Talvora: config loaded from %s", path.toUtf8().constData());
+	settingsFile.load(settings);
 }
 
 void TalvoraPlugin::saveConfig()
 {
-	const QString path = configFilePath();
-	const QString folder = QFileInfo(path).path();
-	QDir().mkpath(folder);
-	// The file holds a credential: both are the owner's alone, also where an older version left them open.
-	QFile::setPermissions(folder, kOwnerFolder);
-
-	QFile file(path);
-	if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate, kOwnerFile)) {
-		talvora_log(LOG_WARNING, "Talvora: failed to save config to %s", path.toUtf8().constData());
-		return;
-	}
-	file.setPermissions(kOwnerFile);
-	file.write(QJsonDocument(settings.toJson()).toJson(QJsonDocument::Indented));
+	settingsFile.save(settings);
 }
 
 // Sessions
@@ -502,6 +469,20 @@ void TalvoraPlugin::updateCaptionSources()
 		names[code] = displayNameForCode(code);
 	}
 	captionManager->setLanguages(languages, names);
+	if (!languages.isEmpty()) {
+		reportMissingBrowserSource();
+	}
+}
+
+void TalvoraPlugin::reportMissingBrowserSource()
+{
+	if (missingBrowserSourceReported || hasBrowserSource()) {
+		return;
+	}
+	missingBrowserSourceReported = true;
+	talvora_log(LOG_WARNING,
+		    "Talvora: this OBS has no browser source, so captions cannot be shown. OBS from Flathub "
+		    "or from the OBS Project's Ubuntu PPA has it. Dubs and the transcript work without it.");
 }
 
 void TalvoraPlugin::previewCaptionText(const QString &text)

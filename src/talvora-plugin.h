@@ -3,6 +3,7 @@
 
 #include "capture-converter.h"
 #include "dubbed-source.h"
+#include "settings-file.h"
 #include "settings.h"
 #include "ws-state.h"
 
@@ -166,6 +167,8 @@ private:
 	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
 	template<typename Action> void forEachDubbedSource(Action action);
 	void applyCaptionStyle();
+	/** Says in the log, once, that captions are wanted in an OBS that cannot draw them. */
+	void reportMissingBrowserSource();
 	void flushDubbedSources();
 	void sendConfigUpdate();
 	/** False when the thread did not stop in time: then thread and client are left to themselves. */
@@ -191,7 +194,9 @@ private:
 	std::unique_ptr<SceneWatcher> sceneWatcher;
 
 	Settings settings;
+	SettingsFile settingsFile;
 	int maxTargetLanguages = 0;
 	std::atomic<bool> shuttingDown{false};
 	bool initialized = false;
+	bool missingBrowserSourceReported = false;
 };

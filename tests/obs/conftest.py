@@ -1,5 +1,6 @@
 """What the tests in a real OBS share. Each test has its own OBS, home folder and (where it asks) service."""
 
+import random
 import re
 import shutil
 import sys
@@ -12,6 +13,21 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 from lab.obs import Obs  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
 from lab.service import LocalService  # noqa: E402
+
+
+def pytest_addoption(parser):
+	parser.addoption("--minutes", type=float, default=30, help="how long the soak test's session lasts")
+	parser.addoption("--cycles", type=int, default=100, help="how often OBS is started and ended at a random moment")
+	parser.addoption("--seed", type=int, default=None, help="of what tests do at random; printed, so that it can be repeated")
+
+
+@pytest.fixture
+def chance(request):
+	"""Random numbers that can be had again: the seed is in the test's output."""
+	seed = request.config.getoption("--seed")
+	seed = random.SystemRandom().randrange(1 << 32) if seed is None else seed
+	print(f"seed: {seed}")
+	return random.Random(seed)
 
 
 @pytest.fixture
