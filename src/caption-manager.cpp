@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -453,18 +454,25 @@ void CaptionManager::placeLater(const QString &sourceName)
 		awaitingPlace.remove(sourceName);
 		const OBSSourceAutoRelease source = obs_get_source_by_name(sourceName.toUtf8().constData());
 		// A removed source can be found by name until the last reference is gone, but not be placed.
-		if (source && !obs_source_removed(source)) {
-			autoPlaceCaptionSource(source);
+		if (source && !obs_source_removed(source) && !autoPlaceCaptionSource(source)) {
+			unplaced.insert(sourceName);
 		}
 	});
 }
 
-void CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
+void CaptionManager::placeUnplaced()
+{
+	for (const QString &sourceName : std::exchange(unplaced, {})) {
+		placeLater(sourceName);
+	}
+}
+
+bool CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
 {
 	const OBSSourceAutoRelease sceneSource = obs_frontend_get_current_scene();
 	obs_scene_t *scene = obs_scene_from_source(sceneSource);
 	if (!scene) {
-		return;
+		return false;
 	}
 
 	const obs_video_info video = canvas();
@@ -479,6 +487,7 @@ void CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
 			    obs_source_get_name(source), static_cast<double>(position.x),
 			    static_cast<double>(position.y));
 	}
+	return true;
 }
 
 void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &text)

@@ -41,6 +41,9 @@ public:
 	 */
 	void takeUpSource(const QString &name);
 
+	/** There is a current scene (again): places the sources that could not be placed for want of one. */
+	void placeUnplaced();
+
 	/** Stores the style and sends it to every caption source. @param opacity percent */
 	void setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
 		      const QFont &font);
@@ -97,7 +100,8 @@ private:
 	/** Places a source that the user, or the removal of a scene, has taken out of every scene. */
 	void placeIfNowhere(LanguageCaptionState &state);
 	void placeLater(const QString &sourceName);
-	void autoPlaceCaptionSource(obs_source_t *source);
+	/** False when there is no current scene to place it in. */
+	bool autoPlaceCaptionSource(obs_source_t *source);
 	void updateObsText(LanguageCaptionState &state, const QString &text);
 	void updateBrowserSourceFiles(const LanguageCaptionState &state, const QString &text);
 
@@ -107,6 +111,8 @@ private:
 	std::map<QString, LanguageCaptionState> states;
 	/** Names of sources that are about to be placed. */
 	QSet<QString> awaitingPlace;
+	/** Names of sources for which there was no scene. */
+	QSet<QString> unplaced;
 	/** Factor of the time calcDisplayMs() gives a text. */
 	float readingSpeed = 1.0f;
 	CaptionStyle style;

@@ -597,6 +597,7 @@ void TalvoraPlugin::watchScene()
 {
 	sceneWatcher = std::make_unique<SceneWatcher>();
 	connect(sceneWatcher.get(), &SceneWatcher::collectionChanged, this, &TalvoraPlugin::restoreOutputs);
+	connect(sceneWatcher.get(), &SceneWatcher::sceneChanged, captionManager, &CaptionManager::placeUnplaced);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceCreated, this, &TalvoraPlugin::onSourceCreated);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceRemoved, this, &TalvoraPlugin::onSourceRemoved);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceRenamed, this, &TalvoraPlugin::onSourceRenamed);

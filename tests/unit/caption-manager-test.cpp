@@ -259,7 +259,7 @@ private Q_SLOTS:
 	void sourceInAGroupStaysThere();
 	void sourceInNoSceneIsPlacedAgain();
 	void sourceThatTurnsUpIsTakenUp();
-	void placementWithoutASceneDoesNothing();
+	void placementWithoutASceneIsMadeUpForLater();
 	void placementIntoSomethingThatIsNoSceneDoesNothing();
 	void placementOfASourceRemovedByThenDoesNothing();
 	void placementThatFailsIsNotLogged();
@@ -1053,13 +1053,23 @@ void CaptionManagerTest::sourceThatTurnsUpIsTakenUp()
 	QCOMPARE(state().source.get(), second.Get());
 }
 
-void CaptionManagerTest::placementWithoutASceneDoesNothing()
+void CaptionManagerTest::placementWithoutASceneIsMadeUpForLater()
 {
 	makeSpanish();
 	setCurrentScene(nullptr);
 	waitForPlacement();
 	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
+
+	// It is made up for as soon as there is a scene, and then no more.
+	setCurrentScene(scene->source());
+	manager->placeUnplaced();
+	waitForPlacement();
+	QVERIFY(itemOf(*scene, spanish));
+	manager->placeUnplaced();
+	obs_sceneitem_remove(itemOf(*scene, spanish));
+	waitForPlacement();
+	QVERIFY(!itemOf(*scene, spanish));
 }
 
 void CaptionManagerTest::placementIntoSomethingThatIsNoSceneDoesNothing()
