@@ -113,6 +113,21 @@ def media_file(name, path, looping=False, **more):
 	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, **more)
 
 
+def scene_collection(name, inputs=(), *, scenes=(), sources=()):
+	"""A scene collection as OBS stores it: SCENE with the inputs, bottom first, then `scenes`, which are empty.
+
+	sources: more sources as OBS stores them; one called SCENE takes the place of that scene.
+	"""
+	items = [one.as_item(number) for number, one in enumerate(inputs, 1)]
+	first = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
+	stored = [one.as_source() for one in inputs] + list(sources)
+	stored += [{"id": "scene", "name": one, "settings": {"items": [], "id_counter": 0}} for one in scenes]
+	if all(one["name"] != SCENE for one in sources):
+		stored.append(first)
+	return {"name": name, "current_scene": SCENE, "current_program_scene": SCENE,
+		"scene_order": [{"name": one} for one in (SCENE, *scenes)], "sources": stored}
+
+
 class VirtualDisplay:
 	"""An X server without a screen."""
 
@@ -137,6 +152,8 @@ class Obs:
 	"""OBS with one scene called "Scene", the module under test, and a remote control.
 
 	inputs: what is in the scene from the start, bottom first; more can be made later.
+	collections: scene collections that there are besides, made with scene_collection(); one called "Untitled" is the one
+	OBS starts with, in place of the scene with the inputs.
 	browser: also install the lab's browser source.
 	plugin: install the module under test.
 	talvora_config: what the module's configuration file holds at the start, or None for no file.
@@ -144,6 +161,7 @@ class Obs:
 	canvas: width and height in pixels. preview: show the picture in the main window; costs much without a graphics card.
 	tracks: the audio tracks to record, 1 to 6.
 	lossless_audio: record every sample as it was mixed (32-bit float) instead of AAC.
+	profile: more values of the profile, by section and name: {"AdvOut": {"RecRB": True}}.
 	display: an X display to use, or None for a virtual one. screen: width and height of that, in pixels; None: what OBS needs.
 	verbose: log debug lines too.
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
@@ -151,13 +169,13 @@ class Obs:
 	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
 	"""
 
-	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
-		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, screen=None, verbose=False,
-		     accessible=False, path=(), wait=True, build=BUILD):
+	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
+		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
+		     verbose=False, accessible=False, path=(), wait=True, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
-		self._inputs = inputs
+		self._collections = [scene_collection("Untitled", inputs), *collections]
 		self._browser = browser
 		self._plugin = plugin
 		self._talvora_config = talvora_config
@@ -167,6 +185,7 @@ class Obs:
 		self._tracks = tracks
 		self._lossless_audio = lossless_audio
 		self._sample_rate = sample_rate
+		self._profile_values = profile or {}
 		self._display = display
 		self._screen = screen or (canvas[0], canvas[1] + 80)
 		self._verbose = verbose
@@ -326,7 +345,8 @@ class Obs:
 		if fresh:
 			self._write_settings(config)
 			self._write_profile(config / "basic" / "profiles" / "Untitled")
-			self._write_scene(config / "basic" / "scenes" / "Untitled.json")
+			for one in self._collections:
+				_write(config / "basic" / "scenes" / f"{one['name']}.json", json.dumps(one))
 		self.recordings.mkdir(parents=True, exist_ok=True)
 		_write(config / "plugin_config" / "obs-websocket" / "config.json", json.dumps({
 			"alerts_enabled": False, "auth_required": False, "first_load": False, "server_enabled": True,
@@ -378,7 +398,7 @@ class Obs:
 				"FFVCustom": "preset=ultrafast", "FFVBitrate": 2000, "FFAEncoder": "pcm_f32le",
 				"FFAEncoderId": 65557, "FFABitrate": 320, "FFAudioMixes": tracks,
 			}
-		_write(profile / "basic.ini", _ini({
+		sections = {
 			"General": {"Name": "Untitled"},
 			"Output": {"Mode": "Advanced"},
 			"AdvOut": {
@@ -390,16 +410,11 @@ class Obs:
 				"FPSInt": self._fps,
 			},
 			"Audio": {"SampleRate": self._sample_rate, "ChannelSetup": "Stereo"},
-		}))
+		}
+		for name, values in self._profile_values.items():
+			sections[name] = {**sections.get(name, {}), **values}
+		_write(profile / "basic.ini", _ini(sections))
 		_write(profile / "recordEncoder.json", json.dumps({"preset": "ultrafast", "rate_control": "CRF", "crf": 20}))
-
-	def _write_scene(self, path):
-		items = [one.as_item(number) for number, one in enumerate(self._inputs, 1)]
-		scene = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
-		_write(path, json.dumps({
-			"name": "Untitled", "current_scene": SCENE, "current_program_scene": SCENE, "scene_order": [{"name": SCENE}],
-			"sources": [one.as_source() for one in self._inputs] + [scene],
-		}))
 
 	# What it says
 

@@ -251,6 +251,7 @@ void TalvoraPlugin::startSession()
 	flushDubbedSources();
 	// What a session needs may have been removed, or may have appeared, since it was last looked for.
 	restoreDubbedSources();
+	updateCaptionSources();
 	restoreAudioCapture();
 
 	const bool queued = QMetaObject::invokeMethod(wsClient, "connectToServer", Qt::QueuedConnection,
@@ -577,6 +578,7 @@ void TalvoraPlugin::watchScene()
 {
 	sceneWatcher = std::make_unique<SceneWatcher>();
 	connect(sceneWatcher.get(), &SceneWatcher::collectionChanged, this, &TalvoraPlugin::restoreOutputs);
+	connect(sceneWatcher.get(), &SceneWatcher::sceneChanged, captionManager, &CaptionManager::placeUnplaced);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceCreated, this, &TalvoraPlugin::onSourceCreated);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceRemoved, this, &TalvoraPlugin::onSourceRemoved);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceRenamed, this, &TalvoraPlugin::onSourceRenamed);
@@ -592,10 +594,30 @@ void TalvoraPlugin::restoreOutputs()
 
 void TalvoraPlugin::onSourceCreated(const QString &name)
 {
+	takeUpOutput(name);
 	if (name == settings.audioSource) {
 		restoreAudioCapture();
 	}
 	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::takeUpOutput(const QString &name)
+{
+	const OBSSourceAutoRelease source = obs_get_source_by_name(name.toUtf8().constData());
+	if (!source || obs_source_removed(source)) {
+		return;
+	}
+	captionManager->takeUpSource(name);
+	const auto named = std::find_if(dubbedSources.begin(), dubbedSources.end(), [&name](const auto &entry) {
+		return QString::fromStdString(entry.second->name()) == name;
+	});
+	if (named != dubbedSources.end()) {
+		std::unique_lock guard(dubbedMutex);
+		named->second->restoreSource();
+		ignoreOwnOutput();
+		guard.unlock();
+		recheckAudioCapture();
+	}
 }
 
 void TalvoraPlugin::onSourceRemoved()
@@ -613,6 +635,7 @@ void TalvoraPlugin::onSourceRenamed(const QString &from, const QString &to)
 		settings.audioSource = to;
 		saveConfig();
 	}
+	takeUpOutput(to);
 	if (to == settings.audioSource) {
 		restoreAudioCapture();
 	}

@@ -161,6 +161,8 @@ private:
 	bool isCapturing() const;
 	void restoreAudioCapture();
 	void onSourceCreated(const QString &name);
+	/** Goes on with a source that has turned up under the name of an output that OBS has removed. */
+	void takeUpOutput(const QString &name);
 	void onSourceRemoved();
 	void onSourceRenamed(const QString &from, const QString &to);
 	void createDock();
