@@ -25,6 +25,7 @@ def stage(request, make_obs, make_service, tmp_path):
 			service = open_now.enter_context(make_service(NUMBERED)) if in_session else None
 			obs = open_now.enter_context(make_obs(inputs=inputs, collections=others, talvora_config=spanish(in_session), **options))
 			obs.wait_for_log(AUTHENTICATED if in_session else INITIALIZED, timeout=20)
+			obs.wait_for_log(PLACED)
 			witness = Witness(obs, service)
 			witness.wait_for_everything()
 			yield witness
@@ -39,6 +40,8 @@ def switch(obs, collection):
 
 
 def assert_outputs_once(obs):
+	"""Both outputs are there, after a moment, and none is there twice."""
+	wait_until(lambda: {SPANISH_CAPTIONS, SPANISH_DUB} <= set(obs.inputs()), 10, "captions and dub are there")
 	names = obs.inputs()
 	for name in (SPANISH_CAPTIONS, SPANISH_DUB):
 		assert [one for one in names if one.startswith(name)] == [name], f"there is not exactly one '{name}': {names}"
