@@ -1,5 +1,6 @@
 """The settings file in homes that are not as they should be. What a user has set is never lost without a word."""
 
+import contextlib
 import ctypes
 import json
 import os
@@ -117,13 +118,9 @@ def test_read_only_home_is_reported_and_used(make_obs, folder, mount):
 
 def fill(folder):
 	"""Leaves no byte free on the disk that a folder is on."""
-	with open(folder / "fill", "wb") as file:
-		try:
-			while True:
-				file.write(b"\0" * 4096)
-				file.flush()
-		except OSError:
-			pass
+	with open(folder / "fill", "wb", buffering=0) as file, contextlib.suppress(OSError):
+		while True:
+			file.write(bytes(4096))
 
 
 def test_full_disk_is_reported_and_nothing_is_lost(make_obs, folder, mount):
