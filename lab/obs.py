@@ -143,11 +143,12 @@ class Obs:
 	verbose: log debug lines too.
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's.
+	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
 	"""
 
 	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
 		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, screen=None, verbose=False,
-		     accessible=False, path=(), build=BUILD):
+		     accessible=False, path=(), theme=None, scale=1, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -166,6 +167,8 @@ class Obs:
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
+		self._theme = theme
+		self.scale = scale
 		self._session_bus = None
 		self._window_manager = None
 		self._build = Path(build)
@@ -287,6 +290,8 @@ class Obs:
 		if self._session_bus:
 			environment.update(DBUS_SESSION_BUS_ADDRESS=self._session_bus.address, QT_ACCESSIBILITY="1",
 					   QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+		if self.scale != 1:
+			environment.update(QT_SCALE_FACTOR=str(self.scale))
 		if self._path:
 			environment.update(PATH=":".join([*map(str, self._path), environment["PATH"]]))
 		return environment
@@ -344,6 +349,8 @@ class Obs:
 		}
 		above = str(config.parent)
 		sections = {"General": general, "Basic": basic, "BasicWindow": window}
+		if self._theme:
+			sections["Appearance"] = {"Theme": self._theme}
 		_write(config / "user.ini", _ini(sections))
 		locations = {"Configuration": above, "SceneCollections": above, "Profiles": above}
 		_write(config / "global.ini", _ini({**sections, "Locations": locations}))
