@@ -167,11 +167,12 @@ class Obs:
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's.
 	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
+	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
 	"""
 
 	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
 		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
-		     verbose=False, accessible=False, path=(), wait=True, build=BUILD):
+		     verbose=False, accessible=False, path=(), wait=True, theme=None, scale=1, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -192,6 +193,8 @@ class Obs:
 		self._accessible = accessible
 		self._path = path
 		self._wait = wait
+		self._theme = theme
+		self.scale = scale
 		self._session_bus = None
 		self._window_manager = None
 		self._build = Path(build)
@@ -325,6 +328,8 @@ class Obs:
 		if self._session_bus:
 			environment.update(DBUS_SESSION_BUS_ADDRESS=self._session_bus.address, QT_ACCESSIBILITY="1",
 					   QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+		if self.scale != 1:
+			environment.update(QT_SCALE_FACTOR=str(self.scale))
 		if self._path:
 			environment.update(PATH=":".join([*map(str, self._path), environment["PATH"]]))
 		return environment
@@ -383,6 +388,8 @@ class Obs:
 		}
 		above = str(config.parent)
 		sections = {"General": general, "Basic": basic, "BasicWindow": window}
+		if self._theme:
+			sections["Appearance"] = {"Theme": self._theme}
 		_write(config / "user.ini", _ini(sections))
 		locations = {"Configuration": above, "SceneCollections": above, "Profiles": above}
 		_write(config / "global.ini", _ini({**sections, "Locations": locations}))

@@ -10,9 +10,11 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
-from lab.obs import Obs  # noqa: E402
+from dock_user import User  # noqa: E402
+from lab.obs import Obs, media_file  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
 from lab.service import LocalService  # noqa: E402
+from sessions import MICROPHONE, constant_wav  # noqa: E402
 
 
 def pytest_addoption(parser):
@@ -72,3 +74,23 @@ def usual_complaints():
 		obs.request("GetVersion")
 	assert obs.exit_status == 0, "OBS without the module does not exit cleanly"
 	return obs.complaints()
+
+
+@pytest.fixture
+def user_of(artefacts):
+	def user(obs):
+		obs.wait_for_log("Talvora plugin initialized")
+		return User(obs, artefacts)
+
+	return user
+
+
+@pytest.fixture
+def desktop_obs(make_obs, tmp_path):
+	"""An OBS with a window to work in, a microphone that never falls silent, and nobody signed in."""
+
+	def make(**options):
+		microphone = media_file(MICROPHONE, constant_wav(tmp_path / "constant.wav", 10, 8000), looping=True)
+		return make_obs(accessible=True, inputs=[microphone], **options)
+
+	return make
