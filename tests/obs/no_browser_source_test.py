@@ -53,6 +53,6 @@ def test_nobody_is_told_where_captions_are_not_wanted_or_can_be_drawn(make_obs):
 	with make_obs(accessible=True, talvora_config=captioned) as obs:
 		obs.wait_for_log(r"\[talvora-obs\] Talvora plugin initialized$")
 		hands = Hands(obs)
-		hands.find("table", "Target languages", hands.dock("Talvora"))
+		hands.find("check box", "Spanish: Captions", hands.dock("Talvora"))
 		assert not hands.all("label", SHOWN)
 	assert LOGGED not in obs.log
