@@ -14,7 +14,7 @@ SHOWN = ("This OBS has no browser source, so captions cannot be shown. OBS from 
 
 SCRIPT = [
 	*LET_IN,
-	{"after_audio_bytes": 64000},
+	{"after_audio_bytes": 128000},
 	{"send": {"type": "transcript_interim", "text": "good morning"}},
 	{"send": {"type": "caption", "language": "es", "text": "Buenos días", "duration": 8}},
 	{"send_tts": {"language": "es", "pcm": "sine 440 1.0s"}},
@@ -30,8 +30,8 @@ def test_user_is_told_once_and_the_rest_works(make_obs, make_service, tmp_path, 
 		obs.add_to_scene(SPANISH_DUB)
 		obs.set_tracks(SPANISH_DUB, 2)
 		obs.start_recording()
-		# First, since it goes away after 8 s.
-		wait_until(lambda: '"Buenos días"' in obs.input_settings(SPANISH_CAPTIONS)["css"], 10, "the caption is where it would be drawn")
+		# Before anything that takes longer than the caption is up.
+		wait_until(lambda: '"Buenos días"' in obs.input_settings(SPANISH_CAPTIONS)["css"], 20, "the caption is where it would be drawn")
 		hands = Hands(obs)
 		hint = hands.find("label", SHOWN, hands.dock("Talvora"))
 		hands.reveal(hint)
