@@ -28,6 +28,9 @@ PLUGIN = "talvora-obs"
 BROWSER = "talvora-lab-browser"
 SCENE = "Scene"
 
+# What OBS logs when sources are left that it wants to be rid of.
+NOT_CLEARED = "Not all sources were cleared"
+
 # Lines by which OBS or Qt say that something was not cleaned up or was called at the wrong time.
 COMPLAINTS = re.compile(
 	r"Not all sources were cleared|Tried to call .* with no callbacks|QObject::|QThread: Destroyed|"
@@ -252,7 +255,8 @@ class Obs:
 		except subprocess.TimeoutExpired:
 			self._process.kill()
 			self._process.wait()
-			raise TimeoutError(f"OBS did not end within {_STOP_SECONDS} s") from None
+			why = f": {NOT_CLEARED}" if NOT_CLEARED in self.log else ""
+			raise TimeoutError(f"OBS did not end within {_STOP_SECONDS} s{why}") from None
 		return self.exit_status
 
 	def running(self):
@@ -477,7 +481,13 @@ class Obs:
 
 	def request(self, kind, timeout=10, **data):
 		"""One obs-websocket request; returns its response data."""
-		return self.remote.request(kind, timeout, **data)
+		try:
+			return self.remote.request(kind, timeout, **data)
+		except Exception as error:
+			# OBS 32 waits for ever, or has crashed, when it has not got rid of a collection's sources.
+			if NOT_CLEARED in self.log:
+				raise RuntimeError(f"OBS does not answer {kind}: {NOT_CLEARED}") from error
+			raise
 
 	def create_input(self, name, kind, settings=None, scene=SCENE, enabled=True):
 		"""Makes a source and puts it on top of the scene; returns the scene item's number."""

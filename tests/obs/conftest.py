@@ -11,7 +11,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from dock_user import User  # noqa: E402
-from lab.obs import Obs, media_file, obs_version  # noqa: E402
+from lab.obs import NOT_CLEARED, Obs, media_file, obs_version  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
 from lab.service import LocalService  # noqa: E402
 from sessions import MICROPHONE, constant_wav  # noqa: E402
@@ -34,7 +34,7 @@ def pytest_collection_modifyitems(config, items):
 		# After a change of scene it now and then keeps a scene for ever, with the module or without (3 of 26 runs without).
 		# What the module keeps, it would keep in every run.
 		for item in items:
-			item.add_marker(pytest.mark.flaky(reruns=3, only_rerun=["Not all sources were cleared"]))
+			item.add_marker(pytest.mark.flaky(reruns=3, only_rerun=[NOT_CLEARED]))
 
 
 @pytest.fixture
