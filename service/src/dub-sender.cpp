@@ -84,7 +84,8 @@ void DubSender::pump(const QString &language, Queue &queue)
 {
 	const double now = nowSec();
 	queue.playedAtSec = std::max(queue.playedAtSec, now);
-	while (!queue.clips.empty() && queue.playedAtSec - now < kAheadSec) {
+	// Half a frame less: the sum of frames is off by a rounding that depends on the time of day.
+	while (!queue.clips.empty() && queue.playedAtSec - now < kAheadSec - kFrameSec / 2) {
 		sendFrame(language, queue);
 	}
 }
