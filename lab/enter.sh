@@ -85,4 +85,7 @@ shift
 
 root=$("$lab_dir/root.sh" "$suite")
 [ "$(id -u)" = 0 ] || die "Entering the lab's root filesystem needs root: run this with sudo."
-exec unshare --mount --pid --fork --kill-child --uts --ipc --net -- "$0" --inside "$root" "${variables[@]}" "$@"
+namespaces=(--mount --pid --uts --net)
+# Pictures reach a display by shared memory, which both must see: OBS's preview stays black otherwise.
+[ -n "$LAB_DISPLAY" ] || namespaces+=(--ipc)
+exec unshare "${namespaces[@]}" --fork --kill-child -- "$0" --inside "$root" "${variables[@]}" "$@"

@@ -77,9 +77,12 @@ class Hands:
 	# Doing
 
 	def click(self, widget):
-		"""Clicks into the middle of a widget, after scrolling to it."""
+		"""Clicks into the middle of a widget, after scrolling to it; a window that has just opened may still be moving."""
 		self.reveal(widget)
-		self._click_at(*_middle(widget.place))
+		place = None
+		while place != (place := widget.place):
+			self._xdotool("mousemove", *_middle(place))
+		self._xdotool("click", 1)
 
 	def type(self, text):
 		"""Types into what has the keyboard."""

@@ -237,8 +237,10 @@ void PluginDock::show()
 		if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
 			setMinimumHeight(kLowScreenMinimumHeight);
 		}
-		// A layout from before the dock's first time leaves it as OBS made it: hidden and floating.
+		// A layout from before the dock's first time leaves it as OBS made it: hidden, floating and nowhere.
+		const QRect made = surrounding->geometry();
 		window->restoreState(layout);
+		isNew = surrounding->isFloating() && surrounding->geometry() == made;
 	}
 	if (QDockWidget *surrounding = surroundingDock()) {
 		// Who opens the dock from the menu by keyboard could not get into it otherwise when it floats.
@@ -287,12 +289,18 @@ void PluginDock::showEvent(QShowEvent *event)
 	shownOnce = true;
 }
 
-/** A floating dock may be larger than the screen: it prefers a height of its own, or was used on another one. */
+/**
+ * A floating dock may be larger than the screen: it prefers a height of its own, or was used on another one.
+ * A new one goes right of OBS's window, as far as there is room: by itself it opens in the corner of the screen.
+ */
 void PluginDock::fitOnScreen()
 {
 	QDockWidget *surrounding = surroundingDock();
 	if (!surrounding || !surrounding->isFloating()) {
 		return;
+	}
+	if (const QWidget *window = surrounding->parentWidget(); isNew && window) {
+		surrounding->move(window->frameGeometry().right() + 1, window->frameGeometry().top());
 	}
 	const QRect available = surrounding->screen()->availableGeometry();
 	const QSize frame = surrounding->frameGeometry().size() - surrounding->size();

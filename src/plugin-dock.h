@@ -161,6 +161,8 @@ private:
 	/** Seconds since the session became connected. */
 	int sessionSeconds = 0;
 	bool shownOnce = false;
+	/** OBS's layout had no place for the dock yet. */
+	bool isNew = false;
 
 	QComboBox *audioSourceCombo = nullptr;
 	QCheckBox *muteOriginalCheck = nullptr;

@@ -60,6 +60,8 @@ private Q_SLOTS:
 	void reopeningKeepsStateAndRefreshesAudioSources();
 	void comesBackWhereItWas();
 	void floatingDockFitsOnTheScreen();
+	void newDockOpensBesideTheWindow();
+	void floatingDockComesBackWhereItWas();
 	void lowScreensGetALowerMinimum();
 	void wheelOverAnUnfocusedControlChangesNothing();
 
@@ -312,6 +314,8 @@ namespace {
 struct MainWindow {
 	explicit MainWindow(PluginDock *shown, const QByteArray &layout = QByteArray()) : panel(shown)
 	{
+		window.setGeometry(20, 40, 320, 300);
+		window.show();
 		if (!layout.isEmpty()) {
 			window.restoreState(layout);
 		}
@@ -341,7 +345,6 @@ void PluginDockTest::comesBackWhereItWas()
 		MainWindow before(new PluginDock(plugin.get(), nullptr));
 		QVERIFY(before.surrounding()->isFloating());
 		QVERIFY(!before.surrounding()->isVisible());
-		before.window.show();
 		before.surrounding()->setFloating(false);
 		before.window.addDockWidget(Qt::LeftDockWidgetArea, before.surrounding());
 		before.panel->bringOnScreen();
@@ -358,7 +361,6 @@ void PluginDockTest::comesBackWhereItWas()
 	// Closed, it is opened from the menu where it was.
 	MainWindow third(new PluginDock(plugin.get(), nullptr), layout);
 	QVERIFY(third.surrounding()->isHidden());
-	third.window.show();
 	third.surrounding()->setVisible(true);
 	QVERIFY(third.panel->isVisible());
 	QCOMPARE(third.window.dockWidgetArea(third.surrounding()), Qt::LeftDockWidgetArea);
@@ -368,11 +370,37 @@ void PluginDockTest::floatingDockFitsOnTheScreen()
 {
 	MainWindow around(new PluginDock(plugin.get(), nullptr));
 	around.surrounding()->setGeometry(700, 300, 380, 2000);
-	around.window.show();
 	around.panel->bringOnScreen();
 	const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
 	QTRY_VERIFY(screen.contains(around.surrounding()->frameGeometry()));
 	QCOMPARE(around.surrounding()->width(), 380);
+}
+
+void PluginDockTest::newDockOpensBesideTheWindow()
+{
+	MainWindow around(new PluginDock(plugin.get(), nullptr));
+	const QRect window = around.window.frameGeometry();
+	const QPoint beside(window.right() + 1, window.top());
+	around.panel->bringOnScreen();
+	QTRY_COMPARE(around.surrounding()->pos(), beside);
+}
+
+void PluginDockTest::floatingDockComesBackWhereItWas()
+{
+	const QRect place(400, 90, 380, 620);
+	QByteArray layout;
+	{
+		MainWindow before(new PluginDock(plugin.get(), nullptr));
+		before.panel->bringOnScreen();
+		QVERIFY(before.panel->shownOnce);
+		QCoreApplication::processEvents();
+		before.surrounding()->setGeometry(place);
+		layout = before.window.saveState();
+	}
+	MainWindow again(new PluginDock(plugin.get(), nullptr), layout);
+	QVERIFY(again.panel->shownOnce);
+	QCoreApplication::processEvents();
+	QCOMPARE(again.surrounding()->geometry(), place);
 }
 
 void PluginDockTest::lowScreensGetALowerMinimum()
