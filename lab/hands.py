@@ -63,9 +63,13 @@ class Hands:
 
 		return wait_until(found, timeout, f"there is a {role} '{name}'")
 
+	def docks(self, title):
+		"""The outermost frame of a dock, alone in a list; empty when it is not seen. Docked in OBS 32 it counts as a panel."""
+		return (self.all("frame", title) or self.all("panel", title))[:1]
+
 	def dock(self, title):
-		"""The outermost frame of a dock."""
-		return self.find("frame", title)
+		"""The outermost frame of a dock; waits until there is one."""
+		return wait_until(lambda: self.docks(title), 10, f"there is a dock '{title}'")[0]
 
 	def picture(self, path, widget=None):
 		"""The whole screen, or where a widget is on it, as a PNG."""
@@ -133,6 +137,10 @@ class Hands:
 			raise TimeoutError(f"the slider does not come to {value}: it is at {slider.value}")
 		finally:
 			self._xdotool("mouseup", 1)
+
+	def resize_window(self, name, width, height):
+		"""Gives the window whose title matches a size of the content, in pixels, and puts it into the corner of the screen."""
+		self._xdotool("search", "--onlyvisible", "--name", name, "windowmove", 0, 0, "windowsize", width, height)
 
 	def drag(self, start, end):
 		"""Takes what is at one place of the screen and lets it go at another, on the way stopping where a hand would."""

@@ -5,6 +5,7 @@
 #include "plugin-dock-widgets.h"
 #include "plugin-support.h"
 #include "talvora-plugin.h"
+#include "window-layout.h"
 
 #include <QAction>
 #include <QCheckBox>
@@ -33,9 +34,9 @@ namespace {
 constexpr auto kDockId = "TalvoraDock";
 constexpr qsizetype kErrorLength = 120;
 constexpr int kClockIntervalMs = 1000;
-/** On lower screens OBS's window has no room for the minimum height beside its own docks, which need 300 pixels. */
-constexpr int kRoomyScreenHeight = 960;
-constexpr int kLowScreenMinimumHeight = 300;
+/** All of the panel scrolls, and with more than this OBS's window often has no room for the dock beside its own ones.
+ */
+constexpr int kMinimumHeightInWindow = 300;
 constexpr QChar kNoMinutes = u'—';
 
 constexpr auto kGreenButton = "QPushButton { background-color: #4CAF50; color: white; border-radius: 4px; "
@@ -228,18 +229,13 @@ QWidget *PluginDock::buildStatusSection()
 
 void PluginDock::show()
 {
-	// OBS restored its window before this dock existed. Its layout still knows the dock's place, which is lost when
-	// OBS adds the dock.
 	auto *window = static_cast<QMainWindow *>(obs_frontend_get_main_window());
-	const QByteArray layout = window ? window->saveState() : QByteArray();
 	obs_frontend_add_dock_by_id(kDockId, obs_module_text("Dock.Title"), this);
 	if (QDockWidget *surrounding = surroundingDock(); window && surrounding) {
-		if (surrounding->screen()->availableGeometry().height() < kRoomyScreenHeight) {
-			setMinimumHeight(kLowScreenMinimumHeight);
-		}
+		setMinimumHeight(kMinimumHeightInWindow);
 		// A layout from before the dock's first time leaves it as OBS made it: hidden, floating and nowhere.
 		const QRect made = surrounding->geometry();
-		window->restoreState(layout);
+		restoreWindowLayout(*window);
 		isNew = surrounding->isFloating() && surrounding->geometry() == made;
 	}
 	if (QDockWidget *surrounding = surroundingDock()) {

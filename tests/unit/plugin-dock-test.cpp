@@ -19,6 +19,8 @@
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <util/config-file.h>
+
 #include <memory>
 #include <optional>
 
@@ -62,7 +64,9 @@ private Q_SLOTS:
 	void floatingDockFitsOnTheScreen();
 	void newDockOpensBesideTheWindow();
 	void floatingDockComesBackWhereItWas();
-	void lowScreensGetALowerMinimum();
+	void tabInFrontComesBackInFront();
+	void dockOpenedByAnotherModuleStaysOpen();
+	void mayBeLowInTheWindowOfObs();
 	void wheelOverAnUnfocusedControlChangesNothing();
 
 	// Status
@@ -310,30 +314,61 @@ void PluginDockTest::reopeningKeepsStateAndRefreshesAudioSources()
 
 namespace {
 
-/** OBS's window for one panel, which belongs to it from then on. */
+/**
+ * OBS's window with two docks of its own, as it comes up with a layout that was saved, and one panel, which belongs to
+ * it from then on.
+ */
 struct MainWindow {
-	explicit MainWindow(PluginDock *shown, const QByteArray &layout = QByteArray()) : panel(shown)
+	explicit MainWindow(PluginDock *shown, const QByteArray &layout = QByteArray())
 	{
+		config_open_string(&settings, "");
+		frontendStub().windowSettings = settings;
 		window.setGeometry(20, 40, 320, 300);
-		window.show();
+		controls = addDock(u"controlsDock"_s);
+		chat = addDock(u"chatDock"_s);
 		if (!layout.isEmpty()) {
+			config_set_string(settings, "BasicWindow", "DockState", layout.toBase64().constData());
 			window.restoreState(layout);
 		}
+		window.show();
 		frontendStub().mainWindow = &window;
-		panel->show();
+		if (shown) {
+			add(shown);
+		}
 	}
 	~MainWindow()
 	{
 		frontendStub().mainWindow = nullptr;
+		frontendStub().windowSettings = nullptr;
 		frontendStub().docks.clear();
+		config_close(settings);
 	}
 	MainWindow(const MainWindow &) = delete;
 	MainWindow &operator=(const MainWindow &) = delete;
 
+	void add(PluginDock *shown)
+	{
+		panel = shown;
+		panel->show();
+	}
+
 	QDockWidget *surrounding() const { return qobject_cast<QDockWidget *>(panel->parentWidget()); }
 
 	QMainWindow window;
-	PluginDock *panel;
+	QDockWidget *controls;
+	QDockWidget *chat;
+	PluginDock *panel = nullptr;
+
+private:
+	QDockWidget *addDock(const QString &name)
+	{
+		auto *dock = new QDockWidget(&window);
+		dock->setObjectName(name);
+		window.addDockWidget(Qt::BottomDockWidgetArea, dock);
+		return dock;
+	}
+
+	config_t *settings = nullptr;
 };
 
 } // namespace
@@ -403,10 +438,40 @@ void PluginDockTest::floatingDockComesBackWhereItWas()
 	QCOMPARE(again.surrounding()->geometry(), place);
 }
 
-void PluginDockTest::lowScreensGetALowerMinimum()
+void PluginDockTest::tabInFrontComesBackInFront()
 {
-	// The screen of the tests is 800 pixels high.
-	QVERIFY(QGuiApplication::primaryScreen()->availableGeometry().height() < 960);
+	QByteArray layout;
+	{
+		MainWindow before(new PluginDock(plugin.get(), nullptr));
+		before.surrounding()->setFloating(false);
+		before.panel->bringOnScreen();
+		before.window.tabifyDockWidget(before.controls, before.surrounding());
+		before.surrounding()->raise();
+		layout = before.window.saveState();
+	}
+	const MainWindow again(new PluginDock(plugin.get(), nullptr), layout);
+	QCOMPARE(again.window.tabifiedDockWidgets(again.surrounding()), {again.controls});
+	QVERIFY(!again.surrounding()->visibleRegion().isEmpty());
+	QVERIFY(again.controls->visibleRegion().isEmpty());
+}
+
+void PluginDockTest::dockOpenedByAnotherModuleStaysOpen()
+{
+	QByteArray layout;
+	{
+		MainWindow before(new PluginDock(plugin.get(), nullptr));
+		before.chat->close();
+		layout = before.window.saveState();
+	}
+	MainWindow again(nullptr, layout);
+	QVERIFY(again.chat->isHidden());
+	again.chat->setVisible(true);
+	again.add(new PluginDock(plugin.get(), nullptr));
+	QVERIFY(!again.chat->isHidden());
+}
+
+void PluginDockTest::mayBeLowInTheWindowOfObs()
+{
 	auto *panel = new PluginDock(plugin.get(), nullptr);
 	QCOMPARE(panel->minimumSize(), QSize(320, 600));
 	const MainWindow around(panel);

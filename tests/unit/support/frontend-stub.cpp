@@ -67,6 +67,15 @@ void *obs_frontend_get_main_window(void)
 	return frontendStub().mainWindow;
 }
 
+#if LIBOBS_API_VER >= MAKE_SEMANTIC_VERSION(31, 0, 0)
+config_t *obs_frontend_get_user_config(void)
+#else
+config_t *obs_frontend_get_global_config(void)
+#endif
+{
+	return frontendStub().windowSettings;
+}
+
 void obs_frontend_remove_dock(const char *id)
 {
 	delete frontendStub().docks.take(QString::fromUtf8(id));

@@ -26,6 +26,8 @@ struct FrontendStub {
 	std::vector<Callback> callbacks;
 	/** With a window, docks are put into it as OBS does: hidden and floating. */
 	QMainWindow *mainWindow = nullptr;
+	/** OBS's settings of its windows; null for none. The test owns them. */
+	config_t *windowSettings = nullptr;
 
 	/** Tells the registered callbacks. */
 	void emitEvent(obs_frontend_event event) const;
