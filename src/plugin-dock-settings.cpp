@@ -12,7 +12,6 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
-#include <QPointer>
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QSlider>
@@ -317,12 +316,11 @@ void PluginDock::onCaptionAlignChanged(int index)
 
 void PluginDock::onCaptionColorClicked()
 {
-	// OBS may end, and the dock with it, while the dialog is open.
-	const QPointer<PluginDock> self(this);
+	// When OBS ends meanwhile, and the dock with it, the dialog goes too and gives no colour.
 	const QColor color =
 		QColorDialog::getColor(plugin->currentSettings().captionTextColor, this,
 				       dock::text("Dock.Settings.CaptionColor"), QColorDialog::ShowAlphaChannel);
-	if (self && color.isValid()) {
+	if (color.isValid()) {
 		plugin->setCaptionTextColor(color);
 		showColor(captionColorButton, color);
 	}
@@ -330,11 +328,10 @@ void PluginDock::onCaptionColorClicked()
 
 void PluginDock::onCaptionBgColorClicked()
 {
-	const QPointer<PluginDock> self(this);
 	const QColor color =
 		QColorDialog::getColor(plugin->currentSettings().captionBgColor, this,
 				       dock::text("Dock.Settings.CaptionBgColor"), QColorDialog::ShowAlphaChannel);
-	if (self && color.isValid()) {
+	if (color.isValid()) {
 		plugin->setCaptionBgColor(color);
 		showColor(captionBgColorButton, color);
 	}
@@ -348,11 +345,10 @@ void PluginDock::onCaptionOpacityChanged(int value)
 
 void PluginDock::onCaptionFontClicked()
 {
-	const QPointer<PluginDock> self(this);
 	bool accepted = false;
 	const QFont font = QFontDialog::getFont(&accepted, plugin->currentSettings().captionFont, this,
 						dock::text("Dock.Settings.CaptionFont"));
-	if (self && accepted) {
+	if (accepted) {
 		plugin->setCaptionFont(font);
 		captionFontButton->setText(font.family());
 	}
