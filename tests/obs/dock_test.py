@@ -175,23 +175,6 @@ def test_reopened_dock_lists_the_sources_there_are_now(desktop_obs, user_of):
 		wait_for_saved(obs, "audioSource", "Second microphone")
 
 
-def test_open_dock_is_open_again_after_a_restart(desktop_obs, user_of, tmp_path):
-	home = tmp_path / "home"
-	with desktop_obs(home=home, talvora_config={"apiKey": KEY}) as obs:
-		user = user_of(obs)
-		user.open_dock()
-	with desktop_obs(home=home) as obs:
-		user = user_of(obs)
-		user.wait_for_label("Disconnected")
-		user.picture("open-after-restart")
-		user.click("push button", "Close")
-		wait_until(lambda: not user.hands.all("frame", "Talvora"), 10, "the dock is closed")
-	with desktop_obs(home=home) as obs:
-		user = user_of(obs)
-		user.hands.find("menu item", "Docks")
-		assert not user.hands.all("frame", "Talvora"), "the dock that was closed is open again"
-
-
 def test_screen_reader_finds_the_boxes_of_every_language(desktop_obs, user_of):
 	with desktop_obs(talvora_config={"apiKey": KEY, "targetLanguages": targets(es="dubbing")}) as obs:
 		user = user_of(obs)
