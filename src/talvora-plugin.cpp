@@ -35,6 +35,18 @@ constexpr unsigned long kThreadStopDeadline = 5000;
 constexpr auto kDockId = "TalvoraDock";
 constexpr QFileDevice::Permissions kOwnerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeOwner;
+constexpr QFileDevice::Permissions kEverybodyElse = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
+						    QFileDevice::ExeGroup | QFileDevice::ReadOther |
+						    QFileDevice::WriteOther | QFileDevice::ExeOther;
+
+/** Takes from everybody else what may have been left open to them; the owner's own permissions stay. */
+void keepForOwner(const QString &path)
+{
+	const QFileDevice::Permissions present = QFile::permissions(path);
+	if (present & kEverybodyElse) {
+		QFile::setPermissions(path, present & kOwnerFolder);
+	}
+}
 
 bool isCapturable(const obs_source_t *source)
 {
@@ -236,6 +248,9 @@ void TalvoraPlugin::loadConfig()
 	if (!file.open(QIODevice::ReadOnly)) {
 		return;
 	}
+	// The file holds a credential.
+	keepForOwner(QFileInfo(path).path());
+	keepForOwner(path);
 	QJsonParseError error;
 	const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
 	file.close();
@@ -252,16 +267,16 @@ void TalvoraPlugin::saveConfig()
 {
 	const QString path = configFilePath();
 	const QString folder = QFileInfo(path).path();
-	QDir().mkpath(folder);
-	// The file holds a credential: both are the owner's alone, also where an older version left them open.
-	QFile::setPermissions(folder, kOwnerFolder);
+	QDir().mkpath(QFileInfo(folder).path());
+	QDir().mkdir(folder, kOwnerFolder);
+	keepForOwner(folder);
+	keepForOwner(path);
 
 	QFile file(path);
 	if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate, kOwnerFile)) {
 		talvora_log(LOG_WARNING, "Talvora: failed to save config to %s", path.toUtf8().constData());
 		return;
 	}
-	file.setPermissions(kOwnerFile);
 	file.write(QJsonDocument(settings.toJson()).toJson(QJsonDocument::Indented));
 }
 
