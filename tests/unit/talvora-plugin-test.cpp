@@ -25,6 +25,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <sys/stat.h>
+
 #include <dlfcn.h>
 
 #include <array>
@@ -85,6 +87,8 @@ private Q_SLOTS:
 	void configIsLoadedWithItsLine();
 	void unwritableConfigIsReported();
 	void configIsTheOwnersAlone();
+	void configIsMadeForTheOwnerAlone();
+	void openConfigIsClosedToOthersWhenItIsLoaded();
 	void configIsIndentedJson();
 
 	// Sessions
@@ -575,6 +579,39 @@ void TalvoraPluginTest::configIsTheOwnersAlone()
 	make().saveConfig();
 	QVERIFY(!(QFile::permissions(configPath()) & others));
 	QVERIFY(!(QFile::permissions(QFileInfo(configPath()).path()) & others));
+}
+
+void TalvoraPluginTest::configIsMadeForTheOwnerAlone()
+{
+	const mode_t before = umask(0);
+	make().saveConfig();
+	umask(before);
+	const auto modeOf = [](const QString &path) {
+		struct stat found{};
+		return ::stat(QFile::encodeName(path).constData(), &found) == 0 ? found.st_mode & 07777 : 0;
+	};
+	QCOMPARE(modeOf(configPath()), mode_t{0600});
+	QCOMPARE(modeOf(QFileInfo(configPath()).path()), mode_t{0700});
+}
+
+void TalvoraPluginTest::openConfigIsClosedToOthersWhenItIsLoaded()
+{
+	writeConfig(R"({"apiKey": "tak_secret"})");
+	const QString folder = QFileInfo(configPath()).path();
+	QCOMPARE(chmod(QFile::encodeName(configPath()).constData(), 0644), 0);
+	QCOMPARE(chmod(QFile::encodeName(folder).constData(), 0755), 0);
+	make().loadConfig();
+	const QFileDevice::Permissions others =
+		QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
+	QVERIFY(!(QFile::permissions(configPath()) & others));
+	QVERIFY(!(QFile::permissions(folder) & others));
+
+	// What the owner has forbidden themselves stays forbidden.
+	QCOMPARE(chmod(QFile::encodeName(configPath()).constData(), 0444), 0);
+	plugin->loadConfig();
+	struct stat found{};
+	QCOMPARE(::stat(QFile::encodeName(configPath()).constData(), &found), 0);
+	QCOMPARE(found.st_mode & 07777, mode_t{0400});
 }
 
 void TalvoraPluginTest::configIsIndentedJson()
