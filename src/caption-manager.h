@@ -2,7 +2,6 @@
 #pragma once
 
 #include "caption-state.h"
-#include "caption-style.h"
 
 #include <QColor>
 #include <QFont>
@@ -98,5 +97,6 @@ private:
 	std::map<QString, LanguageCaptionState> states;
 	/** Factor of the time calcDisplayMs() gives a text. */
 	float readingSpeed = 1.0f;
-	CaptionStyle style;
+	/** The style as CSS, which stays the same from caption to caption. */
+	QString styleRules;
 };
