@@ -143,11 +143,12 @@ class Obs:
 	verbose: log debug lines too.
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's.
+	modules: files of more modules to install.
 	"""
 
 	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
 		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, screen=None, verbose=False,
-		     accessible=False, path=(), build=BUILD):
+		     accessible=False, path=(), modules=(), build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -166,6 +167,7 @@ class Obs:
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
+		self._modules = modules
 		self._session_bus = None
 		self._window_manager = None
 		self._build = Path(build)
@@ -223,6 +225,10 @@ class Obs:
 			self._process.wait()
 			raise TimeoutError(f"OBS did not end within {_STOP_SECONDS} s") from None
 		return self.exit_status
+
+	@property
+	def pid(self):
+		return self._process.pid
 
 	def running(self):
 		return self._process is not None and self._process.poll() is None
@@ -316,6 +322,8 @@ class Obs:
 			self._install(PLUGIN, self._build / "src" / f"{PLUGIN}.so", CHECKOUT / "data")
 		if self._browser:
 			self._install(BROWSER, self._build / "lab" / "browser-source" / f"{BROWSER}.so", None)
+		for module in self._modules:
+			self._install(module.stem, module, None)
 		if self._talvora_config is not None:
 			_write(self.talvora_config_path, json.dumps(self._talvora_config, indent=4))
 
