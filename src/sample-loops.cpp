@@ -3,6 +3,12 @@
 
 #include "vector-code.h"
 
+namespace {
+
+constexpr float kFullScale = 32767.0f;
+
+} // namespace
+
 namespace sample_loops {
 
 TALVORA_VECTOR_CODE
@@ -21,7 +27,7 @@ void decimateAndQuantise(const float *__restrict mono, size_t count, int16_t *__
 		// Written as "not below" and "not above" so that NaN comes out at full scale instead of undefined.
 		const float upper = average < 1.0f ? average : 1.0f;
 		const float value = upper > -1.0f ? upper : -1.0f;
-		out[k] = static_cast<int16_t>(static_cast<int32_t>(value * 32767.0f));
+		out[k] = static_cast<int16_t>(static_cast<int32_t>(value * kFullScale));
 	}
 }
 
@@ -50,23 +56,6 @@ void line(float from, float step, size_t count, float *__restrict out)
 	for (size_t k = 0; k < count; ++k) {
 		// Of 32 bits with a sign, because that is what every machine turns into a float at once.
 		out[k] = from + static_cast<float>(static_cast<int32_t>(k + 1)) * step;
-	}
-}
-
-TALVORA_VECTOR_CODE
-void doubleRate(const int16_t *pcm, size_t count, float last, float *__restrict out)
-{
-	if (count == 0) {
-		return;
-	}
-	const auto line = [out](size_t i, float from, float to) {
-		const float step = (to - from) / 2.0f;
-		out[2 * i] = from + step;
-		out[2 * i + 1] = from + 2.0f * step;
-	};
-	line(0, last, static_cast<float>(pcm[0]) / 32768.0f);
-	for (size_t i = 1; i < count; ++i) {
-		line(i, static_cast<float>(pcm[i - 1]) / 32768.0f, static_cast<float>(pcm[i]) / 32768.0f);
 	}
 }
 

@@ -29,13 +29,6 @@ void addVoice(const float *voice, float voiceGain, size_t count, float *samples)
 void line(float from, float step, size_t count, float *out);
 
 /**
- * Doubles the rate of speech: between each sample and the one before it, one half-way.
- * @param last the sample before the first; -1 to 1
- * @param out 2 * `count` samples
- */
-void doubleRate(const int16_t *pcm, size_t count, float last, float *out);
-
-/**
  * Whether a byte of 2 to 10 that is followed by two letters or "-" is among `bytes[0]` to `bytes[count - 1]`.
  * Two bytes more are read.
  */
