@@ -100,6 +100,7 @@ private:
 	SpeechQueue speech;
 	std::vector<float> outLeft;
 	std::vector<float> outRight;
+	std::vector<float> gains;
 	std::vector<float> ttsMixBuf;
 	std::atomic<float> duckingLevel{0.2f};
 	std::atomic<float> ttsLevel{1.0f};
