@@ -13,7 +13,7 @@ _ACCESSIBLE = "org.a11y.atspi.Accessible"
 _CALL_MS = 5000
 
 # Positions of the state bits, and kinds of relations, as AT-SPI numbers them.
-_STATES = {"checked": 4, "enabled": 8, "focused": 12, "showing": 25}
+_STATES = {"checked": 4, "enabled": 8, "focusable": 11, "focused": 12, "selected": 23, "showing": 25}
 _LABELLED_BY = 2
 
 
@@ -44,11 +44,11 @@ def _connect(address):
 class Widget:
 	"""Something in a window, as it is at the time of each question."""
 
-	def __init__(self, bus, name, path):
-		self._bus, self._name, self._path = bus, name, path
+	def __init__(self, bus, name, path, scale=1):
+		self._bus, self._name, self._path, self._scale = bus, name, path, scale
 
 	def __eq__(self, other):
-		return (self._name, self._path) == (other._name, other._path)
+		return isinstance(other, Widget) and (self._name, self._path) == (other._name, other._path)
 
 	def _call(self, interface, method, arguments=None):
 		return self._bus.call_sync(self._name, self._path, interface, method, arguments, None, Gio.DBusCallFlags.NONE, _CALL_MS,
@@ -67,12 +67,12 @@ class Widget:
 
 	@property
 	def parent(self):
-		return Widget(self._bus, *self._property(_ACCESSIBLE, "Parent"))
+		return Widget(self._bus, *self._property(_ACCESSIBLE, "Parent"), self._scale)
 
 	@property
 	def children(self):
 		# A child that is just going away has a path of its own for nothing.
-		return [Widget(self._bus, *child) for child in self._call(_ACCESSIBLE, "GetChildren")[0] if not child[1].endswith("/null")]
+		return [Widget(self._bus, *child, self._scale) for child in self._call(_ACCESSIBLE, "GetChildren")[0] if not child[1].endswith("/null")]
 
 	@property
 	def labels(self):
@@ -83,7 +83,7 @@ class Widget:
 	@property
 	def place(self):
 		"""Left, top, width and height in pixels of the display."""
-		return self._call("org.a11y.atspi.Component", "GetExtents", GLib.Variant("(u)", (0,)))[0]
+		return tuple(self._scale * one for one in self._call("org.a11y.atspi.Component", "GetExtents", GLib.Variant("(u)", (0,)))[0])
 
 	@property
 	def text(self):
@@ -94,7 +94,7 @@ class Widget:
 		return self._property("org.a11y.atspi.Value", "CurrentValue")
 
 	def has_state(self, state):
-		"""Whether it is "checked", "enabled", "focused" or "showing"."""
+		"""Whether it is "checked", "enabled", "focusable", "focused", "selected" or "showing"."""
 		low, high = self._call(_ACCESSIBLE, "GetState")[0]
 		return bool((high << 32 | low) >> _STATES[state] & 1)
 
@@ -105,10 +105,13 @@ class Widget:
 			yield from child.walk()
 
 
-def programs(session_address):
-	"""The programs that are on the accessibility bus of a session bus: a widget whose children they are."""
+def programs(session_address, scale=1):
+	"""The programs that are on the accessibility bus of a session bus: a widget whose children they are.
+
+	scale: pixels of the display to one of theirs.
+	"""
 	session = _connect(session_address)
 	address = session.call_sync("org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress", None, None,
 				    Gio.DBusCallFlags.NONE, _CALL_MS, None).unpack()[0]
 	session.close_sync(None)
-	return Widget(_connect(address), "org.a11y.atspi.Registry", _ROOT)
+	return Widget(_connect(address), "org.a11y.atspi.Registry", _ROOT, scale)

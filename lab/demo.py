@@ -23,6 +23,12 @@ _SPEECH = 66
 # Wide enough for OBS's window with the dock beside it, pixels.
 _SCREEN = (1864, 800)
 
+# The session is over when no caption has come for so long after the speech, seconds: the last dub lasts that long.
+_QUIET = 8
+
+# However slow the machine is, it is not waited for longer than this after the speech, seconds.
+_PATIENCE = 60
+
 # How long a caption must be up before its picture is taken, seconds: the browser needs a tenth to draw it.
 _SETTLED = 0.7
 
@@ -106,11 +112,23 @@ def speak(obs):
 	obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=False)
 
 
-def take_pictures(obs, hands, seconds, folder):
-	"""While the speech plays: a picture whenever all languages show a caption and it has been up for a moment."""
+def is_over(service, played_until):
+	"""Whether the speech has been played and what the service makes of it has come."""
+	now = time.monotonic()
+	if now < played_until:
+		return False
+	events = service.events()
+	last = max([played_until, *(event["mono_ms"] / 1000 for event in events if event["event"] == "caption")])
+	kinds = [event["event"] for event in events]
+	all_heard = kinds.count("utterance_end") == kinds.count("utterance_start")
+	return all_heard and now > last + _QUIET or now > played_until + _PATIENCE
+
+
+def take_pictures(obs, hands, service, seconds, folder):
+	"""Until the session is over: a picture whenever all languages show a caption and it has been up for a moment."""
 	taken, last, since = 0, None, 0
-	deadline = time.monotonic() + seconds
-	while time.monotonic() < deadline:
+	played_until = time.monotonic() + seconds
+	while not is_over(service, played_until):
 		texts = [obs.input_settings(caption_source(code)).get("css", "") for code in LANGUAGES]
 		if texts != last:
 			last, since = texts, time.monotonic()
@@ -150,8 +168,7 @@ def run_without_display(folder, picture):
 		arrange(obs)
 		obs.start_recording()
 		speak(obs)
-		# After the last sentence there are its captions and dubs to come.
-		taken = take_pictures(obs, hands, len(played) / 48000 + 8, folder)
+		taken = take_pictures(obs, hands, service, len(played) / 48000, folder)
 		recording = folder / "recording.mkv"
 		shutil.move(obs.stop_recording(), recording)
 		obs.stop()

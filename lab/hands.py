@@ -19,14 +19,17 @@ from lab.obs import wait_until
 
 # Where a mouse wheel turns a panel and nothing that lies on it.
 _MARGIN = 3
-# Height of a table's header, under which rows vanish.
-_TABLE_HEADER = 32
 _WHEEL_UP, _WHEEL_DOWN = 4, 5
 _MOST_WHEEL_STEPS = 80
+_DRAG_STEPS = 12
 
 
 def _is_seen(widget):
 	return widget.place[2] > 0 and widget.has_state("showing")
+
+
+def _reaches_over(outer, inner):
+	return outer[1] <= inner[1] and inner[1] + inner[3] <= outer[1] + outer[3]
 
 
 def _middle(place):
@@ -39,7 +42,7 @@ class Hands:
 
 	def __init__(self, obs):
 		self._obs = obs
-		self._programs = programs(obs.session_bus)
+		self._programs = programs(obs.session_bus, obs.scale)
 
 	# Seeing
 
@@ -63,14 +66,6 @@ class Hands:
 	def dock(self, title):
 		"""The outermost frame of a dock."""
 		return self.find("frame", title)
-
-	def table_cell(self, table, row, column):
-		"""The cell of a table that is right of the one with the text `row`, under the header `column`."""
-		parts = [(one, one.role) for one in table.children]
-		headers = [one.name for one, role in parts if role == "column header"]
-		cells = [one for one, role in parts if role == "cell"]
-		first = next(number for number in range(0, len(cells), len(headers)) if cells[number].name == row)
-		return cells[first + headers.index(column)]
 
 	def picture(self, path, widget=None):
 		"""The whole screen, or where a widget is on it, as a PNG."""
@@ -136,6 +131,17 @@ class Hands:
 		finally:
 			self._xdotool("mouseup", 1)
 
+	def drag(self, start, end):
+		"""Takes what is at one place of the screen and lets it go at another, on the way stopping where a hand would."""
+		self._xdotool("mousemove", *start, "mousedown", 1)
+		try:
+			for step in range(1, _DRAG_STEPS + 1):
+				self._xdotool("mousemove", *(a + (b - a) * step // _DRAG_STEPS for a, b in zip(start, end)), "sleep", 0.03)
+			# Docks show where they will go, and go only there.
+			self._xdotool("mousemove", end[0] + 1, end[1], "sleep", 0.5)
+		finally:
+			self._xdotool("mouseup", 1)
+
 	def reveal(self, widget):
 		"""Turns the mouse wheel over panels and tables until the middle of a widget in them can be seen."""
 		scrollers = self._scrollers(widget)
@@ -143,25 +149,24 @@ class Hands:
 			self._scroll(scroller, target)
 
 	def _scrollers(self, widget):
-		"""What is taller inside than outside, of all that the widget lies in; the outermost first."""
+		"""What is taller inside than outside or has the widget beyond its edge, of all that it lies in; the outermost first."""
 		found = []
 		child, parent = widget, widget.parent
 		while parent.role != "application":
-			if parent.role == "table" or child.place[3] > parent.place[3] > 0:
+			if child.place[3] > parent.place[3] > 0 or not _reaches_over(parent.place, child.place):
 				found.insert(0, parent)
 			child, parent = parent, parent.parent
 		return found
 
 	def _scroll(self, scroller, target):
 		left, top, _, height = scroller.place
-		first = top + (_TABLE_HEADER if scroller.role == "table" else 0)
 		for _ in range(_MOST_WHEEL_STEPS):
 			place = target.place
 			# What is too tall is looked at from its top.
 			y = place[1] + min(place[3], height) // 2
-			if first + place[3] // 2 <= y <= top + height - min(place[3], height) // 2:
+			if top + place[3] // 2 <= y <= top + height - min(place[3], height) // 2:
 				return
-			button = _WHEEL_UP if y < first + place[3] // 2 else _WHEEL_DOWN
+			button = _WHEEL_UP if y < top + place[3] // 2 else _WHEEL_DOWN
 			self._xdotool("mousemove", left + _MARGIN, top + height // 2, "click", button)
 			try:
 				wait_until(lambda: target.place != place, 2, "the wheel scrolls")

@@ -77,10 +77,15 @@ def _track_mask(tracks):
 	return sum(1 << track - 1 for track in tracks)
 
 
+def obs_version():
+	"""Major, minor and patch of the OBS that is used."""
+	text = subprocess.run(["obs", "--version"], capture_output=True, text=True, timeout=20, check=True).stdout
+	return tuple(int(part) for part in re.search(r"(\d+)\.(\d+)\.(\d+)", text).groups())
+
+
 def _last_version():
 	"""The running OBS's own version as its configuration stores it, so that it takes the home for an old friend's."""
-	text = subprocess.run(["obs", "--version"], capture_output=True, text=True, timeout=20, check=True).stdout
-	major, minor, patch = (int(part) for part in re.search(r"(\d+)\.(\d+)\.(\d+)", text).groups())
+	major, minor, patch = obs_version()
 	return major << 24 | minor << 16 | patch
 
 
@@ -108,6 +113,21 @@ def media_file(name, path, looping=False, **more):
 	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, **more)
 
 
+def scene_collection(name, inputs=(), *, scenes=(), sources=()):
+	"""A scene collection as OBS stores it: SCENE with the inputs, bottom first, then `scenes`, which are empty.
+
+	sources: more sources as OBS stores them; one called SCENE takes the place of that scene.
+	"""
+	items = [one.as_item(number) for number, one in enumerate(inputs, 1)]
+	first = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
+	stored = [one.as_source() for one in inputs] + list(sources)
+	stored += [{"id": "scene", "name": one, "settings": {"items": [], "id_counter": 0}} for one in scenes]
+	if all(one["name"] != SCENE for one in sources):
+		stored.append(first)
+	return {"name": name, "current_scene": SCENE, "current_program_scene": SCENE,
+		"scene_order": [{"name": one} for one in (SCENE, *scenes)], "sources": stored}
+
+
 class VirtualDisplay:
 	"""An X server without a screen."""
 
@@ -132,6 +152,8 @@ class Obs:
 	"""OBS with one scene called "Scene", the module under test, and a remote control.
 
 	inputs: what is in the scene from the start, bottom first; more can be made later.
+	collections: scene collections that there are besides, made with scene_collection(); one called "Untitled" is the one
+	OBS starts with, in place of the scene with the inputs.
 	browser: also install the lab's browser source.
 	plugin: install the module under test.
 	talvora_config: what the module's configuration file holds at the start, or None for no file.
@@ -139,19 +161,22 @@ class Obs:
 	canvas: width and height in pixels. preview: show the picture in the main window; costs much without a graphics card.
 	tracks: the audio tracks to record, 1 to 6.
 	lossless_audio: record every sample as it was mixed (32-bit float) instead of AAC.
+	profile: more values of the profile, by section and name: {"AdvOut": {"RecRB": True}}.
 	display: an X display to use, or None for a virtual one. screen: width and height of that, in pixels; None: what OBS needs.
 	verbose: log debug lines too.
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's.
+	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
+	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
 	"""
 
-	def __init__(self, *, inputs=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720), fps=10, preview=False,
-		     tracks=(1,), lossless_audio=False, sample_rate=48000, display=None, screen=None, verbose=False,
-		     accessible=False, path=(), build=BUILD):
+	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
+		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
+		     verbose=False, accessible=False, path=(), wait=True, theme=None, scale=1, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
-		self._inputs = inputs
+		self._collections = [scene_collection("Untitled", inputs), *collections]
 		self._browser = browser
 		self._plugin = plugin
 		self._talvora_config = talvora_config
@@ -161,11 +186,15 @@ class Obs:
 		self._tracks = tracks
 		self._lossless_audio = lossless_audio
 		self._sample_rate = sample_rate
+		self._profile_values = profile or {}
 		self._display = display
 		self._screen = screen or (canvas[0], canvas[1] + 80)
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
+		self._wait = wait
+		self._theme = theme
+		self.scale = scale
 		self._session_bus = None
 		self._window_manager = None
 		self._build = Path(build)
@@ -197,7 +226,7 @@ class Obs:
 			self._abandon()
 
 	def start(self):
-		"""Prepares the home and starts OBS; returns when it has finished loading and takes requests."""
+		"""Prepares the home and starts OBS; returns when it has finished loading and takes requests, if it is to wait."""
 		port = free_port()
 		self._prepare(port)
 		if self._display is None:
@@ -210,6 +239,8 @@ class Obs:
 		with open(self.home / "console.log", "ab") as console:
 			self._process = subprocess.Popen(command, env=self._environment(), stdin=subprocess.DEVNULL,
 							 stdout=console, stderr=subprocess.STDOUT)
+		if not self._wait:
+			return
 		wait_until(lambda: self._connect(port), _START_SECONDS, "OBS takes requests")
 		self.request("GetSceneList", timeout=_START_SECONDS)
 
@@ -231,6 +262,16 @@ class Obs:
 		"""Waits until the user closes OBS."""
 		self.exit_status = self._process.wait()
 		return self.exit_status
+
+	@property
+	def pid(self):
+		"""Of the running process."""
+		return self._process.pid
+
+	def memory_mib(self):
+		"""Memory of the running process that is in use, in MiB."""
+		status = Path(f"/proc/{self.pid}/status").read_text(encoding="ascii")
+		return int(re.search(r"^VmRSS:\s+(\d+) kB$", status, re.MULTILINE).group(1)) / 1024
 
 	def _abandon(self):
 		"""Lets go of everything, whatever state it is in."""
@@ -287,6 +328,8 @@ class Obs:
 		if self._session_bus:
 			environment.update(DBUS_SESSION_BUS_ADDRESS=self._session_bus.address, QT_ACCESSIBILITY="1",
 					   QT_LINUX_ACCESSIBILITY_ALWAYS_ON="1")
+		if self.scale != 1:
+			environment.update(QT_SCALE_FACTOR=str(self.scale))
 		if self._path:
 			environment.update(PATH=":".join([*map(str, self._path), environment["PATH"]]))
 		return environment
@@ -307,7 +350,8 @@ class Obs:
 		if fresh:
 			self._write_settings(config)
 			self._write_profile(config / "basic" / "profiles" / "Untitled")
-			self._write_scene(config / "basic" / "scenes" / "Untitled.json")
+			for one in self._collections:
+				_write(config / "basic" / "scenes" / f"{one['name']}.json", json.dumps(one))
 		self.recordings.mkdir(parents=True, exist_ok=True)
 		_write(config / "plugin_config" / "obs-websocket" / "config.json", json.dumps({
 			"alerts_enabled": False, "auth_required": False, "first_load": False, "server_enabled": True,
@@ -344,6 +388,8 @@ class Obs:
 		}
 		above = str(config.parent)
 		sections = {"General": general, "Basic": basic, "BasicWindow": window}
+		if self._theme:
+			sections["Appearance"] = {"Theme": self._theme}
 		_write(config / "user.ini", _ini(sections))
 		locations = {"Configuration": above, "SceneCollections": above, "Profiles": above}
 		_write(config / "global.ini", _ini({**sections, "Locations": locations}))
@@ -359,7 +405,7 @@ class Obs:
 				"FFVCustom": "preset=ultrafast", "FFVBitrate": 2000, "FFAEncoder": "pcm_f32le",
 				"FFAEncoderId": 65557, "FFABitrate": 320, "FFAudioMixes": tracks,
 			}
-		_write(profile / "basic.ini", _ini({
+		sections = {
 			"General": {"Name": "Untitled"},
 			"Output": {"Mode": "Advanced"},
 			"AdvOut": {
@@ -371,16 +417,11 @@ class Obs:
 				"FPSInt": self._fps,
 			},
 			"Audio": {"SampleRate": self._sample_rate, "ChannelSetup": "Stereo"},
-		}))
+		}
+		for name, values in self._profile_values.items():
+			sections[name] = {**sections.get(name, {}), **values}
+		_write(profile / "basic.ini", _ini(sections))
 		_write(profile / "recordEncoder.json", json.dumps({"preset": "ultrafast", "rate_control": "CRF", "crf": 20}))
-
-	def _write_scene(self, path):
-		items = [one.as_item(number) for number, one in enumerate(self._inputs, 1)]
-		scene = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
-		_write(path, json.dumps({
-			"name": "Untitled", "current_scene": SCENE, "current_program_scene": SCENE, "scene_order": [{"name": SCENE}],
-			"sources": [one.as_source() for one in self._inputs] + [scene],
-		}))
 
 	# What it says
 

@@ -28,7 +28,7 @@ lab_packages() {
 
 		# Speech: recognition, translation, synthesis, and recorded human voices.
 		libpocketsphinx-dev pocketsphinx-en-us pocketsphinx-testdata
-		asterisk-core-sounds-en-wav
+		asterisk-core-sounds-en-g722
 		libespeak-ng-dev espeak-ng-data
 		apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-spa-ita
 

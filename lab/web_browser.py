@@ -22,13 +22,17 @@ _OPTIONS = ["--remote-debugging-port=0", "--disable-gpu", "--no-first-run", "--d
 _CALL_SECONDS = 20
 
 
-def opening_recorder(folder):
-	"""Makes a folder with an xdg-open that opens nothing and writes down what it is told to; returns folder and record."""
+def opening_recorder(folder, stays_open=False):
+	"""Makes a folder with an xdg-open that opens nothing and writes down what it is told to; returns folder and record.
+
+	stays_open: it does not end by itself, like a browser, within the minutes that a test lasts.
+	"""
 	folder = Path(folder)
 	folder.mkdir(parents=True, exist_ok=True)
 	record = folder / "opened"
 	program = folder / "xdg-open"
-	program.write_text(f'#!/bin/sh\nprintf "%s\\n" "$1" >>"{record}"\n', encoding="utf-8")
+	staying = "exec sleep 60\n" if stays_open else ""
+	program.write_text(f'#!/bin/sh\nprintf "%s\\n" "$1" >>"{record}"\n{staying}', encoding="utf-8")
 	program.chmod(0o755)
 	return folder, record
 

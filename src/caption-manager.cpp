@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "caption-manager.h"
 
+#include "browser-source.h"
 #include "caption-css.h"
 #include "caption-page.h"
 #include "plugin-support.h"
@@ -15,10 +16,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 namespace {
 
-constexpr char browserSourceId[] = "browser_source";
 constexpr int minDisplayMs = 1800;
 constexpr int maxDisplayMs = 8000;
 /** How long a caption stays up after it was spoken. */
@@ -63,7 +65,7 @@ void discardTimers(LanguageCaptionState &state)
 
 bool isBrowserSource(obs_source_t *source)
 {
-	return std::strcmp(obs_source_get_id(source), browserSourceId) == 0;
+	return std::strcmp(obs_source_get_id(source), kBrowserSourceId) == 0;
 }
 
 /**
@@ -76,10 +78,45 @@ template <typename Update> void updateScene(obs_scene_t *scene, Update update)
 		scene, [](void *data, obs_scene_t *locked) { (*static_cast<Update *>(data))(locked); }, &update);
 }
 
-/** Puts the source's item with its bottom centre at `position`, adding it if need be. False when that fails. */
+/** References to all scenes: to be looked into only when OBS no longer holds the lock of its list. */
+std::vector<OBSSourceAutoRelease> allScenes()
+{
+	std::vector<OBSSourceAutoRelease> scenes;
+	obs_enum_scenes(
+		[](void *list, obs_source_t *scene) {
+			static_cast<decltype(scenes) *>(list)->emplace_back(obs_source_get_ref(scene));
+			return true;
+		},
+		&scenes);
+	return scenes;
+}
+
+bool isInAScene(obs_source_t *source)
+{
+	const char *name = obs_source_get_name(source);
+	bool found = false;
+	for (const OBSSourceAutoRelease &scene : allScenes()) {
+		if (scene && !found) {
+			updateScene(obs_scene_from_source(scene), [&](obs_scene_t *locked) {
+				found = obs_scene_find_source_recursive(locked, name) != nullptr;
+			});
+		}
+	}
+	return found;
+}
+
+/**
+ * Puts the source's item with its bottom centre at `position`, adding it if need be. False when that fails, and for a
+ * source that is in a group: its place there is the user's, and a second item would show every caption twice.
+ */
 bool placeInScene(obs_scene_t *scene, obs_source_t *source, const vec2 &position)
 {
-	obs_sceneitem_t *item = obs_scene_find_source(scene, obs_source_get_name(source));
+	const char *name = obs_source_get_name(source);
+	obs_sceneitem_t *item = obs_scene_find_source(scene, name);
+	if (!item && obs_scene_find_source_recursive(scene, name)) {
+		talvora_log(LOG_INFO, "CaptionManager: left '%s' in its group", name);
+		return false;
+	}
 	if (!item) {
 		item = obs_scene_add(scene, source);
 	}
@@ -118,7 +155,7 @@ OBSSourceAutoRelease findBrowserSource(const char *name)
 		return found;
 	}
 	talvora_log(LOG_INFO, "CaptionManager: migrating source '%s' from %s to %s", name, obs_source_get_id(found),
-		    browserSourceId);
+		    kBrowserSourceId);
 	found = nullptr;
 	removeFromCurrentScene(name);
 	return nullptr;
@@ -140,7 +177,7 @@ OBSSourceAutoRelease createBrowserSource(const char *name, const QByteArray &pag
 	const OBSDataAutoRelease settings = pageSettings(pagePath, css);
 	obs_data_set_int(settings, "width", baseWidth ? static_cast<uint32_t>(baseWidth * 0.8) : fallbackSourceWidth);
 	obs_data_set_int(settings, "height", sourceHeight);
-	return obs_source_create(browserSourceId, name, settings, nullptr);
+	return obs_source_create(kBrowserSourceId, name, settings, nullptr);
 }
 
 // A browser source starts its browser anew at an update, so settings that it has already are not sent again.
@@ -194,9 +231,33 @@ void CaptionManager::setLanguages(const QList<QString> &languages, const QMap<QS
 		if (!state) {
 			addState(language, displayNames.value(language, language));
 		} else if (!hasSource(*state)) {
-			state->currentText.clear();
-			createSourceForLanguage(*state);
+			renewSource(*state);
+		} else {
+			placeIfNowhere(*state);
 		}
+	}
+}
+
+void CaptionManager::takeUpSource(const QString &name)
+{
+	for (auto &[language, state] : states) {
+		if (state.sourceName == name && !hasSource(state)) {
+			renewSource(state);
+		}
+	}
+}
+
+void CaptionManager::renewSource(LanguageCaptionState &state)
+{
+	state.currentText.clear();
+	createSourceForLanguage(state);
+}
+
+void CaptionManager::placeIfNowhere(LanguageCaptionState &state)
+{
+	const OBSSourceAutoRelease source = state.source.getRef();
+	if (source && !awaitingPlace.contains(state.sourceName) && !isInAScene(source)) {
+		placeLater(state.sourceName);
 	}
 }
 
@@ -388,21 +449,30 @@ void CaptionManager::createSourceForLanguage(LanguageCaptionState &state)
 
 void CaptionManager::placeLater(const QString &sourceName)
 {
+	awaitingPlace.insert(sourceName);
 	QTimer::singleShot(placementDelayMs, this, [this, sourceName] {
+		awaitingPlace.remove(sourceName);
 		const OBSSourceAutoRelease source = obs_get_source_by_name(sourceName.toUtf8().constData());
 		// A removed source can be found by name until the last reference is gone, but not be placed.
-		if (source && !obs_source_removed(source)) {
-			autoPlaceCaptionSource(source);
+		if (source && !obs_source_removed(source) && !autoPlaceCaptionSource(source)) {
+			unplaced.insert(sourceName);
 		}
 	});
 }
 
-void CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
+void CaptionManager::placeUnplaced()
+{
+	for (const QString &sourceName : std::exchange(unplaced, {})) {
+		placeLater(sourceName);
+	}
+}
+
+bool CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
 {
 	const OBSSourceAutoRelease sceneSource = obs_frontend_get_current_scene();
 	obs_scene_t *scene = obs_scene_from_source(sceneSource);
 	if (!scene) {
-		return;
+		return false;
 	}
 
 	const obs_video_info video = canvas();
@@ -417,6 +487,7 @@ void CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
 			    obs_source_get_name(source), static_cast<double>(position.x),
 			    static_cast<double>(position.y));
 	}
+	return true;
 }
 
 void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &text)

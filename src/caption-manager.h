@@ -9,6 +9,7 @@
 #include <QList>
 #include <QMap>
 #include <QObject>
+#include <QSet>
 #include <QString>
 
 #include <obs.h>
@@ -31,10 +32,17 @@ public:
 	/**
 	 * Makes the set of caption languages equal to `languages`: finds or creates a caption source for each new one
 	 * and lets go of those no longer wanted (their sources stay in the scene). A language that is kept gets its
-	 * source back when OBS has removed it meanwhile.
+	 * source back when OBS has removed it meanwhile, and has it placed again when it is in no scene any more.
 	 * @param displayNames human name by code; a code without one is shown as it is
 	 */
 	void setLanguages(const QList<QString> &languages, const QMap<QString, QString> &displayNames);
+
+	/** A source of this name has turned up: a caption language that has lost its own of that name goes on with it.
+	 */
+	void takeUpSource(const QString &name);
+
+	/** There is a current scene (again): places the sources that could not be placed for want of one. */
+	void placeUnplaced();
 
 	/** Stores the style and sends it to every caption source. @param opacity percent */
 	void setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
@@ -87,8 +95,13 @@ private:
 	void advanceQueue(LanguageCaptionState &state);
 	void createSourceForLanguage(LanguageCaptionState &state);
 	void destroySourceForLanguage(LanguageCaptionState &state);
+	/** Finds or creates the source of a language that has lost its own. */
+	void renewSource(LanguageCaptionState &state);
+	/** Places a source that the user, or the removal of a scene, has taken out of every scene. */
+	void placeIfNowhere(LanguageCaptionState &state);
 	void placeLater(const QString &sourceName);
-	void autoPlaceCaptionSource(obs_source_t *source);
+	/** False when there is no current scene to place it in. */
+	bool autoPlaceCaptionSource(obs_source_t *source);
 	void updateObsText(LanguageCaptionState &state, const QString &text);
 	void updateBrowserSourceFiles(const LanguageCaptionState &state, const QString &text);
 
@@ -96,6 +109,10 @@ private:
 	std::mutex sourceLock;
 	/** By language code. */
 	std::map<QString, LanguageCaptionState> states;
+	/** Names of sources that are about to be placed. */
+	QSet<QString> awaitingPlace;
+	/** Names of sources for which there was no scene. */
+	QSet<QString> unplaced;
 	/** Factor of the time calcDisplayMs() gives a text. */
 	float readingSpeed = 1.0f;
 	CaptionStyle style;

@@ -68,6 +68,9 @@ public:
 	 */
 	void restoreSource();
 
+	/** The OBS source's name, as it was found or created; UTF-8. */
+	const std::string &name() const { return sourceName; }
+
 	/** Whether `other` is the source this dub is put out by, under whatever type it was found. */
 	bool publishes(const obs_source_t *other);
 

@@ -5,6 +5,8 @@
 #include "plugin-support.h"
 #include "talvora-plugin.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -20,6 +22,7 @@ namespace {
 enum Column { kLanguageColumn, kCaptionsColumn, kDubColumn, kColumns };
 
 constexpr int kRowHeight = 24;
+constexpr QLatin1String kTableName("TalvoraLanguageTable");
 
 /** Code of the language in a row; empty when the row has none. */
 QString codeAt(const QTableWidget *table, int row)
@@ -28,11 +31,26 @@ QString codeAt(const QTableWidget *table, int row)
 	return item ? item->data(Qt::UserRole).toString() : QString();
 }
 
+/**
+ * Qt describes a table to screen readers by its items, which hides the boxes that lie in the cells from them. As a
+ * plain widget the table is a group of boxes, each of which says its language and its column.
+ */
+QAccessibleInterface *describeLanguageTable(const QString &, QObject *object)
+{
+	auto *table = qobject_cast<QTableWidget *>(object);
+	if (!table || table->objectName() != kTableName) {
+		return nullptr;
+	}
+	return new QAccessibleWidget(table, QAccessible::Grouping);
+}
+
 } // namespace
 
 QTableWidget *PluginDock::createLanguageTable()
 {
+	QAccessible::installFactory(describeLanguageTable);
 	auto *table = new QTableWidget(0, kColumns);
+	table->setObjectName(kTableName);
 	table->setHorizontalHeaderLabels({dock::text("Dock.Settings.ColLanguage"),
 					  dock::text("Dock.Settings.ColCaptions"), dock::text("Dock.Settings.ColDub")});
 	table->setAccessibleName(dock::text("Dock.Settings.TargetLangs"));

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "plugin-dock.h"
 
+#include "browser-source.h"
 #include "plugin-dock-widgets.h"
 #include "talvora-plugin.h"
 
@@ -62,9 +63,10 @@ void selectData(QComboBox *combo, const QString &data)
 	}
 }
 
+/** A source that was removed is still among OBS's sources for as long as anybody holds it. */
 bool hasOfferedAudio(const obs_source_t *source)
 {
-	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 &&
+	return !obs_source_removed(source) && (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 &&
 	       strcmp(obs_source_get_id(source), "browser_source") != 0 &&
 	       !QString::fromUtf8(obs_source_get_name(source)).startsWith(kOwnSourcePrefix);
 }
@@ -141,6 +143,11 @@ void PluginDock::addLanguageRows(QVBoxLayout *rows)
 	rows->addWidget(dock::label("Dock.Settings.TargetLangs"));
 	rows->addWidget(languageTable);
 	rows->addWidget(languageCountLabel);
+	if (!hasBrowserSource()) {
+		QLabel *hint = dock::label("Dock.Settings.NoBrowserSource");
+		hint->setStyleSheet(QStringLiteral("color: orange; font-size: 11px;"));
+		rows->addWidget(hint);
+	}
 }
 
 void PluginDock::addCaptionRows(QVBoxLayout *rows)

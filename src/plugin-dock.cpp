@@ -6,6 +6,7 @@
 #include "plugin-support.h"
 #include "talvora-plugin.h"
 
+#include <QAction>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QComboBox>
@@ -161,6 +162,7 @@ void PluginDock::buildUi()
 	sections->addStretch();
 
 	auto *scrollArea = new QScrollArea();
+	scrollArea->setAccessibleName(windowTitle());
 	scrollArea->setWidgetResizable(true);
 	scrollArea->setFrameShape(QFrame::NoFrame);
 	scrollArea->setWidget(panel);
@@ -238,6 +240,21 @@ void PluginDock::show()
 		// A layout from before the dock's first time leaves it as OBS made it: hidden and floating.
 		window->restoreState(layout);
 	}
+	if (QDockWidget *surrounding = surroundingDock()) {
+		// Who opens the dock from the menu by keyboard could not get into it otherwise when it floats.
+		connect(surrounding->toggleViewAction(), &QAction::triggered, this, [this](bool opened) {
+			if (opened) {
+				takeKeyboard();
+			}
+		});
+	}
+}
+
+/** The first Tab then goes to the first control. */
+void PluginDock::takeKeyboard()
+{
+	activateWindow();
+	widget()->setFocus(Qt::OtherFocusReason);
 }
 
 void PluginDock::bringOnScreen()

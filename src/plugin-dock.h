@@ -101,6 +101,7 @@ private:
 	/** The dock OBS has put around the panel; null before that. */
 	QDockWidget *surroundingDock() const;
 	void fitOnScreen();
+	void takeKeyboard();
 	QLabel *minutesLabel(const QString &type) const;
 
 	QWidget *buildAuthSection();

@@ -57,6 +57,8 @@ void SceneWatcher::onFrontendEvent(obs_frontend_event event, void *self)
 {
 	if (event == OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED) {
 		post(watcher(self), &SceneWatcher::collectionChanged);
+	} else if (event == OBS_FRONTEND_EVENT_SCENE_CHANGED) {
+		post(watcher(self), &SceneWatcher::sceneChanged);
 	}
 }
 

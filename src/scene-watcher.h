@@ -23,6 +23,8 @@ public:
 Q_SIGNALS:
 	/** Another scene collection, with sources of its own, has been loaded. */
 	void collectionChanged();
+	/** Another scene is the current one, in studio mode the one on air. */
+	void sceneChanged();
 	/** A public source of this name has been created. */
 	void sourceCreated(const QString &name);
 	/** A public source of this name has been taken out of OBS. */

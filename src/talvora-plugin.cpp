@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "talvora-plugin.h"
 
+#include "browser-source.h"
 #include "caption-manager.h"
 #include "deployment.h"
 #include "plugin-dock.h"
@@ -8,11 +9,6 @@
 #include "scene-watcher.h"
 #include "ws-client.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QJsonDocument>
-#include <QStandardPaths>
 #include <QThread>
 #include <QTimer>
 #include <QtEndian>
@@ -33,14 +29,12 @@ constexpr uint32_t kExpectedSampleRate = 48000;
 /** How long the client's thread may take to end, ms. */
 constexpr unsigned long kThreadStopDeadline = 5000;
 constexpr auto kDockId = "TalvoraDock";
-constexpr QFileDevice::Permissions kOwnerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
-constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeOwner;
 
 bool isCapturable(const obs_source_t *source)
 {
 	const char *id = obs_source_get_id(source);
 	// A browser source announces audio that capture callbacks do not get. A dub may come into use at any time.
-	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, "browser_source") != 0 &&
+	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, kBrowserSourceId) != 0 &&
 	       strcmp(id, dubbed_source_info()->id) != 0;
 }
 
@@ -225,44 +219,17 @@ void TalvoraPlugin::sendConfigUpdate()
 
 QString TalvoraPlugin::configFilePath() const
 {
-	return QStandardPaths::writableLocation(QStandardPaths::HomeLocation) +
-	       QStringLiteral("/.config/talvora-obs/config.json");
+	return SettingsFile::path();
 }
 
 void TalvoraPlugin::loadConfig()
 {
-	const QString path = configFilePath();
-	QFile file(path);
-	if (!file.open(QIODevice::ReadOnly)) {
-		return;
-	}
-	QJsonParseError error;
-	const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
-	file.close();
-	if (!document.isObject()) {
-		talvora_log(LOG_WARNING, "Talvora: failed to parse config: %s",
-			    error.errorString().toUtf8().constData());
-		return;
-	}
-	settings.readJson(document.object());
-	talvora_log(LOG_INFO, "Talvora: config loaded from %s", path.toUtf8().constData());
+	settingsFile.load(settings);
 }
 
 void TalvoraPlugin::saveConfig()
 {
-	const QString path = configFilePath();
-	const QString folder = QFileInfo(path).path();
-	QDir().mkpath(folder);
-	// The file holds a credential: both are the owner's alone, also where an older version left them open.
-	QFile::setPermissions(folder, kOwnerFolder);
-
-	QFile file(path);
-	if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate, kOwnerFile)) {
-		talvora_log(LOG_WARNING, "Talvora: failed to save config to %s", path.toUtf8().constData());
-		return;
-	}
-	file.setPermissions(kOwnerFile);
-	file.write(QJsonDocument(settings.toJson()).toJson(QJsonDocument::Indented));
+	settingsFile.save(settings);
 }
 
 // Sessions
@@ -284,6 +251,7 @@ void TalvoraPlugin::startSession()
 	flushDubbedSources();
 	// What a session needs may have been removed, or may have appeared, since it was last looked for.
 	restoreDubbedSources();
+	updateCaptionSources();
 	restoreAudioCapture();
 
 	const bool queued = QMetaObject::invokeMethod(wsClient, "connectToServer", Qt::QueuedConnection,
@@ -502,6 +470,20 @@ void TalvoraPlugin::updateCaptionSources()
 		names[code] = displayNameForCode(code);
 	}
 	captionManager->setLanguages(languages, names);
+	if (!languages.isEmpty()) {
+		reportMissingBrowserSource();
+	}
+}
+
+void TalvoraPlugin::reportMissingBrowserSource()
+{
+	if (missingBrowserSourceReported || hasBrowserSource()) {
+		return;
+	}
+	missingBrowserSourceReported = true;
+	talvora_log(LOG_WARNING,
+		    "Talvora: this OBS has no browser source, so captions cannot be shown. OBS from Flathub "
+		    "or from the OBS Project's Ubuntu PPA has it. Dubs and the transcript work without it.");
 }
 
 void TalvoraPlugin::previewCaptionText(const QString &text)
@@ -596,6 +578,7 @@ void TalvoraPlugin::watchScene()
 {
 	sceneWatcher = std::make_unique<SceneWatcher>();
 	connect(sceneWatcher.get(), &SceneWatcher::collectionChanged, this, &TalvoraPlugin::restoreOutputs);
+	connect(sceneWatcher.get(), &SceneWatcher::sceneChanged, captionManager, &CaptionManager::placeUnplaced);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceCreated, this, &TalvoraPlugin::onSourceCreated);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceRemoved, this, &TalvoraPlugin::onSourceRemoved);
 	connect(sceneWatcher.get(), &SceneWatcher::sourceRenamed, this, &TalvoraPlugin::onSourceRenamed);
@@ -611,10 +594,30 @@ void TalvoraPlugin::restoreOutputs()
 
 void TalvoraPlugin::onSourceCreated(const QString &name)
 {
+	takeUpOutput(name);
 	if (name == settings.audioSource) {
 		restoreAudioCapture();
 	}
 	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::takeUpOutput(const QString &name)
+{
+	const OBSSourceAutoRelease source = obs_get_source_by_name(name.toUtf8().constData());
+	if (!source || obs_source_removed(source)) {
+		return;
+	}
+	captionManager->takeUpSource(name);
+	const auto named = std::find_if(dubbedSources.begin(), dubbedSources.end(), [&name](const auto &entry) {
+		return QString::fromStdString(entry.second->name()) == name;
+	});
+	if (named != dubbedSources.end()) {
+		std::unique_lock guard(dubbedMutex);
+		named->second->restoreSource();
+		ignoreOwnOutput();
+		guard.unlock();
+		recheckAudioCapture();
+	}
 }
 
 void TalvoraPlugin::onSourceRemoved()
@@ -632,6 +635,7 @@ void TalvoraPlugin::onSourceRenamed(const QString &from, const QString &to)
 		settings.audioSource = to;
 		saveConfig();
 	}
+	takeUpOutput(to);
 	if (to == settings.audioSource) {
 		restoreAudioCapture();
 	}

@@ -3,6 +3,7 @@
 
 #include "capture-converter.h"
 #include "dubbed-source.h"
+#include "settings-file.h"
 #include "settings.h"
 #include "ws-state.h"
 
@@ -160,12 +161,16 @@ private:
 	bool isCapturing() const;
 	void restoreAudioCapture();
 	void onSourceCreated(const QString &name);
+	/** Goes on with a source that has turned up under the name of an output that OBS has removed. */
+	void takeUpOutput(const QString &name);
 	void onSourceRemoved();
 	void onSourceRenamed(const QString &from, const QString &to);
 	void createDock();
 	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
 	template<typename Action> void forEachDubbedSource(Action action);
 	void applyCaptionStyle();
+	/** Says in the log, once, that captions are wanted in an OBS that cannot draw them. */
+	void reportMissingBrowserSource();
 	void flushDubbedSources();
 	void sendConfigUpdate();
 	/** False when the thread did not stop in time: then thread and client are left to themselves. */
@@ -191,7 +196,9 @@ private:
 	std::unique_ptr<SceneWatcher> sceneWatcher;
 
 	Settings settings;
+	SettingsFile settingsFile;
 	int maxTargetLanguages = 0;
 	std::atomic<bool> shuttingDown{false};
 	bool initialized = false;
+	bool missingBrowserSourceReported = false;
 };

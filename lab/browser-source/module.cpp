@@ -17,18 +17,15 @@ MODULE_EXPORT const char *obs_module_description(void)
 
 bool obs_module_load(void)
 {
-	return true;
-}
-
-void obs_module_post_load(void)
-{
-	// By now every module is loaded: OBS's own browser source has precedence.
+	// OBS loads its own modules before those of the user, so its own browser source has precedence. Types that are
+	// registered later belong to no module, and newer OBS shows sources of such types in red.
 	if (obs_source_get_display_name("browser_source")) {
 		blog(LOG_INFO, "[talvora-lab-browser] OBS has a browser source of its own: not needed");
-		return;
+		return true;
 	}
 	registerBrowserSource();
 	blog(LOG_INFO, "[talvora-lab-browser] registered as browser_source");
+	return true;
 }
 
 void obs_module_unload(void)

@@ -1,5 +1,6 @@
 """What the tests in a real OBS share. Each test has its own OBS, home folder and (where it asks) service."""
 
+import random
 import re
 import shutil
 import sys
@@ -9,9 +10,26 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
-from lab.obs import Obs  # noqa: E402
+from dock_user import User  # noqa: E402
+from lab.obs import Obs, media_file  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
 from lab.service import LocalService  # noqa: E402
+from sessions import MICROPHONE, constant_wav  # noqa: E402
+
+
+def pytest_addoption(parser):
+	parser.addoption("--minutes", type=float, default=30, help="how long the soak test's session lasts")
+	parser.addoption("--cycles", type=int, default=100, help="how often OBS is started and ended at a random moment")
+	parser.addoption("--seed", type=int, default=None, help="of what tests do at random; printed, so that it can be repeated")
+
+
+@pytest.fixture
+def chance(request):
+	"""Random numbers that can be had again: the seed is in the test's output."""
+	seed = request.config.getoption("--seed")
+	seed = random.SystemRandom().randrange(1 << 32) if seed is None else seed
+	print(f"seed: {seed}")
+	return random.Random(seed)
 
 
 @pytest.fixture
@@ -56,3 +74,23 @@ def usual_complaints():
 		obs.request("GetVersion")
 	assert obs.exit_status == 0, "OBS without the module does not exit cleanly"
 	return obs.complaints()
+
+
+@pytest.fixture
+def user_of(artefacts):
+	def user(obs):
+		obs.wait_for_log("Talvora plugin initialized")
+		return User(obs, artefacts)
+
+	return user
+
+
+@pytest.fixture
+def desktop_obs(make_obs, tmp_path):
+	"""An OBS with a window to work in, a microphone that never falls silent, and nobody signed in."""
+
+	def make(**options):
+		microphone = media_file(MICROPHONE, constant_wav(tmp_path / "constant.wav", 10, 8000), looping=True)
+		return make_obs(accessible=True, inputs=[microphone], **options)
+
+	return make

@@ -1,18 +1,16 @@
 """The dock in OBS, used as a user does: by what is written on it, with mouse and keyboard."""
 
-import itertools
 import json
-import re
 
 import numpy as np
 import pytest
 
-from lab.hands import Hands
+from dock_user import saved, targets, wait_for_saved
 from lab.media import read_picture
-from lab.obs import media_file, wait_until
+from lab.obs import wait_until
 from lab.service import KEY
 from lab.web_browser import WebBrowser, opening_recorder
-from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, constant_wav
+from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
 
 FRENCH_CAPTIONS = "Talvora Captions — French"
 
@@ -31,95 +29,6 @@ ADVISED = [
 	{"send": {"type": "limit_reached", "feature": "dubbed"}},
 	{"expect": "stop"},
 ]
-
-
-class User:
-	"""Somebody in front of OBS. After each step there is a picture of it in `folder`."""
-
-	def __init__(self, obs, folder):
-		self.obs = obs
-		self.hands = Hands(obs)
-		self._folder = folder
-		self._numbers = itertools.count(1)
-
-	def picture(self, name):
-		self.hands.picture(self._folder / f"{next(self._numbers):02d}-{name}.png")
-
-	@property
-	def dock(self):
-		return self.hands.dock("Talvora")
-
-	def open_dock(self):
-		self.hands.choose("Docks", "Talvora")
-		self.hands.find("label", "Account", self.dock)
-
-	def click(self, role, name):
-		self.hands.click(self.hands.find(role, name, self.dock))
-
-	def fill(self, name, text):
-		self.hands.fill(self.hands.find("text", name, self.dock), text)
-
-	def select(self, label, entry):
-		self.hands.select(self.hands.find("combo box", label, self.dock), entry)
-
-	def drag(self, name, percent):
-		self.hands.drag_slider(self.hands.find("slider", name, self.dock), percent)
-
-	def mark(self, language, column):
-		"""Clicks the box of a language in a column of the table of target languages."""
-		self.hands.click(self.hands.table_cell(self.hands.find("table", "Target languages", self.dock), language, column))
-
-	def wait_for_label(self, pattern, timeout=10):
-		"""Waits for a label that can be seen and is wholly as the pattern says."""
-		wait_until(lambda: any(re.fullmatch(pattern, label.name) for label in self.hands.all("label", within=self.dock)), timeout,
-			   f"the dock says '{pattern}'")
-
-	def sees(self, role, name):
-		return bool(self.hands.all(role, name, self.dock))
-
-	def sign_in_with_key(self, key):
-		self.click("push button", "Use an API key instead")
-		self.fill("The API key of your Talvora account", key)
-		self.click("push button", "Use this key")
-		self.hands.find("push button", "Start", self.dock)
-
-
-@pytest.fixture
-def user_of(artefacts):
-	def user(obs):
-		obs.wait_for_log("Talvora plugin initialized")
-		return User(obs, artefacts)
-
-	return user
-
-
-@pytest.fixture
-def desktop_obs(make_obs, tmp_path):
-	"""An OBS with a window to work in, a microphone that never falls silent, and nobody signed in."""
-
-	def make(**options):
-		microphone = media_file(MICROPHONE, constant_wav(tmp_path / "constant.wav", 10, 8000), looping=True)
-		return make_obs(accessible=True, inputs=[microphone], **options)
-
-	return make
-
-
-def saved(obs, name):
-	"""A value of the module's settings file; None while there is none."""
-	try:
-		return json.loads(obs.talvora_config_path.read_text(encoding="utf-8")).get(name)
-	except (FileNotFoundError, json.JSONDecodeError):
-		# Not written yet, or being written.
-		return None
-
-
-def wait_for_saved(obs, name, value):
-	wait_until(lambda: saved(obs, name) == value, 10, f"'{name}' is saved as {value!r}: it is {saved(obs, name)!r}")
-
-
-def targets(**languages):
-	"""Target languages as they are saved: each with what it is chosen for, "captions", "dubbing" or both."""
-	return [{"code": code, "dubbing": "dubbing" in chosen, "captions": "captions" in chosen} for code, chosen in sorted(languages.items())]
 
 
 def css(obs):
@@ -281,6 +190,18 @@ def test_open_dock_is_open_again_after_a_restart(desktop_obs, user_of, tmp_path)
 		user = user_of(obs)
 		user.hands.find("menu item", "Docks")
 		assert not user.hands.all("frame", "Talvora"), "the dock that was closed is open again"
+
+
+def test_screen_reader_finds_the_boxes_of_every_language(desktop_obs, user_of):
+	with desktop_obs(talvora_config={"apiKey": KEY, "targetLanguages": targets(es="dubbing")}) as obs:
+		user = user_of(obs)
+		user.open_dock()
+		table = user.hands.find("panel", "Target languages", user.dock)
+		boxes = {one.name: one for one in table.walk() if one.role == "check box"}
+		assert len(boxes) == 62
+		assert list(boxes)[:4] == ["Arabic: Captions", "Arabic: Dub", "Bulgarian: Captions", "Bulgarian: Dub"]
+		assert [name for name, box in boxes.items() if box.has_state("checked")] == ["Spanish: Dub"]
+		assert [name for name, box in boxes.items() if not box.has_state("enabled")] == ["English: Dub"]
 
 
 def test_sign_in_by_email(make_service, desktop_obs, user_of):

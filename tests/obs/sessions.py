@@ -56,3 +56,20 @@ def noise_wav(path, seconds):
 	frames[48000:48030] = 32767
 	frames[48030:48060] = -32768
 	return write_wav(path, frames), frames
+
+
+def expected_uplink(frames, phase):
+	"""The captured samples for a file of 16-bit frames, when the first group of three begins at `phase`."""
+	left, right = (frames[phase:, side].astype(np.float32) / np.float32(32768) for side in (0, 1))
+	mono = (left + right) * np.float32(0.5)
+	mono = mono[:len(mono) // 3 * 3].reshape(-1, 3)
+	mean = ((mono[:, 0] + mono[:, 1]) + mono[:, 2]) / np.float32(3)
+	return (np.clip(mean, np.float32(-1), np.float32(1)) * np.float32(32767)).astype(np.int16)
+
+
+def find(part, whole):
+	"""Where `part` is in `whole`, or None."""
+	at = whole.tobytes().find(part.tobytes())
+	while at > 0 and at % 2 == 1:
+		at = whole.tobytes().find(part.tobytes(), at + 1)
+	return None if at < 0 else at // 2

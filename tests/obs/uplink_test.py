@@ -6,26 +6,9 @@ import time
 import numpy as np
 
 from lab.obs import media_file, wait_until
-from sessions import AUTHENTICATED, LET_IN, MICROPHONE, noise_wav, session_config, target, write_float_wav
+from sessions import AUTHENTICATED, LET_IN, MICROPHONE, expected_uplink, find, noise_wav, session_config, target, write_float_wav
 
 RATE = 16000
-
-
-def expected_uplink(frames, phase):
-	"""The captured samples for a file of 16-bit frames, when the first group of three begins at `phase`."""
-	left, right = (frames[phase:, side].astype(np.float32) / np.float32(32768) for side in (0, 1))
-	mono = (left + right) * np.float32(0.5)
-	mono = mono[:len(mono) // 3 * 3].reshape(-1, 3)
-	mean = ((mono[:, 0] + mono[:, 1]) + mono[:, 2]) / np.float32(3)
-	return (np.clip(mean, np.float32(-1), np.float32(1)) * np.float32(32767)).astype(np.int16)
-
-
-def find(part, whole):
-	"""Where `part` is in `whole`, or None."""
-	at = whole.tobytes().find(part.tobytes())
-	while at > 0 and at % 2 == 1:
-		at = whole.tobytes().find(part.tobytes(), at + 1)
-	return None if at < 0 else at // 2
 
 
 def run_session(make_obs, make_service, wav, config, seconds=2.5, **options):

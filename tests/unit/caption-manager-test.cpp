@@ -256,7 +256,10 @@ private Q_SLOTS:
 	void placementComesAfter500Ms();
 	void placementMovesAnItemTheUserHasMoved();
 	void placementGoesToTheSceneThatIsCurrentByThen();
-	void placementWithoutASceneDoesNothing();
+	void sourceInAGroupStaysThere();
+	void sourceInNoSceneIsPlacedAgain();
+	void sourceThatTurnsUpIsTakenUp();
+	void placementWithoutASceneIsMadeUpForLater();
 	void placementIntoSomethingThatIsNoSceneDoesNothing();
 	void placementOfASourceRemovedByThenDoesNothing();
 	void placementThatFailsIsNotLogged();
@@ -984,13 +987,89 @@ void CaptionManagerTest::placementGoesToTheSceneThatIsCurrentByThen()
 	QVERIFY(itemOf(other, spanish));
 }
 
-void CaptionManagerTest::placementWithoutASceneDoesNothing()
+void CaptionManagerTest::sourceInAGroupStaysThere()
+{
+	const OBSSourceAutoRelease source = create("browser_source", spanish);
+	obs_sceneitem_t *group = obs_scene_add_group(*scene, "Group");
+	obs_sceneitem_t *item = obs_scene_add(obs_sceneitem_group_get_scene(group), source);
+	const vec2 place = {{{5.0f, 6.0f}}};
+	obs_sceneitem_set_pos(item, &place);
+	manager->setLanguages({"es"}, names);
+	waitForPlacement();
+	QVERIFY(!itemOf(*scene, spanish));
+	QCOMPARE(positionOf(item).x, 5.0f);
+	QCOMPARE(positionOf(item).y, 6.0f);
+	QVERIFY(log->contains(LOG_INFO, "[talvora-obs] CaptionManager: left '" + spanish + "' in its group"));
+
+	// Nor is it missed when the languages are applied again.
+	log->clear();
+	manager->setLanguages({"es"}, names);
+	waitForPlacement();
+	QVERIFY(log->ownLines().isEmpty());
+}
+
+void CaptionManagerTest::sourceInNoSceneIsPlacedAgain()
+{
+	manager->setLanguages({"es"}, names);
+	manager->setLanguages({"es"}, names);
+	waitForPlacement();
+	const QString placed = "[talvora-obs] CaptionManager: placed '" + spanish + "' at bottom-centre (960, 1020)";
+	QCOMPARE(log->ownLines().count(placed), 1);
+
+	obs_sceneitem_remove(itemOf(*scene, spanish));
+	QVERIFY(!itemOf(*scene, spanish));
+	manager->setLanguages({"es"}, names);
+	waitForPlacement();
+	QVERIFY(itemOf(*scene, spanish));
+	QCOMPARE(log->ownLines().count(placed), 2);
+
+	const TestScene other("Other");
+	const OBSSourceAutoRelease source = find(spanish);
+	obs_scene_add(other, source);
+	obs_sceneitem_remove(itemOf(*scene, spanish));
+	manager->setLanguages({"es"}, names);
+	waitForPlacement();
+	QVERIFY(!itemOf(*scene, spanish));
+}
+
+void CaptionManagerTest::sourceThatTurnsUpIsTakenUp()
+{
+	makeSpanish();
+	{
+		const OBSSourceAutoRelease first = find(spanish);
+		obs_source_remove(first);
+	}
+	QVERIFY(QTest::qWaitFor([this] { return !find(spanish); }));
+	const OBSSourceAutoRelease second = create("browser_source", spanish);
+	manager->takeUpSource("Something else");
+	QVERIFY(!state().source.get());
+	manager->takeUpSource(spanish);
+	QCOMPARE(state().source.get(), second.Get());
+	QCOMPARE(cssOf(spanish), shown(""));
+
+	// One that has its source keeps it.
+	const OBSSourceAutoRelease third = create("browser_source", spanish);
+	manager->takeUpSource(spanish);
+	QCOMPARE(state().source.get(), second.Get());
+}
+
+void CaptionManagerTest::placementWithoutASceneIsMadeUpForLater()
 {
 	makeSpanish();
 	setCurrentScene(nullptr);
 	waitForPlacement();
 	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
+
+	// It is made up for as soon as there is a scene, and then no more.
+	setCurrentScene(scene->source());
+	manager->placeUnplaced();
+	waitForPlacement();
+	QVERIFY(itemOf(*scene, spanish));
+	manager->placeUnplaced();
+	obs_sceneitem_remove(itemOf(*scene, spanish));
+	waitForPlacement();
+	QVERIFY(!itemOf(*scene, spanish));
 }
 
 void CaptionManagerTest::placementIntoSomethingThatIsNoSceneDoesNothing()

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "plugin-dock.h"
 
+#include "language-catalogue.h"
 #include "talvora-plugin.h"
 
 #include "dock-session.h"
 #include "test-audio-source.h"
 
 #include <QAbstractButton>
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
@@ -69,6 +71,7 @@ private Q_SLOTS:
 	void tabOrderIsTheReadingOrder_data();
 	void tabOrderIsTheReadingOrder();
 	void everyControlHasANameForScreenReaders();
+	void screenReadersWalkToEveryLanguageBox();
 	void browserSignInNamesTheProvider();
 
 private:
@@ -261,6 +264,31 @@ void PluginDockTest::everyControlHasANameForScreenReaders()
 			 widget->metaObject()->className());
 	}
 	QVERIFY(named > 80);
+}
+
+void PluginDockTest::screenReadersWalkToEveryLanguageBox()
+{
+	make(true);
+	QAccessibleInterface *root = QAccessible::queryAccessibleInterface(dock.get());
+	QVERIFY(root);
+	QStringList boxes;
+	QList<QAccessibleInterface *> todo{root};
+	while (!todo.isEmpty()) {
+		QAccessibleInterface *one = todo.takeFirst();
+		if (one->role() == QAccessible::CheckBox) {
+			boxes += one->text(QAccessible::Name);
+		}
+		for (int child = 0; child < one->childCount(); ++child) {
+			QVERIFY(one->child(child));
+			todo += one->child(child);
+		}
+	}
+	for (const LanguageInfo &language : kSupportedLanguages) {
+		QCOMPARE(boxes.count(language.name + u": Captions"_s), 1);
+		QCOMPARE(boxes.count(language.name + u": Dub"_s), 1);
+	}
+	QCOMPARE(boxes.count(u"Mute the original in dubs"_s), 1);
+	QCOMPARE(boxes.size(), kSupportedLanguages.size() * 2 + 1);
 }
 
 void PluginDockTest::browserSignInNamesTheProvider()

@@ -22,7 +22,7 @@ private Q_SLOTS:
 
 	void tellsOfCreatedRenamedAndRemovedSources();
 	void tellsWithTheNextTurnOfTheEventLoop();
-	void tellsOfAnotherCollectionAlone();
+	void tellsOfAnotherCollectionAndOfAnotherScene();
 	void filtersAreNotSources();
 	void hearsOtherThreads();
 	void nothingIsLeftConnected();
@@ -57,10 +57,11 @@ void SceneWatcherTest::tellsWithTheNextTurnOfTheEventLoop()
 	QCOMPARE(created.size(), 1);
 }
 
-void SceneWatcherTest::tellsOfAnotherCollectionAlone()
+void SceneWatcherTest::tellsOfAnotherCollectionAndOfAnotherScene()
 {
 	const SceneWatcher watcher;
 	const QSignalSpy changed(&watcher, &SceneWatcher::collectionChanged);
+	const QSignalSpy sceneChanged(&watcher, &SceneWatcher::sceneChanged);
 	for (const obs_frontend_event event :
 	     {OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGING, OBS_FRONTEND_EVENT_SCENE_COLLECTION_LIST_CHANGED,
 	      OBS_FRONTEND_EVENT_SCENE_COLLECTION_RENAMED, OBS_FRONTEND_EVENT_SCENE_CHANGED}) {
@@ -68,9 +69,11 @@ void SceneWatcherTest::tellsOfAnotherCollectionAlone()
 	}
 	QCoreApplication::processEvents();
 	QCOMPARE(changed.size(), 0);
+	QCOMPARE(sceneChanged.size(), 1);
 	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
 	QCoreApplication::processEvents();
 	QCOMPARE(changed.size(), 1);
+	QCOMPARE(sceneChanged.size(), 1);
 }
 
 void SceneWatcherTest::filtersAreNotSources()

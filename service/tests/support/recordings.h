@@ -12,7 +12,7 @@ namespace recordings {
 
 /// A sentence read aloud: "he was not an ill disposed young man".
 std::vector<int16_t> readSentence();
-/// A telephone announcement of asterisk-core-sounds-en-wav by its name, brought from 8 to 16 kHz.
+/// A telephone announcement of asterisk-core-sounds-en-g722 by its name.
 std::vector<int16_t> announcement(const QString &name);
 /// So many seconds of silence.
 std::vector<int16_t> silence(double seconds);

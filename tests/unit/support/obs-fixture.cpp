@@ -21,6 +21,9 @@ ObsFixture::ObsFixture(uint32_t samplesPerSec) : allocationsBefore(bnum_allocs()
 
 ObsFixture::~ObsFixture()
 {
+	// As OBS's own exit does: libobs frees what it shares, the hotkeys among it, without waiting for its thread
+	// that is still destroying sources.
+	obs_queue_task(OBS_TASK_DESTROY, [](void *) {}, nullptr, true);
 	obs_shutdown();
 	const long leaked = bnum_allocs() - allocationsBefore;
 	if (leaked != 0) {

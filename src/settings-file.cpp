@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "settings-file.h"
+
+#include "plugin-support.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QStandardPaths>
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+namespace {
+
+constexpr QFileDevice::Permissions kOwnerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeOwner;
+/** Bytes. A file beyond that is not one of ours, and reading it would take OBS's memory. */
+constexpr qint64 kLargestFile = 16 * 1024 * 1024;
+
+QJsonDocument parse(QFile &file, QJsonParseError &error)
+{
+	const QByteArray content = file.read(kLargestFile + 1);
+	if (content.size() > kLargestFile) {
+		error.error = QJsonParseError::DocumentTooLarge;
+		return {};
+	}
+	return QJsonDocument::fromJson(content, &error);
+}
+
+/** Whether a file holds settings that this version does not know. */
+bool hasUnknownKeys(const QJsonObject &json)
+{
+	const QJsonObject known = Settings().toJson();
+	for (const QString &key : json.keys()) {
+		// The latter two are flags that early versions had there.
+		if (!known.contains(key) && key != QLatin1String("dubbing") && key != QLatin1String("captions")) {
+			return true;
+		}
+	}
+	return false;
+}
+
+/** Makes sure that so many bytes can be written from the start of the file. False when the disk is full. */
+bool reserve(const QFile &file, qsizetype bytes)
+{
+	// Other errors come from file systems that cannot reserve; a write may work on them.
+	return fallocate(file.handle(), FALLOC_FL_KEEP_SIZE, 0, bytes) == 0 || (errno != ENOSPC && errno != EDQUOT);
+}
+
+void logFailedSave(const QString &path)
+{
+	talvora_log(LOG_WARNING, "Talvora: failed to save config to %s", path.toUtf8().constData());
+}
+
+} // namespace
+
+QString SettingsFile::path()
+{
+	return QStandardPaths::writableLocation(QStandardPaths::HomeLocation) +
+	       QStringLiteral("/.config/talvora-obs/config.json");
+}
+
+void SettingsFile::load(Settings &settings)
+{
+	QFile file(path());
+	if (!file.open(QIODevice::ReadOnly)) {
+		return;
+	}
+	QJsonParseError error{};
+	const QJsonDocument document = parse(file, error);
+	holdsMore = file.size() > 0 && (!document.isObject() || hasUnknownKeys(document.object()));
+	if (!document.isObject()) {
+		talvora_log(LOG_WARNING, "Talvora: failed to parse config: %s",
+			    error.errorString().toUtf8().constData());
+		return;
+	}
+	settings.readJson(document.object());
+	talvora_log(LOG_INFO, "Talvora: config loaded from %s", path().toUtf8().constData());
+}
+
+void SettingsFile::save(const Settings &settings)
+{
+	const QString folder = QFileInfo(path()).path();
+	QDir().mkpath(folder);
+	// The file holds a credential: both are the owner's alone, also where an older version left them open.
+	QFile::setPermissions(folder, kOwnerFolder);
+
+	QFile file(path());
+	// Not truncated on opening: on a full disk the old content is better than none.
+	if (!keepOldContent() || !file.open(QIODevice::ReadWrite, kOwnerFile)) {
+		logFailedSave(path());
+		return;
+	}
+	file.setPermissions(kOwnerFile);
+	const QByteArray content = QJsonDocument(settings.toJson()).toJson(QJsonDocument::Indented);
+	if (!reserve(file, content.size())) {
+		logFailedSave(path());
+		if (file.size() == 0) {
+			file.remove();
+		}
+		return;
+	}
+	file.write(content);
+	file.resize(content.size());
+}
+
+/** Moves content that was not understood out of the way, once. False when that fails and saving would lose it. */
+bool SettingsFile::keepOldContent()
+{
+	// The file itself where the path is a link to it, so that the link stays.
+	const QString file = QFileInfo(path()).canonicalFilePath();
+	if (!holdsMore || file.isEmpty()) {
+		return true;
+	}
+	const QString old = file + QStringLiteral(".old");
+	std::error_code error;
+	std::filesystem::rename(QFile::encodeName(file).toStdString(), QFile::encodeName(old).toStdString(), error);
+	if (error) {
+		return false;
+	}
+	QFile::setPermissions(old, kOwnerFile);
+	holdsMore = false;
+	talvora_log(LOG_WARNING, "Talvora: not all of the settings file was understood, it is kept as %s",
+		    old.toUtf8().constData());
+	return true;
+}

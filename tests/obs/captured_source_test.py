@@ -1,0 +1,145 @@
+"""The source that is captured: removed, made again, renamed, silent, changed. In a session, with the dock open."""
+
+import contextlib
+import re
+import time
+
+import pytest
+
+from lab.hands import Hands
+from lab.obs import Input, media_file, wait_until
+from sessions import AUTHENTICATED, MICROPHONE, constant_wav
+from streaming import NUMBERED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
+
+OTHER_SCENE = "Other"
+
+# 0.25 of full scale, as the service hears it.
+LEVEL = 8191
+
+
+@pytest.fixture
+def session(make_obs, make_service, usual_complaints):
+	"""Makes a context: an OBS in a session with a source in its scene, and the dub of it; gives a Witness of both."""
+
+	@contextlib.contextmanager
+	def make(source, **options):
+		service = make_service(NUMBERED)
+		with service:
+			with make_obs(inputs=[source, dub_in_scene()], talvora_config=spanish(dockVisible=True), **options) as obs:
+				obs.wait_for_log(AUTHENTICATED, timeout=20)
+				witness = Witness(obs, service)
+				yield witness
+				witness.wait_for_caption()
+				witness.assert_one_session()
+		assert_clean_exit(obs, usual_complaints)
+
+	return make
+
+
+def wait_for_dock(obs, chosen):
+	"""Waits until the dock names this as the audio source."""
+	hands = Hands(obs)
+	box = hands.find("combo box", "Audio source", hands.dock("Talvora"))
+	wait_until(lambda: box.name == chosen, 10, f"the dock names '{chosen}' as the audio source")
+
+
+def wait_for_no_uplink(witness):
+	"""Waits until the service hears nothing for half a second."""
+
+	def is_quiet():
+		before = witness.heard()
+		time.sleep(0.5)
+		return witness.heard() == before
+
+	witness.wait_for_silent_dub()
+	wait_until(is_quiet, 15, "the service hears nothing")
+
+
+def test_removed_and_made_again(session, tmp_path):
+	with session(microphone(tmp_path), accessible=True) as witness:
+		obs = witness.obs
+		witness.wait_for_uplink()
+		wait_for_dock(obs, MICROPHONE)
+		obs.request("RemoveInput", inputName=MICROPHONE)
+		wait_for_dock(obs, f"{MICROPHONE} (Offline)")
+		wait_for_no_uplink(witness)
+		obs.create_input(MICROPHONE, "ffmpeg_source", microphone(tmp_path).settings)
+		wait_for_dock(obs, MICROPHONE)
+		witness.wait_for_uplink()
+		witness.wait_for_dub()
+
+
+def test_renamed(session, tmp_path):
+	with session(microphone(tmp_path), accessible=True) as witness:
+		obs = witness.obs
+		obs.request("SetInputName", inputName=MICROPHONE, newInputName="Headset")
+		wait_for_dock(obs, "Headset")
+		witness.wait_for_uplink()
+		witness.wait_for_dub()
+		assert re.search(r'"audioSource": "Headset"', obs.talvora_config_path.read_text(encoding="utf-8")), "the new name is not saved"
+		# Another source that takes the old name is not mistaken for it.
+		obs.create_input(MICROPHONE, "ffmpeg_source")
+		obs.request("SetInputMute", inputName="Headset", inputMuted=True)
+		wait_for_no_uplink(witness)
+		obs.request("SetInputMute", inputName="Headset", inputMuted=False)
+		witness.wait_for_uplink()
+
+
+def test_muted_and_switched_off_by_a_change_of_scene(session, tmp_path):
+	with session(microphone(tmp_path)) as witness:
+		obs = witness.obs
+		witness.wait_for_uplink()
+		obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=True)
+		wait_for_no_uplink(witness)
+		obs.request("SetInputMute", inputName=MICROPHONE, inputMuted=False)
+		witness.wait_for_uplink()
+		witness.wait_for_dub()
+
+		obs.request("CreateScene", sceneName=OTHER_SCENE)
+		obs.request("SetCurrentProgramScene", sceneName=OTHER_SCENE)
+		wait_for_no_uplink(witness)
+		obs.request("SetCurrentProgramScene", sceneName="Scene")
+		witness.wait_for_uplink()
+		witness.wait_for_dub()
+
+
+def test_its_audio_settings_do_not_change_what_the_service_hears(session, tmp_path):
+	with session(microphone(tmp_path)) as witness:
+		obs = witness.obs
+		obs.request("SetInputVolume", inputName=MICROPHONE, inputVolumeDb=-40)
+		obs.request("SetInputAudioSyncOffset", inputName=MICROPHONE, inputAudioSyncOffset=300)
+		obs.request("SetInputAudioMonitorType", inputName=MICROPHONE, monitorType="OBS_MONITORING_TYPE_MONITOR_AND_OUTPUT")
+		obs.set_tracks(MICROPHONE, 3)
+		witness.wait_for_uplink()
+		last = witness.uplink()[-1600:]
+		assert (last == LEVEL).all(), f"the service hears {sorted(set(last))} instead of {LEVEL}"
+		witness.wait_for_dub()
+
+
+def test_media_that_ends_and_is_started_again(session, tmp_path):
+	short = media_file(MICROPHONE, constant_wav(tmp_path / "short.wav", 2, 8192))
+	with session(short) as witness:
+		for _ in range(2):
+			wait_until(lambda: witness.obs.request("GetMediaInputStatus", inputName=MICROPHONE)["mediaState"].endswith("ENDED"), 10,
+				   "the file has ended")
+			wait_for_no_uplink(witness)
+			witness.obs.request("TriggerMediaInputAction", inputName=MICROPHONE,
+					    mediaAction="OBS_WEBSOCKET_MEDIA_INPUT_ACTION_RESTART")
+			witness.wait_for_uplink()
+			witness.wait_for_dub()
+
+
+def test_device_that_never_delivers(session, tmp_path):
+	"""There is no sound server on the lab's machine, so no device behind the source."""
+	with session(Input(MICROPHONE, "pulse_input_capture", {"device_id": "default"}), accessible=True) as witness:
+		obs = witness.obs
+		obs.wait_for_log(rf"\[talvora-obs\] Talvora: attached audio capture to source '{MICROPHONE}'$")
+		wait_for_dock(obs, MICROPHONE)
+		witness.wait_for_caption()
+		assert witness.heard() == 0
+		# The user takes another one instead.
+		obs.create_input("Spare", "ffmpeg_source", microphone(tmp_path).settings)
+		hands = Hands(obs)
+		hands.select(hands.find("combo box", "Audio source", hands.dock("Talvora")), "Spare")
+		witness.wait_for_uplink()
+		witness.wait_for_dub()

@@ -1,0 +1,153 @@
+"""What OBS puts out while a session runs: recording, stream, replay buffer, virtual camera; profiles and audio settings."""
+
+import re
+import subprocess
+
+import numpy as np
+import pytest
+
+from lab.media import read_track
+from lab.obs import free_port, wait_until
+from lab.remote import RequestFailed
+from sessions import AUTHENTICATED
+from streaming import NUMBERED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
+
+# 0.25 of full scale, as the service hears it.
+LEVEL = 8191
+# OBS makes one channel of two equal ones 3 dB louder.
+MONO_LEVEL = 11584
+
+RATE_WARNING = ("[talvora-obs] Talvora: audio sample rate is 44100 Hz (expected 48000). Downsampling will produce incorrect "
+		"output. Change OBS audio settings to 48 kHz.")
+
+
+@pytest.fixture
+def session(make_obs, make_service, tmp_path, usual_complaints):
+	"""A running OBS in a session with a microphone and its dub in the scene: a Witness of both."""
+	service = make_service(NUMBERED)
+	profile = {"AdvOut": {"RecRB": True, "RecRBTime": 5, "RecTracks": 3, "TrackIndex": 2}}
+	with service:
+		with make_obs(inputs=[microphone(tmp_path), dub_in_scene()], talvora_config=spanish(), profile=profile) as obs:
+			obs.wait_for_log(AUTHENTICATED, timeout=20)
+			witness = Witness(obs, service)
+			witness.wait_for_everything()
+			yield witness
+			witness.wait_for_everything()
+			witness.assert_one_session()
+	assert_clean_exit(obs, usual_complaints)
+
+
+def assert_level(path, track):
+	samples = read_track(path, track)[:, 0]
+	playing = samples[np.abs(samples) > 0.2]
+	# AAC is not exact.
+	assert len(playing) > 12000 and abs(np.median(playing) - 0.25) < 0.01, f"track {track} of {path.name} is not the microphone"
+
+
+def test_recording_twice(session):
+	for _ in range(2):
+		session.obs.start_recording()
+		session.wait_for_caption()
+		recording = session.obs.wait_for_recording_length(1)
+		assert_level(recording, 1)
+		assert_level(recording, 2)
+
+
+def test_replay_buffer_twice(session):
+	obs = session.obs
+	for _ in range(2):
+		obs.request("StartReplayBuffer")
+		wait_until(lambda: obs.request("GetReplayBufferStatus")["outputActive"], 10, "the replay buffer runs")
+		session.wait_for_caption()
+		seen = len(obs.remote.events)
+		obs.request("SaveReplayBuffer")
+		obs.remote.wait_for_event("ReplayBufferSaved", since=seen)
+		obs.request("StopReplayBuffer")
+		wait_until(lambda: not obs.request("GetReplayBufferStatus")["outputActive"], 10, "the replay buffer has ended")
+		session.wait_for_uplink()
+
+
+def test_stream_to_a_server_twice(session, artefacts):
+	obs = session.obs
+	for number in range(2):
+		port, received = free_port(), artefacts / f"stream-{number}.mkv"
+		server = subprocess.Popen(["ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-listen", "1", "-i", f"rtmp://127.0.0.1:{port}/live/key",
+					   "-c", "copy", str(received)])
+		try:
+			wait_until(lambda: is_listening(port), 10, "the server listens")
+			obs.request("SetStreamServiceSettings", streamServiceType="rtmp_custom",
+				    streamServiceSettings={"server": f"rtmp://127.0.0.1:{port}/live", "key": "key"})
+			obs.request("StartStream")
+			wait_until(lambda: obs.request("GetStreamStatus")["outputDuration"] > 2000, 20, "OBS has streamed two seconds")
+			session.wait_for_caption()
+			obs.request("StopStream")
+			wait_until(lambda: not obs.request("GetStreamStatus")["outputActive"], 20, "the stream has ended")
+			server.wait(timeout=10)
+		finally:
+			server.kill()
+			server.wait()
+		# The stream carries track 2, which is the dub.
+		assert_level(received, 1)
+
+
+def is_listening(port):
+	"""Whether somebody listens on a port of this machine. Not tried by connecting: the server serves one client."""
+	lines = open("/proc/net/tcp", encoding="ascii").read().splitlines()[1:]
+	return any(line.split()[1].endswith(f":{port:04X}") and line.split()[3] == "0A" for line in lines)
+
+
+def test_virtual_camera_that_the_machine_does_not_have(session):
+	"""It needs the kernel module v4l2loopback, which a machine without devices of its own cannot load."""
+	with pytest.raises(RequestFailed):
+		session.obs.request("StartVirtualCam")
+	session.wait_for_everything()
+
+
+def test_profile_switched_and_back(session):
+	obs = session.obs
+	obs.request("CreateProfile", profileName="Other", timeout=20)
+	# Not all versions switch to a profile when they make it.
+	obs.request("SetCurrentProfile", profileName="Other", timeout=20)
+	wait_until(lambda: obs.request("GetProfileList")["currentProfileName"] == "Other", 10, "the other profile is in use")
+	session.wait_for_everything()
+	obs.request("SetCurrentProfile", profileName="Untitled", timeout=20)
+	session.wait_for_everything()
+	obs.start_recording()
+	assert_level(obs.wait_for_recording_length(1), 2)
+
+
+@pytest.mark.parametrize("rate, channels, heard", [(44100, "Stereo", None), (48000, "Mono", MONO_LEVEL), (48000, "5.1", LEVEL)])
+def test_audio_settings_changed_and_changed_back(make_obs, make_service, tmp_path, usual_complaints, rate, channels, heard):
+	"""OBS takes such a change up when it is started again. heard: what the service hears meanwhile, None for nothing."""
+	inputs = [microphone(tmp_path), dub_in_scene()]
+	profile = {"Audio": {"SampleRate": rate, "ChannelSetup": channels}}
+	with make_service(NUMBERED, name="changed") as service, \
+		make_obs(home=tmp_path / "home", inputs=inputs, talvora_config=spanish(), profile=profile) as obs:
+		obs.wait_for_log(AUTHENTICATED, timeout=20)
+		witness = Witness(obs, service)
+		witness.wait_for_dub()
+		witness.wait_for_caption()
+		if heard:
+			assert_uplink(witness, heard)
+		else:
+			obs.wait_for_log(re.escape(RATE_WARNING))
+			assert witness.heard() == 0
+		for name, value in (("SampleRate", "48000"), ("ChannelSetup", "Stereo")):
+			obs.request("SetProfileParameter", parameterCategory="Audio", parameterName=name, parameterValue=value)
+		witness.wait_for_dub()
+	assert obs.log.count(RATE_WARNING) == (1 if heard is None else 0)
+	assert_clean_exit(obs, usual_complaints)
+
+	with make_service(NUMBERED, name="back") as service, make_obs(home=tmp_path / "home") as obs:
+		obs.wait_for_log(AUTHENTICATED, timeout=20)
+		witness = Witness(obs, service)
+		witness.wait_for_dub()
+		assert_uplink(witness, LEVEL)
+	assert RATE_WARNING not in obs.log
+	assert_clean_exit(obs, usual_complaints)
+
+
+def assert_uplink(witness, level):
+	witness.wait_for_uplink()
+	last = witness.uplink()[-1600:]
+	assert (last == level).all(), f"the service hears {sorted(set(last))} instead of {level}"

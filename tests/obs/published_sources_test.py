@@ -1,0 +1,202 @@
+"""The sources the module publishes, in the hands of a user who removes, renames, moves and groups them while a session runs."""
+
+import contextlib
+import re
+
+import pytest
+
+from lab.hands import Hands
+from lab.obs import SCENE, Input, scene_collection, wait_until
+from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
+from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
+
+OTHER_SCENE = "Other"
+SECOND = "Second"
+GROUP = "Group"
+
+SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but source is null$"
+
+
+@pytest.fixture
+def session(make_obs, make_service, usual_complaints, tmp_path):
+	"""Makes a context: an OBS in a session whose captions are in place, with two scenes; gives a Witness of both."""
+
+	@contextlib.contextmanager
+	def make(collections=None, **options):
+		inputs = [microphone(tmp_path), dub_in_scene()]
+		here = scene_collection("Untitled", inputs, scenes=[OTHER_SCENE])
+		there = scene_collection(SECOND, inputs, scenes=[OTHER_SCENE])
+		service = make_service(NUMBERED)
+		with service:
+			with make_obs(collections=[here, there], talvora_config=spanish(dockVisible=True), **options) as obs:
+				obs.wait_for_log(AUTHENTICATED, timeout=20)
+				obs.wait_for_log(PLACED)
+				witness = Witness(obs, service)
+				witness.wait_for_everything()
+				yield witness
+				witness.wait_for_everything()
+		assert_clean_exit(obs, usual_complaints)
+
+	return make
+
+
+def item(obs, scene=SCENE, source=SPANISH_CAPTIONS):
+	"""The scene's item of a source, as obs-websocket describes it."""
+	items = obs.request("GetSceneItemList", sceneName=scene)["sceneItems"]
+	return next(one for one in items if one["sourceName"] == source)
+
+
+def test_removed_ones_are_taken_up_again_when_they_are_made_again(session):
+	with session() as witness:
+		obs = witness.obs
+		obs.request("RemoveInput", inputName=SPANISH_CAPTIONS)
+		obs.request("RemoveInput", inputName=SPANISH_DUB)
+		obs.wait_for_log(SOURCE_GONE)
+		witness.wait_for_uplink()
+		assert SPANISH_CAPTIONS not in obs.inputs() and SPANISH_DUB not in obs.inputs()
+		obs.create_input(SPANISH_CAPTIONS, "browser_source")
+		obs.create_input(SPANISH_DUB, "talvora_dubbed_source")
+		witness.wait_for_everything()
+		obs.wait_for_log(PLACED, count=2)
+		witness.assert_one_session()
+
+
+def test_missing_ones_are_back_with_the_next_session(session):
+	with session(accessible=True) as witness:
+		obs = witness.obs
+		hands = Hands(obs)
+		dock = hands.dock("Talvora")
+
+		def begin_anew():
+			hands.click(hands.find("push button", "Stop", dock))
+			hands.click(hands.find("push button", "Start", dock))
+
+		obs.request("RemoveInput", inputName=SPANISH_CAPTIONS)
+		obs.request("RemoveInput", inputName=SPANISH_DUB)
+		begin_anew()
+		obs.wait_for_log(PLACED, count=2)
+		assert SPANISH_CAPTIONS in obs.scene_items()
+		# The dub is back too; where it is heard is the user's choice.
+		obs.add_to_scene(SPANISH_DUB)
+		witness.wait_for_dub()
+
+		# Taken out of the only scene that they are in, captions go on unseen.
+		obs.request("RemoveSceneItem", sceneName=SCENE, sceneItemId=item(obs)["sceneItemId"])
+		assert SPANISH_CAPTIONS in obs.inputs()
+		begin_anew()
+		obs.wait_for_log(PLACED, count=3)
+		assert SPANISH_CAPTIONS in obs.scene_items()
+		obs.wait_for_log(AUTHENTICATED, count=3)
+		witness.join_session(3)
+
+
+def test_renamed_ones_go_on_until_obs_ends(session):
+	with session() as witness:
+		obs = witness.obs
+		obs.request("SetInputName", inputName=SPANISH_CAPTIONS, newInputName="My captions")
+		obs.request("SetInputName", inputName=SPANISH_DUB, newInputName="My dub")
+		witness.wait_for_caption("My captions")
+		witness.wait_for_dub("My dub")
+		assert not [name for name in obs.inputs() if name.startswith("Talvora")], "the renamed ones have successors"
+		obs.request("SetInputName", inputName="My captions", newInputName=SPANISH_CAPTIONS)
+		obs.request("SetInputName", inputName="My dub", newInputName=SPANISH_DUB)
+		witness.assert_one_session()
+
+
+def test_what_the_user_does_to_the_item_stays(session):
+	with session() as witness:
+		obs = witness.obs
+		number = item(obs)["sceneItemId"]
+		obs.request("SetSceneItemTransform", sceneName=SCENE, sceneItemId=number,
+			    sceneItemTransform={"positionX": 200, "positionY": 100, "scaleX": 0.5})
+		obs.request("SetSceneItemEnabled", sceneName=SCENE, sceneItemId=number, sceneItemEnabled=False)
+		copy = obs.request("DuplicateSceneItem", sceneName=SCENE, sceneItemId=number)["sceneItemId"]
+		there = obs.add_to_scene(SPANISH_CAPTIONS, OTHER_SCENE)
+		witness.wait_for_caption()
+		witness.wait_for_caption()
+		assert obs.scene_items().count(SPANISH_CAPTIONS) == 2
+		kept = item(obs)
+		place = kept["sceneItemTransform"]
+		assert (place["positionX"], place["positionY"], place["scaleX"]) == (200, 100, 0.5)
+		assert kept["sceneItemEnabled"] is False
+		for one in (number, copy):
+			obs.request("RemoveSceneItem", sceneName=SCENE, sceneItemId=one)
+		obs.request("SetCurrentProgramScene", sceneName=OTHER_SCENE)
+		witness.wait_for_caption()
+		obs.request("SetCurrentProgramScene", sceneName=SCENE)
+		witness.wait_for_caption()
+		assert SPANISH_CAPTIONS not in obs.scene_items(), "captions that the user moved to another scene are back in the first"
+		assert item(obs, OTHER_SCENE)["sceneItemId"] == there
+
+
+def test_one_in_a_group_is_not_added_a_second_time(make_obs, usual_complaints, tmp_path):
+	captions = Input(SPANISH_CAPTIONS, "browser_source", {"width": 1024, "height": 240}, position=(10, 20))
+	group = {"id": "group", "name": GROUP, "settings": {"items": [captions.as_item(1)], "id_counter": 1, "custom_size": True,
+							    "cx": 1100, "cy": 300}}
+	inputs = [microphone(tmp_path), dub_in_scene()]
+	items = [one.as_item(number) for number, one in enumerate([*inputs, Input(GROUP, "group")], 1)]
+	scene = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
+	grouped = scene_collection("Untitled", inputs, sources=[captions.as_source(), group, scene])
+	with make_obs(collections=[grouped], talvora_config=spanish(False), home=tmp_path / "home") as obs:
+		obs.wait_for_log(INITIALIZED)
+		obs.wait_for_log(rf"CaptionManager: reattached to existing source '{SPANISH_CAPTIONS}'$")
+		obs.wait_for_log(rf"CaptionManager: left '{SPANISH_CAPTIONS}' in its group$")
+		assert obs.scene_items() == [MICROPHONE, SPANISH_DUB, GROUP]
+		inside = obs.request("GetGroupSceneItemList", sceneName=GROUP)["sceneItems"]
+		assert [one["sourceName"] for one in inside] == [SPANISH_CAPTIONS]
+	assert_clean_exit(obs, usual_complaints)
+
+
+def put_on_air(obs, request, **data):
+	"""Makes a request that changes the scene on air, and waits for the end of the transition."""
+	seen = len(obs.remote.events)
+	obs.request(request, **data)
+	obs.remote.wait_for_event("SceneTransitionEnded", since=seen)
+
+
+def test_studio_mode_places_captions_in_the_scene_on_air(session):
+	with session() as witness:
+		obs = witness.obs
+		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
+		obs.request("SetCurrentSceneCollection", sceneCollectionName=SECOND, timeout=30)
+		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		obs.wait_for_log(PLACED, count=2)
+		assert SPANISH_CAPTIONS in obs.scene_items(SCENE)
+		assert SPANISH_CAPTIONS not in obs.scene_items(OTHER_SCENE)
+		witness.wait_for_everything()
+		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		put_on_air(obs, "TriggerStudioModeTransition")
+		assert obs.request("GetCurrentProgramScene")["currentProgramSceneName"] == OTHER_SCENE
+		witness.wait_for_caption()
+		put_on_air(obs, "SetCurrentProgramScene", sceneName=SCENE)
+		witness.assert_one_session()
+
+
+def test_scene_changed_before_the_captions_are_placed(session):
+	with session() as witness:
+		obs = witness.obs
+		obs.request("SetCurrentSceneCollection", sceneCollectionName=SECOND, timeout=30)
+		obs.request("SetCurrentProgramScene", sceneName=OTHER_SCENE)
+		obs.wait_for_log(PLACED, count=2)
+		assert SPANISH_CAPTIONS in obs.scene_items(OTHER_SCENE)
+		assert SPANISH_CAPTIONS not in obs.scene_items(SCENE)
+		obs.request("SetCurrentProgramScene", sceneName=SCENE)
+
+
+def test_no_scene_is_on_air_when_the_captions_are_placed(session):
+	with session() as witness:
+		obs = witness.obs
+		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
+		obs.request("SetCurrentSceneCollection", sceneCollectionName=SECOND, timeout=30)
+		for name in (MICROPHONE, SPANISH_DUB):
+			obs.add_to_scene(name, OTHER_SCENE)
+		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		obs.request("RemoveScene", sceneName=SCENE)
+		wait_until(lambda: obs.request("GetSceneList")["currentProgramSceneName"] is None, 10, "no scene is on air")
+		# At least 1.9 s lie between two captions.
+		witness.wait_for_caption()
+		witness.wait_for_caption()
+		assert len(re.findall(PLACED, obs.log, re.MULTILINE)) == 1
+		obs.request("SetCurrentProgramScene", sceneName=OTHER_SCENE)
+		obs.wait_for_log(PLACED, count=2)
+		assert SPANISH_CAPTIONS in obs.scene_items(OTHER_SCENE)

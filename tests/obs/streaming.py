@@ -1,0 +1,96 @@
+"""A session that is under way while a test does something to OBS around it, and what can be seen of it from outside."""
+
+import re
+
+from lab.obs import Input, media_file, wait_until
+from sessions import LET_IN, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, constant_wav, session_config, target
+
+# Numbered captions for longer than any test lasts. Each is shown for 1.8 s, so none has to wait for the one before.
+NUMBERED = [*LET_IN]
+for number in range(1, 300):
+	NUMBERED.append({"after_ms": 1900})
+	NUMBERED.append({"send": {"type": "caption", "language": "es", "text": f"uno {number}", "duration": 0.5, "clipId": number}})
+
+INITIALIZED = r"\[talvora-obs\] Talvora plugin initialized$"
+PLACED = rf"\[talvora-obs\] CaptionManager: placed '{SPANISH_CAPTIONS}' at bottom-centre \(640, 660\)$"
+
+
+def dub_in_scene():
+	"""The Spanish dub as a user has put it into the scene, where it is heard."""
+	return Input(SPANISH_DUB, "talvora_dubbed_source", tracks=(2,))
+
+
+def microphone(folder):
+	"""A source that never falls silent: every sample is 0.25."""
+	return media_file(MICROPHONE, constant_wav(folder / "constant.wav", 10, 8192), looping=True)
+
+
+def spanish(connect=True, **settings):
+	"""A configuration with captions and dub in Spanish; with a session from the start or without."""
+	return session_config(target("es", dubbing=True, captions=True), autoConnect=connect, **settings)
+
+
+class Witness:
+	"""Tells what a user would see and hear of captions and dub. service: None when there is no session."""
+
+	def __init__(self, obs, service=None):
+		self.obs = obs
+		self._service = service
+		self._connection = 1
+
+	def caption(self, source=SPANISH_CAPTIONS):
+		"""The number of the caption that is shown; 0 when there is none."""
+		css = self.obs.input_settings(source).get("css", "") if source in self.obs.inputs() else ""
+		shown = re.search(r'content: "uno (\d+)"', css)
+		return int(shown.group(1)) if shown else 0
+
+	def join_session(self, number):
+		"""From now on the session of the connection with this number is looked at, 1 being the first."""
+		self._connection = number
+
+	def sent(self):
+		"""The number of the last caption that the service has sent in this session."""
+		steps = [one for one in self._service.events("script_step") if one["connection"] == self._connection]
+		return (len(steps) - len(LET_IN)) // 2
+
+	def wait_for_caption(self, source=SPANISH_CAPTIONS):
+		"""Waits for a caption that has not been sent yet."""
+		last = self.sent()
+		wait_until(lambda: self.caption(source) > last, 15, f"a caption after number {last} is shown")
+
+	def wait_for_uplink(self):
+		"""Waits until the service has heard another quarter of a second."""
+		before = self.heard()
+		wait_until(lambda: self.heard() >= before + 4000, 10, "the service hears the microphone")
+
+	def uplink(self):
+		return self._service.uplink(self._connection)
+
+	def heard(self):
+		"""How many samples the service has heard."""
+		return len(self.uplink())
+
+	def wait_for_dub(self, source=SPANISH_DUB):
+		wait_until(lambda: self.obs.remote.level(source) > 0, 10, "the dub is heard")
+
+	def wait_for_silent_dub(self, source=SPANISH_DUB):
+		wait_until(lambda: self.obs.remote.level(source) == 0, 10, "the dub is silent")
+
+	def wait_for_everything(self):
+		"""Captions, capture and dub, as far as there is a session."""
+		self.wait_for_dub()
+		if self._service:
+			self.wait_for_uplink()
+			self.wait_for_caption()
+
+	def assert_one_session(self):
+		"""The connection that there was at the start is still there."""
+		assert len(self._service.received("open")) == 1, "the session was broken and began anew"
+		assert not self._service.received("close"), "the session has ended"
+
+
+def assert_clean_exit(obs, usual_complaints):
+	assert obs.exit_status == 0
+	assert "Not all sources were cleared" not in obs.log
+	assert "Number of memory leaks: 0" in obs.log
+	assert obs.complaints() == usual_complaints

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "browser-source.h"
+
+#include "plugin-dock.h"
+#include "talvora-plugin.h"
+
+#include "dock-session.h"
+#include "test-audio-source.h"
+
+#include <QLabel>
+#include <QTest>
+
+#include <obs-module.h>
+
+#include <memory>
+#include <optional>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kNoteKey = u"Dock.Settings.NoBrowserSource"_s;
+
+} // namespace
+
+/** What a user is told in an OBS without a browser source, and in one that has it. */
+class PluginDockTest : public QObject {
+	Q_OBJECT
+
+private Q_SLOTS:
+	void init();
+	void cleanup();
+
+	void missingTypeIsNoticed();
+	void dockShowsANote();
+	void logSaysItOnceWhenCaptionsAreWanted();
+	void nothingIsSaidWithABrowserSource();
+
+private:
+	int notes() const
+	{
+		int count = 0;
+		const PluginDock dock(plugin.get(), nullptr);
+		for (const QLabel *label : dock.findChildren<QLabel *>()) {
+			count += label->text() == QString::fromUtf8(obs_module_text(kNoteKey.toUtf8().constData()));
+		}
+		return count;
+	}
+	qsizetype lines() const { return session->log.lines(LOG_WARNING).filter(u"no browser source"_s).size(); }
+	void wantCaptions() { plugin->setLanguageTargets({{u"es"_s, {.dubbing = false, .captions = true}}}); }
+
+	std::optional<DockSession> session;
+	std::unique_ptr<TalvoraPlugin> plugin;
+};
+
+void PluginDockTest::init()
+{
+	session.emplace();
+	plugin.reset(new TalvoraPlugin());
+}
+
+void PluginDockTest::cleanup()
+{
+	plugin.reset();
+	session.reset();
+}
+
+void PluginDockTest::missingTypeIsNoticed()
+{
+	QVERIFY(!hasBrowserSource());
+	const TestAudioSource browser("Web page", kBrowserSourceId);
+	QVERIFY(hasBrowserSource());
+}
+
+void PluginDockTest::dockShowsANote()
+{
+	QCOMPARE(notes(), 1);
+}
+
+void PluginDockTest::logSaysItOnceWhenCaptionsAreWanted()
+{
+	plugin->initialize();
+	plugin->setLanguageTargets({{u"es"_s, {.dubbing = true, .captions = false}}});
+	QCOMPARE(lines(), 0);
+	wantCaptions();
+	QCOMPARE(lines(), 1);
+	plugin->setCaptionOpacity(50);
+	plugin->previewCaptionText(u"Hola"_s);
+	QCOMPARE(lines(), 1);
+}
+
+void PluginDockTest::nothingIsSaidWithABrowserSource()
+{
+	const TestAudioSource browser("Web page", kBrowserSourceId);
+	plugin->initialize();
+	wantCaptions();
+	QCOMPARE(lines(), 0);
+	QCOMPARE(notes(), 0);
+}
+
+QTEST_MAIN(PluginDockTest)
+#include "browser-source-test.moc"
