@@ -52,7 +52,7 @@ def closure(name, chunks, seen):
 def unit_tests(path):
     text = plain(path.read_text())
     chunks = {}
-    for match in re.finditer(r"^\tvoid (\w+)\(\)\n\t\{\n.*?^\t\}", text, re.M | re.S):
+    for match in re.finditer(r"^\t\w[^\n;=({]*?(\w+)\([^\n]*\)(?: const)?(?:\n\t\{\n.*?^\t\}| \{ [^\n]* \}$)", text, re.M | re.S):
         chunks[match[1]] = match[0]
     head = r"^(?!using|namespace|class|#|//|QTEST|public|private)[A-Za-z][^\n;=({]*?(?:\w+::)?(\w+)"
     for match in re.finditer(head + r"\([^;{]*?\)(?: const)?\n\{\n.*?^\}", text, re.M | re.S):
@@ -68,8 +68,12 @@ def unit_tests(path):
 
 
 def obs_tests(path):
-    for match in re.finditer(r"^def (test_\w+)\(.*?(?=^\S|\Z)", path.read_text(), re.M | re.S):
-        yield Test("obs/" + path.name.removesuffix(".py"), match[1], match[0])
+    text = plain(path.read_text())
+    chunks = {match[1]: match[0] for match in re.finditer(r"^([A-Z_]\w*) = .*?(?=^[^\s\])}]|\Z)", text, re.M | re.S)}
+    for match in re.finditer(r"^def (test_\w+)\(.*?(?=^\S|\Z)", text, re.M | re.S):
+        chunks[match[1]] = match[0]
+    for name in [name for name in chunks if name.startswith("test_")]:
+        yield Test("obs/" + path.name.removesuffix(".py"), name, closure(name, chunks, set()))
 
 
 def all_tests():

@@ -229,15 +229,6 @@ void TalvoraPluginTest::callbackMeetsItsLocksShortly()
 	QVERIFY(speech.longestOnProcessor() < 21'300'000);
 }
 
-int main(int argc, char **argv)
-{
-	QApplication app(argc, argv);
-	// The thread sanitizer stands where these tests would look from, and looks at locks itself.
-	if (!BlockingGuard::works()) {
-		return 0;
-	}
-	TalvoraPluginTest test;
-	return QTest::qExec(&test, argc, argv);
-}
+QTEST_MAIN(TalvoraPluginTest)
 
 #include "realtime-test.moc"

@@ -60,28 +60,6 @@ void note_unlocking(const void *lock)
 
 } // namespace
 
-#if defined(__SANITIZE_THREAD__)
-#define BLOCKING_GUARD_BLIND
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define BLOCKING_GUARD_BLIND
-#endif
-#endif
-
-#ifdef BLOCKING_GUARD_BLIND
-
-bool BlockingGuard::works()
-{
-	return false;
-}
-
-#else
-
-bool BlockingGuard::works()
-{
-	return true;
-}
-
 namespace {
 
 /** The C library's own function behind the one that is put in its place here. */
@@ -194,8 +172,6 @@ BLOCKING_GUARD_EXPORT int pthread_rwlock_unlock(pthread_rwlock_t *lock)
 	note_unlocking(lock);
 	return real_pthread_rwlock_unlock.as<int(pthread_rwlock_t *)>()(lock);
 }
-
-#endif
 
 BlockingGuard::BlockingGuard() : outer(current)
 {

@@ -14,17 +14,14 @@
  *     dub.pushOriginalAudio(left, right, frames, 48000, timestamp);
  *     guard.stop();
  *     QCOMPARE(guard.waits(), 0);
- *     QVERIFY(guard.onlyLocked({&dub.sourceLock, &dub.lock}));
+ *     QVERIFY(guard.locked(&dub.lock));
  *
  * Sees the C library's calls in the program and in every shared library, hence also std::mutex and std::shared_mutex.
- * In a build with the thread sanitizer, which puts itself in the same place, nothing is seen.
+ * Not in a build with the thread sanitizer, which puts itself in the same place.
  */
 class BlockingGuard {
 public:
 	static constexpr size_t kMaxLocks = 16;
-
-	/** Whether this build sees anything. */
-	static bool works();
 
 	BlockingGuard();
 	~BlockingGuard();
@@ -79,9 +76,9 @@ private:
 };
 
 /**
- * Measures how long threads without a BlockingGuard hold one lock while the object lives: what bounds the wait of a
- * thread that meets it taken. Processor time, which does not count that the thread was put aside in between, and time
- * on the clock.
+ * Measures how long threads without a BlockingGuard hold one lock while the object lives, and hence may keep a thread
+ * that meets it taken. Processor time, which does not count that the thread was put aside in between, and time on the
+ * clock. What was seen, not what bounds it.
  */
 class HoldTimes {
 public:
