@@ -17,7 +17,8 @@
  *     QVERIFY(guard.locked(&dub.lock));
  *
  * Sees the C library's calls in the program and in every shared library, hence also std::mutex and std::shared_mutex.
- * Not in a build with the thread sanitizer, which puts itself in the same place.
+ * Locks that are not the C library's, such as Qt's, are not seen. Not in a build with the thread sanitizer, which puts
+ * itself in the same place.
  */
 class BlockingGuard {
 public:
