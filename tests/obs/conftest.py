@@ -20,7 +20,16 @@ from sessions import MICROPHONE, constant_wav  # noqa: E402
 def pytest_addoption(parser):
 	parser.addoption("--minutes", type=float, default=30, help="how long the soak test's session lasts")
 	parser.addoption("--cycles", type=int, default=100, help="how often OBS is started and ended at a random moment")
+	parser.addoption("--share", default="1/1", metavar="K/N", help="run only every Nth test, from the Kth on")
 	parser.addoption("--seed", type=int, default=None, help="of what tests do at random; printed, so that it can be repeated")
+
+
+def pytest_collection_modifyitems(config, items):
+	"""Leaves out the tests of other shares. Neighbours last about as long, so that every Nth makes equal shares."""
+	share, shares = map(int, config.getoption("--share").split("/"))
+	others = [item for number, item in enumerate(items) if number % shares != share - 1]
+	config.hook.pytest_deselected(items=others)
+	items[:] = [item for number, item in enumerate(items) if number % shares == share - 1]
 
 
 @pytest.fixture

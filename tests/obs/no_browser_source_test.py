@@ -14,7 +14,7 @@ SHOWN = ("This OBS has no browser source, so captions cannot be shown. OBS from 
 
 SCRIPT = [
 	*LET_IN,
-	{"after_audio_bytes": 64000},
+	{"after_audio_bytes": 128000},
 	{"send": {"type": "transcript_interim", "text": "good morning"}},
 	{"send": {"type": "caption", "language": "es", "text": "Buenos días", "duration": 8}},
 	{"send_tts": {"language": "es", "pcm": "sine 440 1.0s"}},
@@ -30,13 +30,14 @@ def test_user_is_told_once_and_the_rest_works(make_obs, make_service, tmp_path, 
 		obs.add_to_scene(SPANISH_DUB)
 		obs.set_tracks(SPANISH_DUB, 2)
 		obs.start_recording()
+		# Before anything that takes longer than the caption is up.
+		wait_until(lambda: '"Buenos días"' in obs.input_settings(SPANISH_CAPTIONS)["css"], 20, "the caption is where it would be drawn")
 		hands = Hands(obs)
 		hint = hands.find("label", SHOWN, hands.dock("Talvora"))
 		hands.reveal(hint)
 		hands.picture(artefacts / "hint.png")
 		transcript = hands.find("text", "Live transcript", hands.dock("Talvora"))
 		wait_until(lambda: transcript.text == "good morning", 20, "the transcript is shown")
-		wait_until(lambda: '"Buenos días"' in obs.input_settings(SPANISH_CAPTIONS)["css"], 10, "the caption is where it would be drawn")
 		dub = read_track(obs.wait_for_recording_length(obs.recorded_seconds() + 2), 2)[:, 0]
 	assert obs.log.count(LOGGED) == 1
 	heard = np.count_nonzero(np.abs(dub) > 1e-4)
@@ -53,6 +54,6 @@ def test_nobody_is_told_where_captions_are_not_wanted_or_can_be_drawn(make_obs):
 	with make_obs(accessible=True, talvora_config=captioned) as obs:
 		obs.wait_for_log(r"\[talvora-obs\] Talvora plugin initialized$")
 		hands = Hands(obs)
-		hands.find("table", "Target languages", hands.dock("Talvora"))
+		hands.find("check box", "Spanish: Captions", hands.dock("Talvora"))
 		assert not hands.all("label", SHOWN)
 	assert LOGGED not in obs.log

@@ -2,6 +2,7 @@
 
 import re
 import subprocess
+from functools import partial
 
 import numpy as np
 import pytest
@@ -12,6 +13,9 @@ from lab.remote import RequestFailed
 from sessions import AUTHENTICATED
 from streaming import NUMBERED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
 
+# OBS ends a stream with the frame that was due when it was asked to, and gives the encoder 30 s to come to that frame.
+LONGEST_STREAM_END = 40
+
 # 0.25 of full scale, as the service hears it.
 LEVEL = 8191
 # OBS makes one channel of two equal ones 3 dB louder.
@@ -21,17 +25,16 @@ RATE_WARNING = ("[talvora-obs] Talvora: audio sample rate is 44100 Hz (expected 
 		"output. Change OBS audio settings to 48 kHz.")
 
 
-@pytest.fixture
-def session(make_obs, make_service, tmp_path, usual_complaints):
-	"""A running OBS in a session with a microphone and its dub in the scene: a Witness of both."""
-	service = make_service(NUMBERED)
+def test_a_session_goes_on_through_all_that_obs_puts_out(make_obs, make_service, tmp_path, artefacts, usual_complaints):
 	profile = {"AdvOut": {"RecRB": True, "RecRBTime": 5, "RecTracks": 3, "TrackIndex": 2}}
-	with service:
-		with make_obs(inputs=[microphone(tmp_path), dub_in_scene()], talvora_config=spanish(), profile=profile) as obs:
-			obs.wait_for_log(AUTHENTICATED, timeout=20)
-			witness = Witness(obs, service)
-			witness.wait_for_everything()
-			yield witness
+	inputs = [microphone(tmp_path), dub_in_scene()]
+	with make_service(NUMBERED) as service, make_obs(inputs=inputs, talvora_config=spanish(), profile=profile, canvas=(640, 360)) as obs:
+		obs.wait_for_log(AUTHENTICATED, timeout=20)
+		witness = Witness(obs, service)
+		witness.wait_for_everything()
+		for use in (record_twice, save_replays_twice, partial(stream_to_a_server_twice, folder=artefacts), start_missing_camera,
+			    switch_profile_and_back):
+			use(witness)
 			witness.wait_for_everything()
 			witness.assert_one_session()
 	assert_clean_exit(obs, usual_complaints)
@@ -44,33 +47,33 @@ def assert_level(path, track):
 	assert len(playing) > 12000 and abs(np.median(playing) - 0.25) < 0.01, f"track {track} of {path.name} is not the microphone"
 
 
-def test_recording_twice(session):
+def record_twice(witness):
 	for _ in range(2):
-		session.obs.start_recording()
-		session.wait_for_caption()
-		recording = session.obs.wait_for_recording_length(1)
+		witness.obs.start_recording()
+		witness.wait_for_caption()
+		recording = witness.obs.wait_for_recording_length(1)
 		assert_level(recording, 1)
 		assert_level(recording, 2)
 
 
-def test_replay_buffer_twice(session):
-	obs = session.obs
+def save_replays_twice(witness):
+	obs = witness.obs
 	for _ in range(2):
 		obs.request("StartReplayBuffer")
 		wait_until(lambda: obs.request("GetReplayBufferStatus")["outputActive"], 10, "the replay buffer runs")
-		session.wait_for_caption()
+		witness.wait_for_caption()
 		seen = len(obs.remote.events)
 		obs.request("SaveReplayBuffer")
 		obs.remote.wait_for_event("ReplayBufferSaved", since=seen)
 		obs.request("StopReplayBuffer")
 		wait_until(lambda: not obs.request("GetReplayBufferStatus")["outputActive"], 10, "the replay buffer has ended")
-		session.wait_for_uplink()
+		witness.wait_for_uplink()
 
 
-def test_stream_to_a_server_twice(session, artefacts):
-	obs = session.obs
+def stream_to_a_server_twice(witness, folder):
+	obs = witness.obs
 	for number in range(2):
-		port, received = free_port(), artefacts / f"stream-{number}.mkv"
+		port, received = free_port(), folder / f"stream-{number}.mkv"
 		server = subprocess.Popen(["ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-listen", "1", "-i", f"rtmp://127.0.0.1:{port}/live/key",
 					   "-c", "copy", str(received)])
 		try:
@@ -79,9 +82,9 @@ def test_stream_to_a_server_twice(session, artefacts):
 				    streamServiceSettings={"server": f"rtmp://127.0.0.1:{port}/live", "key": "key"})
 			obs.request("StartStream")
 			wait_until(lambda: obs.request("GetStreamStatus")["outputDuration"] > 2000, 20, "OBS has streamed two seconds")
-			session.wait_for_caption()
+			witness.wait_for_caption()
 			obs.request("StopStream")
-			wait_until(lambda: not obs.request("GetStreamStatus")["outputActive"], 20, "the stream has ended")
+			wait_until(lambda: not obs.request("GetStreamStatus")["outputActive"], LONGEST_STREAM_END, "the stream has ended")
 			server.wait(timeout=10)
 		finally:
 			server.kill()
@@ -96,22 +99,21 @@ def is_listening(port):
 	return any(line.split()[1].endswith(f":{port:04X}") and line.split()[3] == "0A" for line in lines)
 
 
-def test_virtual_camera_that_the_machine_does_not_have(session):
+def start_missing_camera(witness):
 	"""It needs the kernel module v4l2loopback, which a machine without devices of its own cannot load."""
 	with pytest.raises(RequestFailed):
-		session.obs.request("StartVirtualCam")
-	session.wait_for_everything()
+		witness.obs.request("StartVirtualCam")
 
 
-def test_profile_switched_and_back(session):
-	obs = session.obs
+def switch_profile_and_back(witness):
+	obs = witness.obs
 	obs.request("CreateProfile", profileName="Other", timeout=20)
 	# Not all versions switch to a profile when they make it.
 	obs.request("SetCurrentProfile", profileName="Other", timeout=20)
 	wait_until(lambda: obs.request("GetProfileList")["currentProfileName"] == "Other", 10, "the other profile is in use")
-	session.wait_for_everything()
+	witness.wait_for_everything()
 	obs.request("SetCurrentProfile", profileName="Untitled", timeout=20)
-	session.wait_for_everything()
+	witness.wait_for_everything()
 	obs.start_recording()
 	assert_level(obs.wait_for_recording_length(1), 2)
 

@@ -5,7 +5,6 @@ import re
 
 import numpy as np
 
-from lab.hands import Hands
 from lab.media import read_track
 from lab.obs import media_file
 from sessions import AUTHENTICATED, LET_IN, MICROPHONE, noise_wav, session_config, target
@@ -32,13 +31,13 @@ def speech(count):
 class RestlessUser:
 	"""Does one thing after the other with the dock and the sources."""
 
-	def __init__(self, obs, chance):
-		self._obs = obs
+	def __init__(self, user, chance):
+		self._obs = user.obs
+		self._user = user
 		self._chance = chance
 		self._numbers = itertools.count(1)
-		self._hands = Hands(obs)
-		dock = self._hands.dock("Talvora")
-		self._table = self._hands.find("table", "Target languages", dock)
+		self._hands = user.hands
+		dock = user.dock
 		self._sliders = [self._hands.find("slider", name, dock) for name in ("Original under the dub", "Dub volume")]
 		self._source = self._hands.find("combo box", "Audio source", dock)
 		self._language = self._hands.find("combo box", "Spoken language", dock)
@@ -48,7 +47,7 @@ class RestlessUser:
 		self._chance.choice((self.switch_target, self.change_level, self.change_source, self.change_language, self.mute, self.disturb))()
 
 	def switch_target(self):
-		self._hands.click(self._hands.table_cell(self._table, self._chance.choice(LANGUAGES), "Dub"))
+		self._user.mark(self._chance.choice(LANGUAGES), "Dub")
 
 	def change_level(self):
 		self._hands.click(self._chance.choice(self._sliders))
@@ -95,7 +94,7 @@ def check_no_gap(track, frames):
 	assert not len(wrong), f"samples of the source are missing or doubled after {wrong[0] / 48000:.3f} s"
 
 
-def test_audio_flows_through_everything_a_user_does(make_obs, make_service, tmp_path, chance, usual_complaints):
+def test_audio_flows_through_everything_a_user_does(make_obs, make_service, user_of, tmp_path, chance, usual_complaints):
 	wav, frames = noise_wav(tmp_path / "noise.wav", 120)
 	inputs = [media_file(MICROPHONE, wav, tracks=(1,)), media_file(SECOND, wav, tracks=(2,))]
 	config = session_config(target("es", dubbing=True, captions=True), target("fr", dubbing=True), dockVisible=True)
@@ -103,7 +102,7 @@ def test_audio_flows_through_everything_a_user_does(make_obs, make_service, tmp_
 	with make_service(script), make_obs(accessible=True, inputs=inputs, talvora_config=config, tracks=(1, 2), lossless_audio=True,
 					    screen=(1280, 1100)) as obs:
 		obs.wait_for_log(AUTHENTICATED)
-		user = RestlessUser(obs, chance)
+		user = RestlessUser(user_of(obs), chance)
 		obs.start_recording()
 		before = len(obs.log)
 		actions = 0
