@@ -33,7 +33,7 @@ lab_packages() {
 		apertium apertium-eng-spa apertium-es-pt apertium-fr-es apertium-spa-ita
 
 		# Tests and checks.
-		ffmpeg procps python3-minimal python3-websockets python3-pytest python3-numpy
+		ffmpeg procps python3-minimal python3-websockets python3-pytest python3-pytest-rerunfailures python3-numpy
 		clang clang-tidy clang-format
 	)
 

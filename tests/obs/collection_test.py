@@ -47,7 +47,7 @@ def assert_outputs_once(obs):
 		assert [one for one in names if one.startswith(name)] == [name], f"there is not exactly one '{name}': {names}"
 
 
-def test_outputs_come_back_in_another_collection(stage, usual_complaints):
+def test_outputs_come_back_and_capture_waits_for_its_source(stage, usual_complaints, tmp_path):
 	with stage() as witness:
 		obs = witness.obs
 		for round_, collection in enumerate([SECOND, "Untitled", SECOND], 2):
@@ -56,19 +56,14 @@ def test_outputs_come_back_in_another_collection(stage, usual_complaints):
 			obs.wait_for_log(PLACED, count=round_)
 			assert SPANISH_CAPTIONS in obs.scene_items()
 			assert_outputs_once(obs)
-	assert_clean_exit(obs, usual_complaints)
 
-
-def test_capture_waits_for_its_source_in_a_collection_without_it(stage, usual_complaints, tmp_path):
-	with stage() as witness:
-		obs = witness.obs
 		switch(obs, BARE)
-		obs.wait_for_log(PLACED, count=2)
+		obs.wait_for_log(PLACED, count=5)
 		witness.wait_for_silent_dub()
 		obs.create_input(MICROPHONE, "ffmpeg_source", microphone(tmp_path).settings)
 		witness.wait_for_everything()
 		obs.request("CreateSceneCollection", sceneCollectionName="Made", timeout=30)
-		obs.wait_for_log(PLACED, count=3)
+		obs.wait_for_log(PLACED, count=6)
 		assert_outputs_once(obs)
 		switch(obs, BARE)
 		witness.wait_for_everything()

@@ -11,7 +11,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from dock_user import User  # noqa: E402
-from lab.obs import Obs, media_file  # noqa: E402
+from lab.obs import Obs, media_file, obs_version  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
 from lab.service import LocalService  # noqa: E402
 from sessions import MICROPHONE, constant_wav  # noqa: E402
@@ -30,6 +30,11 @@ def pytest_collection_modifyitems(config, items):
 	others = [item for number, item in enumerate(items) if number % shares != share - 1]
 	config.hook.pytest_deselected(items=others)
 	items[:] = [item for number, item in enumerate(items) if number % shares == share - 1]
+	if obs_version() >= (32, 0, 0):
+		# After a change of scene it now and then keeps a scene for ever, with the module or without (3 of 26 runs without).
+		# What the module keeps, it would keep in every run.
+		for item in items:
+			item.add_marker(pytest.mark.flaky(reruns=3, only_rerun=["Not all sources were cleared"]))
 
 
 @pytest.fixture

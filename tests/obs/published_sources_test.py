@@ -11,7 +11,7 @@ from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
 from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
 
 OTHER_SCENE = "Other"
-SECOND = "Second"
+SECOND, THIRD = "Second", "Third"
 GROUP = "Group"
 
 SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but source is null$"
@@ -19,16 +19,18 @@ SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but sourc
 
 @pytest.fixture
 def session(make_obs, make_service, usual_complaints, tmp_path):
-	"""Makes a context: an OBS in a session whose captions are in place, with two scenes; gives a Witness of both."""
+	"""Makes a context: an OBS in a session whose captions are in place, with two scenes; gives a Witness of both.
+
+	The other collections are the same but for captions.
+	"""
 
 	@contextlib.contextmanager
-	def make(collections=None, **options):
+	def make(**options):
 		inputs = [microphone(tmp_path), dub_in_scene()]
-		here = scene_collection("Untitled", inputs, scenes=[OTHER_SCENE])
-		there = scene_collection(SECOND, inputs, scenes=[OTHER_SCENE])
+		stored = [scene_collection(name, inputs, scenes=[OTHER_SCENE]) for name in ("Untitled", SECOND, THIRD)]
 		service = make_service(NUMBERED)
 		with service:
-			with make_obs(collections=[here, there], talvora_config=spanish(dockVisible=True), **options) as obs:
+			with make_obs(collections=stored, talvora_config=spanish(dockVisible=True), **options) as obs:
 				obs.wait_for_log(AUTHENTICATED, timeout=20)
 				obs.wait_for_log(PLACED)
 				witness = Witness(obs, service)
@@ -46,7 +48,7 @@ def item(obs, scene=SCENE, source=SPANISH_CAPTIONS):
 	return next(one for one in items if one["sourceName"] == source)
 
 
-def test_removed_ones_are_taken_up_again_when_they_are_made_again(session):
+def test_removed_ones_are_taken_up_again_and_renamed_ones_go_on(session):
 	with session() as witness:
 		obs = witness.obs
 		obs.request("RemoveInput", inputName=SPANISH_CAPTIONS)
@@ -58,6 +60,14 @@ def test_removed_ones_are_taken_up_again_when_they_are_made_again(session):
 		obs.create_input(SPANISH_DUB, "talvora_dubbed_source")
 		witness.wait_for_everything()
 		obs.wait_for_log(PLACED, count=2)
+
+		obs.request("SetInputName", inputName=SPANISH_CAPTIONS, newInputName="My captions")
+		obs.request("SetInputName", inputName=SPANISH_DUB, newInputName="My dub")
+		witness.wait_for_caption("My captions")
+		witness.wait_for_dub("My dub")
+		assert not [name for name in obs.inputs() if name.startswith("Talvora")], "the renamed ones have successors"
+		obs.request("SetInputName", inputName="My captions", newInputName=SPANISH_CAPTIONS)
+		obs.request("SetInputName", inputName="My dub", newInputName=SPANISH_DUB)
 		witness.assert_one_session()
 
 
@@ -88,19 +98,6 @@ def test_missing_ones_are_back_with_the_next_session(session):
 		assert SPANISH_CAPTIONS in obs.scene_items()
 		obs.wait_for_log(AUTHENTICATED, count=3)
 		witness.join_session(3)
-
-
-def test_renamed_ones_go_on_until_obs_ends(session):
-	with session() as witness:
-		obs = witness.obs
-		obs.request("SetInputName", inputName=SPANISH_CAPTIONS, newInputName="My captions")
-		obs.request("SetInputName", inputName=SPANISH_DUB, newInputName="My dub")
-		witness.wait_for_caption("My captions")
-		witness.wait_for_dub("My dub")
-		assert not [name for name in obs.inputs() if name.startswith("Talvora")], "the renamed ones have successors"
-		obs.request("SetInputName", inputName="My captions", newInputName=SPANISH_CAPTIONS)
-		obs.request("SetInputName", inputName="My dub", newInputName=SPANISH_DUB)
-		witness.assert_one_session()
 
 
 def test_what_the_user_does_to_the_item_stays(session):
@@ -154,13 +151,28 @@ def put_on_air(obs, request, **data):
 	obs.remote.wait_for_event("SceneTransitionEnded", since=seen)
 
 
-def test_studio_mode_places_captions_in_the_scene_on_air(session):
+def last_logged(obs, words):
+	"""The time of day of the last line of the log with these words, in seconds."""
+	line = [one for one in obs.log.splitlines() if words in one][-1]
+	hours, minutes, seconds = line.split(": ")[0].split(":")
+	return int(hours) * 3600 + int(minutes) * 60 + float(seconds)
+
+
+def test_captions_are_placed_in_the_scene_on_air(session):
 	with session() as witness:
 		obs = witness.obs
-		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
 		obs.request("SetCurrentSceneCollection", sceneCollectionName=SECOND, timeout=30)
-		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		obs.request("SetCurrentProgramScene", sceneName=OTHER_SCENE)
 		obs.wait_for_log(PLACED, count=2)
+		assert SPANISH_CAPTIONS in obs.scene_items(OTHER_SCENE)
+		assert SPANISH_CAPTIONS not in obs.scene_items(SCENE)
+		waited = (last_logged(obs, f"placed '{SPANISH_CAPTIONS}'") - last_logged(obs, f"created source '{SPANISH_CAPTIONS}'")) % 86400
+		assert waited >= 0.49, f"the captions were placed after {waited:.3f} s, before OBS has done its own part"
+
+		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
+		obs.request("SetCurrentSceneCollection", sceneCollectionName=THIRD, timeout=30)
+		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		obs.wait_for_log(PLACED, count=3)
 		assert SPANISH_CAPTIONS in obs.scene_items(SCENE)
 		assert SPANISH_CAPTIONS not in obs.scene_items(OTHER_SCENE)
 		witness.wait_for_everything()
@@ -170,17 +182,6 @@ def test_studio_mode_places_captions_in_the_scene_on_air(session):
 		witness.wait_for_caption()
 		put_on_air(obs, "SetCurrentProgramScene", sceneName=SCENE)
 		witness.assert_one_session()
-
-
-def test_scene_changed_before_the_captions_are_placed(session):
-	with session() as witness:
-		obs = witness.obs
-		obs.request("SetCurrentSceneCollection", sceneCollectionName=SECOND, timeout=30)
-		obs.request("SetCurrentProgramScene", sceneName=OTHER_SCENE)
-		obs.wait_for_log(PLACED, count=2)
-		assert SPANISH_CAPTIONS in obs.scene_items(OTHER_SCENE)
-		assert SPANISH_CAPTIONS not in obs.scene_items(SCENE)
-		obs.request("SetCurrentProgramScene", sceneName=SCENE)
 
 
 def test_no_scene_is_on_air_when_the_captions_are_placed(session):

@@ -90,7 +90,8 @@ class Witness:
 
 
 def assert_clean_exit(obs, usual_complaints):
+	# First, since it is why the next would fail too.
+	assert "Not all sources were cleared" not in obs.log, "Not all sources were cleared"
 	assert obs.exit_status == 0, f"OBS ended with status {obs.exit_status}"
-	assert "Not all sources were cleared" not in obs.log
 	assert "Number of memory leaks: 0" in obs.log
 	assert obs.complaints() == usual_complaints
