@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr mode_t othersMayWrite = S_IWGRP | S_IWOTH;
+constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
 
 QString inTempDir(const QString &fileName)
 {
@@ -41,8 +41,8 @@ int openOwnFile(const QString &path)
 	}
 	struct stat found{};
 	if (fstat(descriptor, &found) == 0 && isOwnFile(found) &&
-	    ((found.st_mode & othersMayWrite) == 0 ||
-	     fchmod(descriptor, found.st_mode & ~(S_IFMT | othersMayWrite)) == 0)) {
+	    ((found.st_mode & kOthersMayWrite) == 0 ||
+	     fchmod(descriptor, found.st_mode & ~(S_IFMT | kOthersMayWrite)) == 0)) {
 		return descriptor;
 	}
 	close(descriptor);
