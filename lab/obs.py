@@ -170,12 +170,13 @@ class Obs:
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's.
 	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
+	modules: files of more modules to install.
 	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
 	"""
 
 	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
 		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
-		     verbose=False, accessible=False, path=(), wait=True, theme=None, scale=1, build=BUILD):
+		     verbose=False, accessible=False, path=(), wait=True, theme=None, scale=1, modules=(), build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -195,6 +196,7 @@ class Obs:
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
+		self._modules = modules
 		self._wait = wait
 		self._theme = theme
 		self.scale = scale
@@ -258,6 +260,10 @@ class Obs:
 			why = f": {NOT_CLEARED}" if NOT_CLEARED in self.log else ""
 			raise TimeoutError(f"OBS did not end within {_STOP_SECONDS} s{why}") from None
 		return self.exit_status
+
+	@property
+	def pid(self):
+		return self._process.pid
 
 	def running(self):
 		return self._process is not None and self._process.poll() is None
@@ -364,6 +370,8 @@ class Obs:
 			self._install(PLUGIN, self._build / "src" / f"{PLUGIN}.so", CHECKOUT / "data")
 		if self._browser:
 			self._install(BROWSER, self._build / "lab" / "browser-source" / f"{BROWSER}.so", None)
+		for module in self._modules:
+			self._install(module.stem, module, None)
 		if self._talvora_config is not None:
 			_write(self.talvora_config_path, json.dumps(self._talvora_config, indent=4))
 

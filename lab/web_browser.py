@@ -45,14 +45,15 @@ def _key_hash(certificate):
 
 
 class WebBrowser:
-	"""One page in a headless Chromium. It trusts `certificate` (a PEM file) and what it trusts by itself."""
+	"""One page in a headless Chromium. It trusts `certificate` (a PEM file), if there is one, and what it trusts by itself."""
 
-	def __init__(self, address, certificate):
+	def __init__(self, address, certificate=None):
 		self._open = contextlib.ExitStack()
 		home = self._open.enter_context(tempfile.TemporaryDirectory(prefix="talvora-browser-", ignore_cleanup_errors=True))
 		self._log = Path(home) / "log"
-		command = ["chromium-headless-shell", *_OPTIONS, f"--user-data-dir={home}/data",
-			   f"--ignore-certificate-errors-spki-list={_key_hash(certificate)}"]
+		command = ["chromium-headless-shell", *_OPTIONS, f"--user-data-dir={home}/data"]
+		if certificate:
+			command.append(f"--ignore-certificate-errors-spki-list={_key_hash(certificate)}")
 		if os.geteuid() == 0:
 			command.append("--no-sandbox")
 		with open(self._log, "wb") as log:

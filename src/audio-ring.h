@@ -29,11 +29,13 @@ public:
 	{
 		// Relaxed: only this thread writes it.
 		const uint64_t write = writePosition.load(std::memory_order_relaxed);
-		// Acquire, paired with the release in read(): the consumer has finished copying out of the space
-		// that this value declares free, so overwriting it is safe.
-		const uint64_t read = readPosition.load(std::memory_order_acquire);
+		if (kCapacity - (write - readSeen) < bytes) {
+			// Acquire, paired with the release in read(): the consumer has finished copying out of the
+			// space that this value declares free, so overwriting it is safe.
+			readSeen = readPosition.load(std::memory_order_acquire);
+		}
 
-		const uint64_t free = kCapacity - (write - read);
+		const uint64_t free = kCapacity - (write - readSeen);
 		const size_t count = static_cast<size_t>(std::min<uint64_t>(bytes, free)) & ~size_t{1};
 		if (count == 0) {
 			return 0;
@@ -54,10 +56,13 @@ public:
 	{
 		// Relaxed: only this thread writes it.
 		const uint64_t read = readPosition.load(std::memory_order_relaxed);
-		// Acquire, paired with the release in write(): the bytes before this position are there to be read.
-		const uint64_t write = writePosition.load(std::memory_order_acquire);
+		if (writeSeen - read < maxBytes) {
+			// Acquire, paired with the release in write(): the bytes before this position are there to be
+			// read.
+			writeSeen = writePosition.load(std::memory_order_acquire);
+		}
 
-		const size_t count = static_cast<size_t>(std::min<uint64_t>(maxBytes, write - read)) & ~size_t{1};
+		const size_t count = static_cast<size_t>(std::min<uint64_t>(maxBytes, writeSeen - read)) & ~size_t{1};
 		if (count == 0) {
 			return 0;
 		}
@@ -76,7 +81,8 @@ public:
 	void discard()
 	{
 		// Acquire and release for symmetry with read(): the producer may reuse the space at once.
-		readPosition.store(writePosition.load(std::memory_order_acquire), std::memory_order_release);
+		writeSeen = writePosition.load(std::memory_order_acquire);
+		readPosition.store(writeSeen, std::memory_order_release);
 	}
 
 	/** Bytes queued. Exact on the two threads when the other one rests, else a moment's view. */
@@ -96,7 +102,10 @@ private:
 
 	const std::unique_ptr<unsigned char[]> store;
 	// Total bytes ever written and read; they never go back to zero. Each on a cache line of its own, because each
-	// thread writes one of them all the time.
+	// thread writes one of them all the time, together with what that thread last saw of the other's: it looks
+	// again only when that is not enough, since each look takes the line away from the other thread.
 	alignas(64) std::atomic<uint64_t> writePosition{0};
+	uint64_t readSeen = 0;
 	alignas(64) std::atomic<uint64_t> readPosition{0};
+	uint64_t writeSeen = 0;
 };

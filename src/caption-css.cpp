@@ -49,7 +49,9 @@ QString fraction(double value)
 	return QString::number(value, 'g', 6);
 }
 
-QString styleRules(const CaptionStyle &style)
+} // namespace
+
+QString captionStyleRules(const CaptionStyle &style)
 {
 	const int pointSize = style.font.pointSize();
 	const bool bold = style.font.weight() > heaviestNormalWeight;
@@ -74,33 +76,51 @@ QString styleRules(const CaptionStyle &style)
 	return css;
 }
 
-} // namespace
-
 QString escapeCssText(const QString &text)
 {
-	QString escaped = text;
-	// The backslash first: the others add backslashes of their own.
-	escaped.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
-	escaped.replace(QLatin1Char('"'), QLatin1String("\\\""));
-	escaped.replace(QLatin1Char('\''), QLatin1String("\\'"));
-	escaped.replace(QLatin1Char('\n'), QLatin1String("\\A "));
-	escaped.replace(QLatin1Char('{'), QLatin1String("\\{"));
-	escaped.replace(QLatin1Char('}'), QLatin1String("\\}"));
-	escaped.replace(QLatin1Char(';'), QLatin1String("\\;"));
-	// These would end the string too: CSS counts both as line breaks, and OBS cuts its strings at a NUL.
-	escaped.replace(QLatin1Char('\r'), QLatin1String("\\D "));
-	escaped.replace(QLatin1Char('\f'), QLatin1String("\\C "));
-	escaped.replace(QChar(u'\0'), QLatin1String("\\0 "));
+	QString escaped;
+	escaped.reserve(text.size() + text.size() / 8);
+	for (const QChar character : text) {
+		switch (character.unicode()) {
+		case u'\n':
+			escaped += QLatin1String("\\A ");
+			break;
+		// These would end the string too: CSS counts both as line breaks, and OBS cuts its strings at a NUL.
+		case u'\r':
+			escaped += QLatin1String("\\D ");
+			break;
+		case u'\f':
+			escaped += QLatin1String("\\C ");
+			break;
+		case u'\0':
+			escaped += QLatin1String("\\0 ");
+			break;
+		case u'\\':
+		case u'"':
+		case u'\'':
+		case u'{':
+		case u'}':
+		case u';':
+			escaped += QLatin1Char('\\');
+			escaped += character;
+			break;
+		default:
+			escaped += character;
+		}
+	}
 	return escaped;
+}
+
+QString captionTextRules(const QString &text)
+{
+	if (text.isEmpty()) {
+		return QStringLiteral(" #caption-text { display: none; }");
+	}
+	return QLatin1String(" #caption-text { display: block; } #caption-text::after { content: \"") +
+	       escapeCssText(text) + QLatin1String("\"; white-space: pre-wrap; }");
 }
 
 QString captionCss(const CaptionStyle &style, const QString &text)
 {
-	const QString rules = styleRules(style);
-	if (text.isEmpty()) {
-		return rules + QLatin1String(" #caption-text { display: none; }");
-	}
-	return rules + QLatin1String(" #caption-text { display: block; }") +
-	       QStringLiteral(" #caption-text::after { content: \"%1\"; white-space: pre-wrap; }")
-		       .arg(escapeCssText(text));
+	return captionStyleRules(style) + captionTextRules(text);
 }

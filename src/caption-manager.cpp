@@ -206,7 +206,7 @@ void updatePageSettings(obs_source_t *source, const QByteArray &pagePath, const 
 
 } // namespace
 
-CaptionManager::CaptionManager(QObject *parent) : QObject(parent) {}
+CaptionManager::CaptionManager(QObject *parent) : QObject(parent), styleRules(captionStyleRules({})) {}
 
 CaptionManager::~CaptionManager()
 {
@@ -505,7 +505,7 @@ void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &t
 void CaptionManager::setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
 			      const QFont &font)
 {
-	style = {alignment, textColor, bgColor, opacity, font};
+	styleRules = captionStyleRules({alignment, textColor, bgColor, opacity, font});
 	for (auto &[language, state] : states) {
 		const OBSSourceAutoRelease source = state.source.getRef();
 		if (source) {
@@ -540,5 +540,5 @@ void CaptionManager::updateBrowserSourceFiles(const LanguageCaptionState &state,
 QString CaptionManager::generateCss(const QString &language) const
 {
 	const auto it = states.find(language);
-	return captionCss(style, it == states.end() ? QString() : it->second.currentText);
+	return styleRules + captionTextRules(it == states.end() ? QString() : it->second.currentText);
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "caption-state.h"
-#include "caption-style.h"
 
 #include <QColor>
 #include <QFont>
@@ -115,5 +114,6 @@ private:
 	QSet<QString> unplaced;
 	/** Factor of the time calcDisplayMs() gives a text. */
 	float readingSpeed = 1.0f;
-	CaptionStyle style;
+	/** The style as CSS, which stays the same from caption to caption. */
+	QString styleRules;
 };

@@ -3,21 +3,50 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
-#include <QTextStream>
+#include <QStandardPaths>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
+
+constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
 
 QString inTempDir(const QString &fileName)
 {
 	return QDir(QDir::tempPath()).filePath(fileName);
 }
 
-bool isWritten(const QString &path, const QString &html)
+/** A plain file of the user's own, and under no other name, which would be that of another of their files. */
+bool isOwnFile(const struct stat &file)
 {
-	const QByteArray wanted = html.toUtf8();
-	QFile file(path);
-	return file.open(QIODevice::ReadOnly) && file.size() == wanted.size() && file.readAll() == wanted;
+	return S_ISREG(file.st_mode) && file.st_uid == geteuid() && file.st_nlink == 1;
+}
+
+bool isTakenByOthers(const QString &path)
+{
+	struct stat found{};
+	return lstat(QFile::encodeName(path).constData(), &found) == 0 && !isOwnFile(found);
+}
+
+/** Opens or makes a file that is the user's own and that nobody else may write. -1 for whatever else is there. */
+int openOwnFile(const QString &path)
+{
+	// No link is followed, and a pipe does not block.
+	const int descriptor = open(QFile::encodeName(path).constData(),
+				    O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
+	if (descriptor < 0) {
+		return -1;
+	}
+	struct stat found{};
+	if (fstat(descriptor, &found) == 0 && isOwnFile(found) &&
+	    ((found.st_mode & kOthersMayWrite) == 0 ||
+	     fchmod(descriptor, found.st_mode & ~(S_IFMT | kOthersMayWrite)) == 0)) {
+		return descriptor;
+	}
+	close(descriptor);
+	return -1;
 }
 
 } // namespace
@@ -47,7 +76,13 @@ QString captionPageHtml()
 
 QString captionPagePath(const QString &language)
 {
-	return inTempDir(QStringLiteral("talvora_caption_ui_%1.html").arg(language));
+	const QString fileName = QStringLiteral("talvora_caption_ui_%1.html").arg(language);
+	const QString path = inTempDir(fileName);
+	if (!isTakenByOthers(path)) {
+		return path;
+	}
+	const QString ownDir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+	return ownDir.isEmpty() ? QString() : QDir(ownDir).filePath(fileName);
 }
 
 QString captionDataPath(const QString &language)
@@ -57,21 +92,17 @@ QString captionDataPath(const QString &language)
 
 void writeCaptionPage(const QString &path)
 {
-	// The directory is everybody's: a pipe put there would block us.
-	const QFileInfo present(path);
-	if (present.exists() && !present.isFile()) {
+	// The temporary directory is everybody's: what is there under this name may be a trap.
+	const int descriptor = openOwnFile(path);
+	QFile file;
+	if (descriptor < 0 || !file.open(descriptor, QIODevice::ReadWrite, QFileDevice::AutoCloseHandle)) {
 		return;
 	}
-	const QString html = captionPageHtml();
+	const QByteArray html = captionPageHtml().toUtf8();
 	// A browser may be loading the page at this moment, also one of another OBS: a right page is not truncated.
-	if (isWritten(path, html)) {
-		return;
+	if (file.readAll() != html) {
+		file.resize(0);
+		file.seek(0);
+		file.write(html);
 	}
-	QFile file(path);
-	if (!file.open(QIODevice::WriteOnly | QIODevice::Text)) {
-		return;
-	}
-	QTextStream stream(&file);
-	stream.setEncoding(QStringConverter::Utf8);
-	stream << html;
 }

@@ -6,11 +6,15 @@
 /** The page a caption source loads: one empty element, no script; style and text come from the source's CSS. */
 QString captionPageHtml();
 
-/** Path of a language's page in the system's temporary directory. */
+/**
+ * Path of a language's page in the system's temporary directory. Where something there bears the name that is not the
+ * user's own, it is one in the user's runtime directory, and empty when there is none: a browser source would show
+ * whatever another user has put there.
+ */
 QString captionPagePath(const QString &language);
 
 /** Path of a language's text file in the system's temporary directory; nothing reads or writes it. */
 QString captionDataPath(const QString &language);
 
-/** Writes the page to `path`; a file that cannot be opened is left as it is. */
+/** Writes the page to `path`; a file that cannot be opened, or is not the user's own, is left as it is. */
 void writeCaptionPage(const QString &path);

@@ -40,6 +40,5 @@ private:
 	std::array<float, kDecimation - 1> carry{};
 	size_t carryCount = 0;
 	std::array<float, kMaxFrames + kDecimation - 1> mono;
-	std::array<float, kMaxOutput> decimated;
 	std::array<int16_t, kMaxOutput> quantised;
 };

@@ -2,6 +2,7 @@
 #include "dubbed-source.h"
 
 #include "plugin-support.h"
+#include "sample-loops.h"
 #include "source-name.h"
 
 #include <obs-module.h>
@@ -51,7 +52,7 @@ float clamped_level(float level)
 
 DubbedSource::DubbedSource(const std::string &language_, const std::string &displayName)
 	: language(language_), sourceName("Talvora Dub \u2014 " + displayName), outLeft(kUsualFrames),
-	  outRight(kUsualFrames), ttsMixBuf(kUsualFrames)
+	  outRight(kUsualFrames), gains(kUsualFrames), ttsMixBuf(kUsualFrames)
 {
 	source.adopt(find_or_create(sourceName.c_str()));
 }
@@ -78,6 +79,7 @@ void DubbedSource::pushOriginalAudio(const float *left, const float *right, size
 	if (frames > outLeft.size()) {
 		outLeft.resize(frames);
 		outRight.resize(frames);
+		gains.resize(frames);
 		ttsMixBuf.resize(frames);
 	}
 
@@ -115,22 +117,19 @@ void DubbedSource::pushOriginalAudio(const float *left, const float *right, size
 /** The original at its gain, and over its first `voiced` frames the speech, on both channels. */
 void DubbedSource::mix(const float *left, const float *right, size_t frames, size_t voiced, float voiceGain)
 {
-	for (size_t i = 0; i < frames; ++i) {
-		const float gain = originalGain.next();
-		outLeft[i] = left[i] * gain;
-		outRight[i] = right[i] * gain;
-	}
-	for (size_t i = 0; i < voiced; ++i) {
-		const float voice = ttsMixBuf[i] * voiceGain;
-		outLeft[i] = std::clamp(outLeft[i] + voice, -1.0f, 1.0f);
-		outRight[i] = std::clamp(outRight[i] + voice, -1.0f, 1.0f);
-	}
+	originalGain.fill(gains.data(), frames);
+	sample_loops::applyGains(left, gains.data(), frames, outLeft.data());
+	sample_loops::applyGains(right, gains.data(), frames, outRight.data());
+	sample_loops::addVoice(ttsMixBuf.data(), voiceGain, voiced, outLeft.data());
+	sample_loops::addVoice(ttsMixBuf.data(), voiceGain, voiced, outRight.data());
 }
 
 void DubbedSource::pushTtsAudio(int clipId, const int16_t *pcm, size_t count, int sampleRate)
 {
+	// Outside the lock: a long piece takes longer than the audio thread may wait.
+	const SpeechResampler::Made made = speech.resample(pcm, count, sampleRate, outputSampleRate.load());
 	const std::lock_guard guard(lock);
-	speech.push(clipId, pcm, count, sampleRate, outputSampleRate.load());
+	speech.append(clipId, made);
 }
 
 void DubbedSource::ttsClipEnded(int clipId)

@@ -23,7 +23,8 @@
  */
 class DubbedSource {
 public:
-	/** Called with (language code, clip id) on OBS's audio thread, under the locks: may only post work elsewhere. */
+	/** Called with (language code, clip id) on OBS's audio thread, under the locks: may only post work elsewhere.
+	 */
 	using ClipCallback = std::function<void(const std::string &, int)>;
 
 	/** Finds the source "Talvora Dub — <displayName>" in OBS or creates it. UTF-8. User-interface thread. */
@@ -91,7 +92,8 @@ private:
 
 	const std::string language;
 	const std::string sourceName;
-	/** Guards the source, the gain and the buffers; held for the whole of each chunk, so that OBS's source stays. */
+	/** Guards the source, the gain and the buffers; held for the whole of each chunk, so that OBS's source stays.
+	 */
 	std::mutex sourceLock;
 	PublicSource source{sourceLock};
 	GainRamp originalGain;
@@ -100,6 +102,7 @@ private:
 	SpeechQueue speech;
 	std::vector<float> outLeft;
 	std::vector<float> outRight;
+	std::vector<float> gains;
 	std::vector<float> ttsMixBuf;
 	std::atomic<float> duckingLevel{0.2f};
 	std::atomic<float> ttsLevel{1.0f};

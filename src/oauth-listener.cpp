@@ -22,6 +22,11 @@ namespace {
 
 constexpr int kTimeoutSeconds = 120;
 
+/** Connections kept at a time. A browser opens a few; programs on this machine could use up OBS's descriptors. */
+constexpr qsizetype kMostConnections = 64;
+/** What waits unread on a connection that is not heard, in bytes; more waits at its sender. */
+constexpr qint64 kMostUnread = 64 * 1024;
+
 /** Where a connection keeps the head it has received so far. */
 constexpr const char *kBufferProperty = "_httpBuf";
 
@@ -109,6 +114,7 @@ void OAuthListener::onNewConnection()
 	while (QTcpSocket *socket = server->nextPendingConnection()) {
 		// The server goes with the attempt, the connection only when its answer has been delivered.
 		socket->setParent(this);
+		socket->setReadBufferSize(kMostUnread);
 		connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
 			if (requestHandled) {
 				return;
@@ -120,6 +126,17 @@ void OAuthListener::onNewConnection()
 			}
 		});
 		connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
+		dropOldestOfTooMany();
+	}
+}
+
+void OAuthListener::dropOldestOfTooMany()
+{
+	auto open = findChildren<QTcpSocket *>(Qt::FindDirectChildrenOnly);
+	// One that is closing still has its answer to deliver.
+	open.removeIf([](const QTcpSocket *socket) { return socket->state() != QAbstractSocket::ConnectedState; });
+	if (open.size() > kMostConnections) {
+		open.first()->abort();
 	}
 }
 

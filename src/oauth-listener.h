@@ -56,6 +56,8 @@ private:
 	void handleRequest(QTcpSocket *socket, const QByteArray &raw);
 	void sendResponse(QTcpSocket *socket, int status, const QString &body);
 	void cleanup();
+	/** The oldest goes, not the newest: it is not the browser's, which sends its request at once. */
+	void dropOldestOfTooMany();
 
 	/** Null between attempts, like the timer. Both are children. */
 	QTcpServer *server = nullptr;

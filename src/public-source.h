@@ -35,7 +35,8 @@ public:
 	/** Forgets the source and leaves its reference unreleased. Called without the mutex. */
 	void forget();
 
-	/** The source, or null when there is none or OBS has removed it. Called, and the result used, under the mutex. */
+	/** The source, or null when there is none or OBS has removed it. Called, and the result used, under the mutex.
+	 */
 	obs_source_t *get() const { return source; }
 
 	/** A new strong reference for the caller to release, or null. Called without the mutex. */

@@ -25,11 +25,10 @@ SceneWatcher *watcher(void *self)
 	return static_cast<SceneWatcher *>(self);
 }
 
-template<typename Signal, typename... Arguments>
+template <typename Signal, typename... Arguments>
 void post(SceneWatcher *watcher, Signal signal, const Arguments &...arguments)
 {
-	QMetaObject::invokeMethod(
-		watcher, [=] { Q_EMIT(watcher->*signal)(arguments...); }, Qt::QueuedConnection);
+	QMetaObject::invokeMethod(watcher, [=] { Q_EMIT(watcher->*signal)(arguments...); }, Qt::QueuedConnection);
 }
 
 } // namespace
@@ -79,8 +78,7 @@ void SceneWatcher::onSourceRemove(void *self, calldata_t *data)
 void SceneWatcher::onSourceRename(void *self, calldata_t *data)
 {
 	if (isInScene(data)) {
-		post(watcher(self), &SceneWatcher::sourceRenamed,
-		     QString::fromUtf8(calldata_string(data, "prev_name")),
+		post(watcher(self), &SceneWatcher::sourceRenamed, QString::fromUtf8(calldata_string(data, "prev_name")),
 		     QString::fromUtf8(calldata_string(data, "new_name")));
 	}
 }

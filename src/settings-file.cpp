@@ -20,8 +20,20 @@ namespace {
 
 constexpr QFileDevice::Permissions kOwnerFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeOwner;
+constexpr QFileDevice::Permissions kEverybodyElse = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
+						    QFileDevice::ExeGroup | QFileDevice::ReadOther |
+						    QFileDevice::WriteOther | QFileDevice::ExeOther;
 /** Bytes. A file beyond that is not one of ours, and reading it would take OBS's memory. */
 constexpr qint64 kLargestFile = 16 * 1024 * 1024;
+
+/** Takes from everybody else what may have been left open to them; the owner's own permissions stay. */
+void keepForOwner(const QString &path)
+{
+	const QFileDevice::Permissions present = QFile::permissions(path);
+	if (present & kEverybodyElse) {
+		QFile::setPermissions(path, present & kOwnerFolder);
+	}
+}
 
 QJsonDocument parse(QFile &file, QJsonParseError &error)
 {
@@ -72,6 +84,9 @@ void SettingsFile::load(Settings &settings)
 	if (!file.open(QIODevice::ReadOnly)) {
 		return;
 	}
+	// The file holds a credential.
+	keepForOwner(QFileInfo(path()).path());
+	keepForOwner(path());
 	QJsonParseError error{};
 	const QJsonDocument document = parse(file, error);
 	holdsMore = file.size() > 0 && (!document.isObject() || hasUnknownKeys(document.object()));
@@ -87,9 +102,10 @@ void SettingsFile::load(Settings &settings)
 void SettingsFile::save(const Settings &settings)
 {
 	const QString folder = QFileInfo(path()).path();
-	QDir().mkpath(folder);
-	// The file holds a credential: both are the owner's alone, also where an older version left them open.
-	QFile::setPermissions(folder, kOwnerFolder);
+	QDir().mkpath(QFileInfo(folder).path());
+	QDir().mkdir(folder, kOwnerFolder);
+	keepForOwner(folder);
+	keepForOwner(path());
 
 	QFile file(path());
 	// Not truncated on opening: on a full disk the old content is better than none.
@@ -97,7 +113,6 @@ void SettingsFile::save(const Settings &settings)
 		logFailedSave(path());
 		return;
 	}
-	file.setPermissions(kOwnerFile);
 	const QByteArray content = QJsonDocument(settings.toJson()).toJson(QJsonDocument::Indented);
 	if (!reserve(file, content.size())) {
 		logFailedSave(path());

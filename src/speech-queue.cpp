@@ -15,28 +15,27 @@ SpeechQueue::SpeechQueue() : ring(kCapacity)
 	markers.reserve(kUsualMarkers);
 }
 
-void SpeechQueue::push(int clipId, const int16_t *pcm, size_t count, int speechRate, uint32_t outputRate)
+SpeechResampler::Made SpeechQueue::resample(const int16_t *pcm, size_t count, int speechRate, uint32_t outputRate)
 {
 	const double ratio = static_cast<double>(outputRate > 0 ? outputRate : kDefaultOutputRate) /
 			     static_cast<double>(speechRate > 0 ? speechRate : kDefaultSpeechRate);
-	const uint64_t made = resampler.outputCount(count, ratio);
+	return resampler.resample(pcm, count, ratio, kCapacity);
+}
 
-	// The bound is applied after all samples were queued. Those of this very piece that would not survive it are
-	// never written, so that no rate makes a piece cost more than a full queue.
-	const uint64_t skipped = made > kCapacity ? made - kCapacity : 0;
-	resampler.resample(pcm, count, ratio, skipped, [this](float sample) { append(sample); });
-
-	const uint64_t total = length + made;
+void SpeechQueue::append(int clipId, const SpeechResampler::Made &made)
+{
+	write(made.samples);
+	const uint64_t total = length + made.count;
 	dropOldest(total > kCapacity ? total - kCapacity : 0);
 	length = static_cast<size_t>(std::min<uint64_t>(total, kCapacity));
 
-	if (made == 0 || clipId == 0) {
+	if (made.count == 0 || clipId == 0) {
 		return;
 	}
 	if (hasMarker() && markers.back().clipId == clipId) {
-		markers.back().samplesRemaining += made;
+		markers.back().samplesRemaining += made.count;
 	} else {
-		pushMarker({clipId, made, false, false});
+		pushMarker({clipId, made.count, false, false});
 	}
 }
 
@@ -129,11 +128,13 @@ void SpeechQueue::dropOldest(uint64_t count)
 	}
 }
 
-/** Writes one sample, over the oldest when the ring is full; the caller keeps the length. */
-void SpeechQueue::append(float sample)
+/** Writes samples, kCapacity at most, over the oldest when the ring is full; the caller keeps the length. */
+void SpeechQueue::write(std::span<const float> samples)
 {
-	ring[writeIndex] = sample;
-	writeIndex = writeIndex + 1 < kCapacity ? writeIndex + 1 : 0;
+	const size_t beforeWrap = std::min(samples.size(), kCapacity - writeIndex);
+	std::copy_n(samples.data(), beforeWrap, ring.data() + writeIndex);
+	std::copy_n(samples.data() + beforeWrap, samples.size() - beforeWrap, ring.data());
+	writeIndex = (writeIndex + samples.size()) % kCapacity;
 }
 
 void SpeechQueue::read(float *out, size_t count)

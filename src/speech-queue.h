@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <span>
 #include <vector>
 
 /** One clip of speech in the queue. */
@@ -43,13 +44,17 @@ public:
 	SpeechQueue();
 
 	/**
-	 * Queues speech.
-	 * @param clipId 0 for speech that belongs to no clip
+	 * Brings a piece of speech to the output rate, continuously over all pieces. Touches nothing that take() does,
+	 * so that it can do without the lock, on the thread that also calls append() and clear().
 	 * @param pcm mono signed 16-bit samples
 	 * @param speechRate Hz; kDefaultSpeechRate when not positive
 	 * @param outputRate Hz; kDefaultOutputRate when 0
+	 * @return for append(); valid until the next call
 	 */
-	void push(int clipId, const int16_t *pcm, size_t count, int speechRate, uint32_t outputRate);
+	SpeechResampler::Made resample(const int16_t *pcm, size_t count, int speechRate, uint32_t outputRate);
+
+	/** Queues a piece. @param clipId 0 for speech that belongs to no clip */
+	void append(int clipId, const SpeechResampler::Made &made);
 
 	/** Marks the first clip of that id complete. */
 	void endClip(int clipId);
@@ -75,7 +80,7 @@ private:
 
 	bool readyToPlay(uint32_t outputRate) const;
 	void dropOldest(uint64_t count);
-	void append(float sample);
+	void write(std::span<const float> samples);
 	void read(float *out, size_t count);
 
 	bool hasMarker() const { return frontIndex < markers.size(); }

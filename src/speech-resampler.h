@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <span>
+#include <vector>
 
 /**
  * Brings speech to the output rate by linear interpolation, continuously over all pieces pushed into it.
@@ -14,6 +15,14 @@
  */
 class SpeechResampler {
 public:
+	/** What was made of a piece. */
+	struct Made {
+		/** -1 to 1; without the first ones where there were too many. Valid until the next piece. */
+		std::span<const float> samples;
+		/** All of them. */
+		uint64_t count = 0;
+	};
+
 	/** Starts anew from silence. */
 	void reset()
 	{
@@ -21,51 +30,20 @@ public:
 		last = 0.0f;
 	}
 
-	/** How many samples resample() will make of `count` samples. @param ratio output rate / input rate, above 0 */
-	uint64_t outputCount(size_t count, double ratio) const
-	{
-		double probe = phase;
-		uint64_t made = 0;
-		for (size_t i = 0; i < count; ++i) {
-			made += advance(probe, ratio);
-		}
-		return made;
-	}
-
 	/**
 	 * Resamples one piece.
-	 * @param skipped how many output samples at the start are not wanted
-	 * @param append called with each further output sample, -1 to 1
+	 * @param ratio output rate / input rate, both whole numbers of Hz below 2^32
+	 * @param most samples to give out, the last ones: no ratio makes a piece cost more than that
 	 */
-	template <typename Append>
-	void resample(const int16_t *pcm, size_t count, double ratio, uint64_t skipped, Append &&append)
-	{
-		for (size_t i = 0; i < count; ++i) {
-			const float x = static_cast<float>(pcm[i]) / 32768.0f;
-			const uint64_t n = advance(phase, ratio);
-			if (n <= skipped) {
-				skipped -= n;
-			} else {
-				const float step = (x - last) / static_cast<float>(n);
-				for (uint64_t k = skipped + 1; k <= n; ++k) {
-					append(last + static_cast<float>(k) * step);
-				}
-				skipped = 0;
-			}
-			last = x;
-		}
-	}
+	Made resample(const int16_t *pcm, size_t count, double ratio, size_t most);
 
 private:
-	/** Moves the phase on by one input sample and takes its whole units off (exact in binary arithmetic). */
-	static uint64_t advance(double &position, double ratio)
-	{
-		position += ratio;
-		const double whole = std::floor(position);
-		position -= whole;
-		return static_cast<uint64_t>(whole);
-	}
+	uint64_t countOf(size_t count, double ratio) const;
+	size_t resampleFew(const int16_t *pcm, size_t count, double ratio);
+	void resampleAny(const int16_t *pcm, size_t count, double ratio, uint64_t skipped);
 
 	double phase = 0.0;
 	float last = 0.0f;
+	/** Only grows. */
+	std::vector<float> buffer;
 };

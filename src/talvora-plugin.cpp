@@ -15,6 +15,7 @@
 
 #include <obs-frontend-api.h>
 #include <obs.hpp>
+#include <util/profiler.hpp>
 
 #include <algorithm>
 #include <cstring>
@@ -60,6 +61,8 @@ void TalvoraPlugin::initialize()
 	if (initialized) {
 		return;
 	}
+	// Stands in OBS's own table of how long everything took, beside the loading of the module.
+	const ScopeProfiler profiler("TalvoraPlugin::initialize");
 	initialized = true;
 	shuttingDown = false;
 
@@ -254,12 +257,10 @@ void TalvoraPlugin::startSession()
 	updateCaptionSources();
 	restoreAudioCapture();
 
-	const bool queued = QMetaObject::invokeMethod(wsClient, "connectToServer", Qt::QueuedConnection,
-						      Q_ARG(QString, settings.apiKey),
-						      Q_ARG(QString, QString::fromUtf8(kServiceEndpoint)),
-						      Q_ARG(QString, settings.sourceLanguage),
-						      Q_ARG(QJsonArray, buildTargetLanguagesJson()),
-						      Q_ARG(QString, settings.captionMode));
+	const bool queued = QMetaObject::invokeMethod(
+		wsClient, "connectToServer", Qt::QueuedConnection, Q_ARG(QString, settings.apiKey),
+		Q_ARG(QString, QString::fromUtf8(kServiceEndpoint)), Q_ARG(QString, settings.sourceLanguage),
+		Q_ARG(QJsonArray, buildTargetLanguagesJson()), Q_ARG(QString, settings.captionMode));
 	talvora_log(LOG_INFO, "Talvora: invokeMethod(connectToServer) = %s", queued ? "OK" : "FAILED");
 }
 
@@ -282,7 +283,8 @@ void TalvoraPlugin::onWsStateChanged(WsState newState)
 {
 	talvora_log(LOG_INFO, "Talvora: WS state → %d", static_cast<int>(newState));
 	Q_EMIT wsStateChanged(newState);
-	// A lost connection also takes along the end of a clip that was being received, which would block the next ones.
+	// A lost connection also takes along the end of a clip that was being received, which would block the next
+	// ones.
 	if (newState == WsState::Disconnected || newState == WsState::Reconnecting) {
 		flushDubbedSources();
 	}
@@ -443,7 +445,7 @@ std::unique_ptr<DubbedSource> TalvoraPlugin::createDubbedSource(const QString &c
 	return source;
 }
 
-template<typename Action> void TalvoraPlugin::forEachDubbedSource(Action action)
+template <typename Action> void TalvoraPlugin::forEachDubbedSource(Action action)
 {
 	const std::shared_lock guard(dubbedMutex);
 	for (auto &[code, source] : dubbedSources) {
@@ -664,8 +666,7 @@ void TalvoraPlugin::attachAudioCapture()
 	}
 	// A dub outputs from within the capture callback, so that capturing one would wait for itself.
 	if (ownOutput || !isCapturable(source)) {
-		talvora_log(LOG_WARNING,
-			    "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
+		talvora_log(LOG_WARNING, "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
 			    name.constData(), obs_source_get_id(source));
 		return;
 	}

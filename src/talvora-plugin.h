@@ -167,7 +167,7 @@ private:
 	void onSourceRenamed(const QString &from, const QString &to);
 	void createDock();
 	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
-	template<typename Action> void forEachDubbedSource(Action action);
+	template <typename Action> void forEachDubbedSource(Action action);
 	void applyCaptionStyle();
 	/** Says in the log, once, that captions are wanted in an OBS that cannot draw them. */
 	void reportMissingBrowserSource();

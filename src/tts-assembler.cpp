@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tts-assembler.h"
 
+#include "sample-loops.h"
+
 #include <QLatin1String>
 
 #include <algorithm>
@@ -37,6 +39,32 @@ PendingTtsClips::iterator clipAt(QByteArrayView frame, qsizetype pos, PendingTts
 	return code.isEmpty() ? clips.end() : clips.find(code);
 }
 
+/** Bytes that are looked through for signs of a tag at once. In noise every 12th such block shows one. */
+constexpr qsizetype kScanBytes = 64;
+
+/** Where the tag of an open clip begins, from `pos` on, and that clip. Past the last byte when there is none. */
+std::pair<qsizetype, PendingTtsClips::iterator> nextClip(QByteArrayView frame, qsizetype pos, PendingTtsClips &clips)
+{
+	const auto *bytes = reinterpret_cast<const unsigned char *>(frame.data());
+	while (pos < frame.size()) {
+		// The shortest tag is three bytes long.
+		const qsizetype starts = frame.size() - pos - kMinTagLength;
+		const qsizetype block = std::min(kScanBytes, starts);
+		if (block <= 0) {
+			break;
+		}
+		if (sample_loops::mayHoldTag(bytes + pos, static_cast<size_t>(block))) {
+			for (qsizetype i = pos; i < pos + block; ++i) {
+				if (const auto clip = clipAt(frame, i, clips); clip != clips.end()) {
+					return {i, clip};
+				}
+			}
+		}
+		pos += block;
+	}
+	return {frame.size(), clips.end()};
+}
+
 } // namespace
 
 void openTtsClip(PendingTtsClips &clips, const QString &language, int clipId, int sampleRate)
@@ -58,11 +86,7 @@ QList<TtsSegment> splitTtsFrame(QByteArrayView frame, PendingTtsClips &clips)
 	auto clip = clipAt(frame, pos, clips);
 	while (clip != clips.end()) {
 		const qsizetype start = pos + 1 + clip->first.size();
-		qsizetype end = start;
-		auto next = clips.end();
-		while (end < frame.size() && (next = clipAt(frame, end, clips)) == clips.end()) {
-			++end;
-		}
+		const auto [end, next] = nextClip(frame, start, clips);
 		segments.append({clip, frame.sliced(start, end - start)});
 		pos = end;
 		clip = next;

@@ -22,6 +22,8 @@ namespace {
 
 constexpr int kSendIntervalMs = 10;
 constexpr int kFirstReconnectDelayMs = 1000;
+/** Longest time for resolving, connecting and both handshakes. Qt gives up on a single address after 30 s. */
+constexpr int kHandshakeLimitMs = 60000;
 /** Keeps the shifted delay within 32 bits. */
 constexpr int kMaxDelayDoublings = 20;
 /** Attempts of a session counting the first connection, as shown in the log. */
@@ -34,11 +36,19 @@ constexpr quint64 kMaxIncomingBytes = 1024 * 1024;
 // Samples go to the wire, which is little-endian, as they lie in memory.
 static_assert(std::endian::native == std::endian::little);
 
+/** What the socket, or the service, ends a connection with because it got what it must not. */
+bool isRefusal(QWebSocketProtocol::CloseCode code)
+{
+	return code == QWebSocketProtocol::CloseCodeProtocolError ||
+	       code == QWebSocketProtocol::CloseCodeDatatypeNotSupported ||
+	       code == QWebSocketProtocol::CloseCodeWrongDatatype || code == QWebSocketProtocol::CloseCodeTooMuchData;
+}
+
 } // namespace
 
 WSClient::WSClient(QObject *parent)
 	: QObject(parent), socket(new QWebSocket(QString(), QWebSocketProtocol::Version13, this)),
-	  sendTimer(new QTimer(this)), reconnectTimer(new QTimer(this)),
+	  sendTimer(new QTimer(this)), reconnectTimer(new QTimer(this)), handshakeTimer(new QTimer(this)),
 	  serverUrl(QString::fromLatin1(kServiceEndpoint)), captionMode(QStringLiteral("translated"))
 {
 	qRegisterMetaType<WsState>();
@@ -49,9 +59,12 @@ WSClient::WSClient(QObject *parent)
 	sendTimer->setTimerType(Qt::PreciseTimer);
 	reconnectTimer->setSingleShot(true);
 	reconnectTimer->setTimerType(Qt::PreciseTimer);
+	handshakeTimer->setSingleShot(true);
+	handshakeTimer->setInterval(kHandshakeLimitMs);
 
 	connect(socket, &QWebSocket::connected, this, &WSClient::onConnected);
 	connect(socket, &QWebSocket::disconnected, this, &WSClient::onDisconnected);
+	connect(socket, &QWebSocket::aboutToClose, this, &WSClient::onAboutToClose);
 	connect(socket, &QWebSocket::textMessageReceived, this, &WSClient::onTextMessageReceived);
 	connect(socket, &QWebSocket::binaryMessageReceived, this, &WSClient::onBinaryMessageReceived);
 #if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
@@ -61,6 +74,7 @@ WSClient::WSClient(QObject *parent)
 #endif
 	connect(sendTimer, &QTimer::timeout, this, &WSClient::onSendTimerTick);
 	connect(reconnectTimer, &QTimer::timeout, this, &WSClient::onReconnectTimerTick);
+	connect(handshakeTimer, &QTimer::timeout, this, &WSClient::onHandshakeTimeout);
 }
 
 WSClient::~WSClient() = default;
@@ -102,6 +116,7 @@ void WSClient::disconnectFromServer()
 {
 	intentionalDisconnect = true;
 	reconnectTimer->stop();
+	handshakeTimer->stop();
 	sendTimer->stop();
 	if (state() == WsState::Authenticated || state() == WsState::Connected) {
 		sendStop();
@@ -121,6 +136,7 @@ void WSClient::updateConfig(const QJsonArray &newTargetLanguages, const QString 
 
 void WSClient::onConnected()
 {
+	handshakeTimer->stop();
 	talvora_log(LOG_INFO, "WebSocket connected — sending auth");
 	setState(WsState::Connected);
 	sendAuth();
@@ -128,6 +144,8 @@ void WSClient::onConnected()
 
 void WSClient::onDisconnected()
 {
+	socketFailed = false;
+	handshakeTimer->stop();
 	sendTimer->stop();
 	if (state() == WsState::Disconnecting || intentionalDisconnect) {
 		setState(WsState::Disconnected);
@@ -159,13 +177,10 @@ void WSClient::onBinaryMessageReceived(const QByteArray &frame)
 
 void WSClient::onSocketError(QAbstractSocket::SocketError socketError)
 {
-	const QString reason = socket->errorString();
-	talvora_log(LOG_WARNING, "WebSocket error %d: %s", static_cast<int>(socketError), qUtf8Printable(reason));
-	if (state() == WsState::Connecting) {
-		openFailed = true;
-		QMetaObject::invokeMethod(this, &WSClient::abandonFailedOpen, Qt::QueuedConnection);
+	if (state() == WsState::Connecting || socketError == QAbstractSocket::SslInternalError) {
+		failSocket();
 	}
-	Q_EMIT errorOccurred(reason);
+	report(socketError, socket->errorString());
 }
 
 void WSClient::onSendTimerTick()
@@ -195,6 +210,33 @@ void WSClient::onReconnectTimerTick()
 	talvora_log(LOG_INFO, "WSClient: reconnect attempt %d/%d", reconnectAttempts + 1, kMaxAttempts);
 	setState(WsState::Connecting);
 	openSocket();
+}
+
+void WSClient::onAboutToClose()
+{
+	// No error tells of this, and Qt would go on to read what follows what it has refused: the first reason counts.
+	const bool isUp = state() == WsState::Connected || state() == WsState::Authenticated;
+	if (!isUp || socketFailed || !isRefusal(socket->closeCode())) {
+		return;
+	}
+	const QString reason = socket->closeReason();
+	talvora_log(LOG_WARNING, "WebSocket closed with code %d: %s", static_cast<int>(socket->closeCode()),
+		    qUtf8Printable(reason));
+	failSocket();
+	Q_EMIT errorOccurred(QStringLiteral("The connection was closed: %1").arg(reason));
+}
+
+void WSClient::onHandshakeTimeout()
+{
+	report(QAbstractSocket::SocketTimeoutError, QStringLiteral("The service does not answer"));
+	abortSilently();
+	onDisconnected();
+}
+
+void WSClient::report(int error, const QString &reason)
+{
+	talvora_log(LOG_WARNING, "WebSocket error %d: %s", error, qUtf8Printable(reason));
+	Q_EMIT errorOccurred(reason);
 }
 
 void WSClient::setState(WsState newState)
@@ -228,7 +270,8 @@ QNetworkRequest WSClient::buildOpenRequest() const
 
 void WSClient::openSocket()
 {
-	openFailed = false;
+	socketFailed = false;
+	handshakeTimer->start();
 	socket->open(buildOpenRequest());
 }
 
@@ -237,14 +280,22 @@ void WSClient::abortSilently()
 	// abort() reports `disconnected` before it returns, which would be taken for a loss of the connection.
 	const QSignalBlocker blocker(socket);
 	socket->abort();
+	handshakeTimer->stop();
 	sendTimer->stop();
 }
 
-void WSClient::abandonFailedOpen()
+void WSClient::failSocket()
 {
-	// As a rule `disconnected` comes along with the error and has changed the state by now. It does not come for
-	// an address that cannot be used and for an answer that is no HTTP: such an attempt would hang for ever.
-	if (openFailed && state() == WsState::Connecting) {
+	// Not at once: Qt has not finished with the socket.
+	socketFailed = true;
+	QMetaObject::invokeMethod(this, &WSClient::abandonFailedSocket, Qt::QueuedConnection);
+}
+
+void WSClient::abandonFailedSocket()
+{
+	// As a rule `disconnected` comes along with the failure. It does not come for an address that cannot be used,
+	// for an answer that is no HTTP, and for bytes that TLS cannot read: such a connection would hang for ever.
+	if (socketFailed && !intentionalDisconnect) {
 		abortSilently();
 		onDisconnected();
 	}

@@ -85,19 +85,26 @@ private Q_SLOTS:
 	void onSocketError(QAbstractSocket::SocketError socketError);
 	void onSendTimerTick();
 	void onReconnectTimerTick();
+	/** The socket, or the service, ends the connection because of what it got. */
+	void onAboutToClose();
+	/** The service has accepted the connection and says nothing. */
+	void onHandshakeTimeout();
 
 private:
 	friend class WSClientTest;
 	friend class TalvoraPluginTest;
 
 	void setState(WsState state);
+	void report(int error, const QString &reason);
 	void scheduleReconnect();
 	void resetReconnect();
 	void openSocket();
 	/** Aborts the socket without onDisconnected() hearing of it. */
 	void abortSilently();
-	/** Takes an attempt that failed without a `disconnected` for a lost connection. */
-	void abandonFailedOpen();
+	/** The socket is of no more use: whatever Qt makes of that, it will be abandoned. */
+	void failSocket();
+	/** Takes a socket that failed without a `disconnected` for a lost connection. */
+	void abandonFailedSocket();
 	QNetworkRequest buildOpenRequest() const;
 	void sendAuth();
 	void sendStop();
@@ -119,6 +126,8 @@ private:
 	QWebSocket *socket;
 	QTimer *sendTimer;
 	QTimer *reconnectTimer;
+	/** Runs from the opening of the socket to the end of the handshake. */
+	QTimer *handshakeTimer;
 	QString apiKey;
 	QString serverUrl;
 	QString sourceLanguage;
@@ -133,6 +142,6 @@ private:
 	QString currentTtsLanguage;
 	/** The closing of the connection is wanted, so it is not followed by a reconnect. */
 	bool intentionalDisconnect = false;
-	/** The socket reported an error since it was last opened. */
-	bool openFailed = false;
+	/** failSocket() was called, and no `disconnected` has come since. */
+	bool socketFailed = false;
 };

@@ -42,7 +42,9 @@ HttpReader::State HttpReader::feed(const QByteArray &bytes)
 		return readBody();
 	}
 	const qsizetype end = m_buffer.indexOf(kHeadEnd);
-	if (end > kLongestHead || (end < 0 && m_buffer.size() > kLongestHead)) {
+	// As much of the end may have arrived as does not show yet.
+	const qsizetype mostUnfinished = kLongestHead + static_cast<qsizetype>(qstrlen(kHeadEnd)) - 1;
+	if (end > kLongestHead || (end < 0 && m_buffer.size() > mostUnfinished)) {
 		return refuse(431);
 	}
 	if (end < 0) {

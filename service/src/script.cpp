@@ -21,6 +21,7 @@ namespace {
 constexpr int kDefaultFrameBytes = 4800;
 constexpr double kSineAmplitude = 0.5 * 32767;
 constexpr double kLongestSineSec = 600.0;
+constexpr int kHighestRate = 192000;
 
 /// What is wrong with a script; caught in Script::parse.
 struct Invalid {
@@ -78,8 +79,10 @@ SendTts parseTts(const QJsonObject &object, const QString &directory)
 	if (!isLanguageTag(tts.language)) {
 		throw Invalid{QStringLiteral("\"send_tts\" needs a \"language\" of 2 to 10 letters or \"-\"")};
 	}
-	if (tts.sampleRate < 1 || tts.frameBytes < 2 || tts.frameBytes % 2 != 0) {
-		throw Invalid{QStringLiteral("\"sample_rate\" must be positive and \"frame_bytes\" positive and even")};
+	if (tts.sampleRate < 1 || tts.sampleRate > kHighestRate || tts.frameBytes < 2 || tts.frameBytes % 2 != 0) {
+		throw Invalid{QStringLiteral(
+			"\"sample_rate\" must be positive and at most 192000, \"frame_bytes\" positive and "
+			"even")};
 	}
 	const QString pcm = member(object, "pcm").toString();
 	if (!pcm.isEmpty()) {

@@ -39,6 +39,8 @@ public:
 	[[nodiscard]] QString errorString() const { return m_http.errorString(); }
 	/// The base address, with the port in use.
 	[[nodiscard]] QString url() const;
+	/// Answers one request, now or later; `listen` brings them from the network.
+	void handle(const HttpRequest &request, const HttpServer::Answer &answer);
 
 private:
 	/// A consent page that was shown and not answered yet.
@@ -49,7 +51,6 @@ private:
 		QString state;
 	};
 
-	void handle(const HttpRequest &request, const HttpServer::Answer &answer);
 	void login(const HttpRequest &request, const HttpServer::Answer &answer);
 	void checkPassword(const QString &email, const QString &password, const HttpServer::Answer &answer);
 	[[nodiscard]] HttpResponse passwordChecked(const QString &email, bool right);

@@ -89,6 +89,25 @@ private slots:
 		QCOMPARE(reader.feed("GET / HTTP/1.1\r\nHost: a\r\n\r\n"), HttpReader::State::Refused);
 	}
 
+	void aHeadOfTheGreatestLengthIsReadInWhateverPieces()
+	{
+		const QByteArray start = "GET / HTTP/1.1\r\nHost: a\r\nA: ";
+		const QByteArray longest = start + QByteArray(16384 - start.size(), 'a');
+		HttpReader whole;
+		QCOMPARE(whole.feed(longest + "\r\n\r\n"), HttpReader::State::Done);
+		HttpReader bytes;
+		for (const char c : longest + "\r\n\r") {
+			QCOMPARE(bytes.feed(QByteArray(1, c)), HttpReader::State::Reading);
+		}
+		QCOMPARE(bytes.feed("\n"), HttpReader::State::Done);
+
+		HttpReader longer;
+		QCOMPARE(longer.feed(longest + "a\r\n\r\n"), HttpReader::State::Refused);
+		HttpReader endless;
+		QCOMPARE(endless.feed(longest + "aaa"), HttpReader::State::Reading);
+		QCOMPARE(endless.feed("a"), HttpReader::State::Refused);
+	}
+
 	void aBodyOfTheGreatestLengthIsRead()
 	{
 		HttpReader reader;

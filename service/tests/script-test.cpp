@@ -93,6 +93,9 @@ private slots:
 		QTest::newRow("no language") << QByteArray(R"([{"send_tts":{}}])") << "language";
 		QTest::newRow("odd frames")
 			<< QByteArray(R"([{"send_tts":{"language":"es","frame_bytes":3}}])") << "even";
+		QTest::newRow("endless clip")
+			<< QByteArray(R"([{"send_tts":{"language":"es","sample_rate":192001,"pcm":"sine 440 600s"}}])")
+			<< "at most 192000";
 		QTest::newRow("missing file")
 			<< QByteArray(R"([{"send_tts":{"language":"es","pcm":"no.pcm"}}])") << "no.pcm";
 		QTest::newRow("second connection")

@@ -8,7 +8,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <pwd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -45,6 +47,20 @@ void write(const QString &path, const QByteArray &bytes)
 	QCOMPARE(file.write(bytes), bytes.size());
 }
 
+/** A file that another user has made under `path` and lets everybody write. */
+void plantFileOfAnotherUser(const QString &path)
+{
+	write(path, "<script>theirs</script>");
+	QCOMPARE(chmod(QFile::encodeName(path).constData(), 0666), 0);
+	// Nobody but root can give a file away. Others find what is never theirs: something that is no file.
+	if (geteuid() == 0) {
+		QCOMPARE(chown(QFile::encodeName(path).constData(), 65534, 65534), 0);
+	} else {
+		QVERIFY(QFile::remove(path));
+		QVERIFY(QDir().mkdir(path));
+	}
+}
+
 } // namespace
 
 class CaptionPageTest : public QObject {
@@ -60,9 +76,41 @@ private Q_SLOTS:
 	void fileThatCannotBeOpenedIsLeftAlone();
 	void pipeInPlaceOfThePageDoesNotBlock();
 
+	// Other users of the machine
+	void plantedLinkIsNotFollowed_data();
+	void plantedLinkIsNotFollowed();
+	void fileOfAnotherUserIsNeitherWrittenNorUsed();
+	void rootsFileIsNotUsedEither();
+	void rightPageOfAnotherUserIsNotUsed();
+	void othersCannotWriteThePage();
+	void withoutARuntimeDirectoryATakenNameIsNotUsed();
+
 private:
 	QTemporaryDir directory;
 	QString path;
+};
+
+/** A temporary directory as all users share it, and a runtime directory of the user's own, while it lives. */
+class SharedMachine {
+public:
+	SharedMachine()
+	{
+		QVERIFY(temporary.isValid() && runtime.isValid());
+		QCOMPARE(chmod(QFile::encodeName(temporary.path()).constData(), 01777), 0);
+		qputenv("TMPDIR", QFile::encodeName(temporary.path()));
+		qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+	}
+	~SharedMachine()
+	{
+		qunsetenv("TMPDIR");
+		qunsetenv("XDG_RUNTIME_DIR");
+	}
+
+	QString page() const { return temporary.filePath("talvora_caption_ui_es.html"); }
+	QString ownPage() const { return runtime.filePath("talvora_caption_ui_es.html"); }
+
+	const QTemporaryDir temporary;
+	const QTemporaryDir runtime;
 };
 
 void CaptionPageTest::init()
@@ -133,6 +181,105 @@ void CaptionPageTest::pipeInPlaceOfThePageDoesNotBlock()
 	QCOMPARE(mkfifo(path.toUtf8().constData(), 0600), 0);
 	writeCaptionPage(path);
 	QVERIFY(!QFileInfo(path).isFile());
+}
+
+void CaptionPageTest::plantedLinkIsNotFollowed_data()
+{
+	QTest::addColumn<bool>("hard");
+	QTest::addColumn<bool>("dangling");
+	QTest::newRow("symbolic link to a file of the user's") << false << false;
+	QTest::newRow("symbolic link to nothing") << false << true;
+	QTest::newRow("hard link to a file of the user's") << true << false;
+}
+
+void CaptionPageTest::plantedLinkIsNotFollowed()
+{
+	QFETCH(bool, hard);
+	QFETCH(bool, dangling);
+	const SharedMachine machine;
+	const QString precious = machine.temporary.filePath("precious");
+	if (!dangling) {
+		write(precious, "mine");
+	}
+	const QByteArray target = QFile::encodeName(precious);
+	const QByteArray link = QFile::encodeName(machine.page());
+	QCOMPARE(hard ? ::link(target.constData(), link.constData()) : symlink(target.constData(), link.constData()),
+		 0);
+
+	writeCaptionPage(machine.page());
+	QCOMPARE(QFileInfo::exists(precious), !dangling);
+	QCOMPARE(contents(precious), dangling ? "" : "mine");
+	QCOMPARE(captionPagePath("es"), machine.ownPage());
+	writeCaptionPage(captionPagePath("es"));
+	QCOMPARE(contents(machine.ownPage()), page);
+}
+
+void CaptionPageTest::fileOfAnotherUserIsNeitherWrittenNorUsed()
+{
+	const SharedMachine machine;
+	plantFileOfAnotherUser(machine.page());
+	const QByteArray theirs = contents(machine.page());
+	writeCaptionPage(machine.page());
+	QCOMPARE(contents(machine.page()), theirs);
+	QCOMPARE(captionPagePath("es"), machine.ownPage());
+	QVERIFY2(captionPagePath("fr") == machine.temporary.filePath("talvora_caption_ui_fr.html"),
+		 "the other languages stay where they are");
+}
+
+/** The user is not root, who may do more than others: it is not the kernel that refuses. */
+void CaptionPageTest::rootsFileIsNotUsedEither()
+{
+	const SharedMachine machine;
+	write(machine.page(), "root's");
+	QCOMPARE(chmod(QFile::encodeName(machine.page()).constData(), 0666), 0);
+	const bool isRoot = geteuid() == 0;
+	const QString theirs = isRoot ? machine.page() : QStringLiteral("/etc/passwd");
+	const QByteArray before = contents(theirs);
+	QVERIFY(!isRoot || seteuid(65534) == 0);
+	writeCaptionPage(theirs);
+	const QString used = captionPagePath("es");
+	QVERIFY(!isRoot || seteuid(0) == 0);
+	QCOMPARE(contents(theirs), before);
+	QVERIFY(used != theirs);
+}
+
+void CaptionPageTest::rightPageOfAnotherUserIsNotUsed()
+{
+	const SharedMachine machine;
+	plantFileOfAnotherUser(machine.page());
+	if (geteuid() == 0) {
+		write(machine.page(), page);
+	}
+	QVERIFY2(captionPagePath("es") == machine.ownPage(), "its owner can change it at any time");
+}
+
+void CaptionPageTest::othersCannotWriteThePage()
+{
+	const SharedMachine machine;
+	const mode_t before = umask(0);
+	writeCaptionPage(machine.page());
+	umask(before);
+	const QFileDevice::Permissions others = QFileDevice::WriteGroup | QFileDevice::WriteOther;
+	QVERIFY(!(QFile::permissions(machine.page()) & others));
+
+	QCOMPARE(chmod(QFile::encodeName(machine.page()).constData(), 0666), 0);
+	write(machine.page(), "theirs");
+	writeCaptionPage(machine.page());
+	QCOMPARE(contents(machine.page()), page);
+	QVERIFY(!(QFile::permissions(machine.page()) & others));
+}
+
+void CaptionPageTest::withoutARuntimeDirectoryATakenNameIsNotUsed()
+{
+	const SharedMachine machine;
+	plantFileOfAnotherUser(machine.page());
+	// Something that is no directory, and no better where Qt would make one.
+	qputenv("XDG_RUNTIME_DIR", "/dev/null");
+	const passwd *user = getpwuid(geteuid());
+	QVERIFY(user);
+	write(machine.temporary.filePath(QStringLiteral("runtime-") + user->pw_name), "");
+	QCOMPARE(captionPagePath("es"), QString());
+	writeCaptionPage(captionPagePath("es"));
 }
 
 QTEST_GUILESS_MAIN(CaptionPageTest)

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "capture-converter.h"
 #include "heap-guard.h"
+#include "hostile-samples.h"
+#include "plain-capture.h"
 
 #include <QTest>
 
@@ -15,56 +17,6 @@ namespace {
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
-
-/** The conversion as it is written down: one sample after the other, nothing shared with the converter. */
-class Transcription {
-public:
-	std::vector<int16_t> convert(const std::vector<float> &left, const std::vector<float> &right)
-	{
-		std::vector<float> m = waiting;
-		for (size_t i = 0; i < left.size() && i < 8192; ++i) {
-			const float sum = left[i] + right[i];
-			m.push_back(sum * 0.5f);
-		}
-		const size_t usable = m.size() - m.size() % 3;
-		waiting.assign(m.begin() + static_cast<ptrdiff_t>(usable), m.end());
-
-		std::vector<int16_t> out;
-		for (size_t k = 0; k < usable / 3; ++k) {
-			float x = m[3 * k];
-			x = x + m[3 * k + 1];
-			x = x + m[3 * k + 2];
-			x = x / 3.0f;
-			if (!(x < 1.0f)) {
-				out.push_back(32767);
-			} else if (!(x > -1.0f)) {
-				out.push_back(-32767);
-			} else {
-				out.push_back(static_cast<int16_t>(std::trunc(x * 32767.0f)));
-			}
-		}
-		return out;
-	}
-
-private:
-	std::vector<float> waiting;
-};
-
-/** Mostly ordinary samples, at and beyond full scale, with what no sample should be in between. */
-std::vector<float> hostile_samples(std::mt19937 &random, size_t count)
-{
-	static const float strange[] = {kNan,     -kNan,        kInfinity,    -kInfinity, FLT_MAX,  -FLT_MAX, FLT_MIN,
-					-FLT_MIN, FLT_TRUE_MIN, 1.0f,         -1.0f,      0.0f,     -0.0f,    2.0f,
-					-2.0f,    0.99999994f,  -0.99999994f, 3.05e-5f,   -3.05e-5f};
-	std::uniform_real_distribution<float> sample(-1.2f, 1.2f);
-	std::uniform_int_distribution<size_t> pick(0, 10 * std::size(strange) - 1);
-	std::vector<float> samples(count);
-	for (float &s : samples) {
-		const size_t i = pick(random);
-		s = i < std::size(strange) ? strange[i] : sample(random);
-	}
-	return samples;
-}
 
 std::vector<int16_t> to_vector(std::span<const int16_t> samples)
 {
@@ -112,7 +64,7 @@ void CaptureConverterTest::constants()
 void CaptureConverterTest::monoGivesTheSameAsStereoWithIdenticalChannels()
 {
 	std::mt19937 random(1);
-	const std::vector<float> samples = hostile_samples(random, 1024);
+	const std::vector<float> samples = hostileSamples(random, 1024);
 	const std::vector<float> copy = samples;
 	CaptureConverter mono;
 	CaptureConverter stereo;
@@ -260,11 +212,11 @@ void CaptureConverterTest::resetForgetsWhatWaits()
 void CaptureConverterTest::everyChunkLengthMatchesTheTranscription()
 {
 	std::mt19937 random(2);
-	const std::vector<float> left = hostile_samples(random, 8200);
-	const std::vector<float> right = hostile_samples(random, 8200);
+	const std::vector<float> left = hostileSamples(random, 9000);
+	const std::vector<float> right = hostileSamples(random, 9000);
 	CaptureConverter converter;
-	Transcription transcription;
-	for (size_t frames = 0; frames <= 8200; ++frames) {
+	PlainCapture transcription;
+	for (size_t frames = 0; frames <= 9000; ++frames) {
 		const std::vector<float> l(left.begin(), left.begin() + static_cast<ptrdiff_t>(frames));
 		const std::vector<float> r(right.begin(), right.begin() + static_cast<ptrdiff_t>(frames));
 		const std::vector<int16_t> expected = transcription.convert(l, r);
@@ -278,11 +230,11 @@ void CaptureConverterTest::chunksOfChangingLengthMatchTheTranscription()
 	std::mt19937 random(3);
 	std::uniform_int_distribution<size_t> length(0, 12000);
 	CaptureConverter converter;
-	Transcription transcription;
+	PlainCapture transcription;
 	for (int chunk = 0; chunk < 500; ++chunk) {
 		const size_t frames = chunk % 2 ? length(random) : length(random) % 10;
-		const std::vector<float> l = hostile_samples(random, frames);
-		const std::vector<float> r = hostile_samples(random, frames);
+		const std::vector<float> l = hostileSamples(random, frames);
+		const std::vector<float> r = hostileSamples(random, frames);
 		QVERIFY2(to_vector(converter.convert(l.data(), r.data(), frames)) == transcription.convert(l, r),
 			 qPrintable(QStringLiteral("chunk %1, of %2 frames").arg(chunk).arg(frames)));
 	}

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "dubbed-source.h"
 #include "heap-guard.h"
+#include "hostile-samples.h"
 #include "log-capture.h"
 #include "obs-fixture.h"
+#include "plain-dub.h"
 
 #include <obs.h>
 #include <util/platform.h>
@@ -892,89 +894,51 @@ void DubbedSourceTest::flushIsImmediateAndSilent()
 
 void DubbedSourceTest::matchesTheTranscription()
 {
-	const float strange[] = {std::numeric_limits<float>::quiet_NaN(),
-				 std::numeric_limits<float>::infinity(),
-				 -std::numeric_limits<float>::infinity(),
-				 std::numeric_limits<float>::denorm_min(),
-				 std::numeric_limits<float>::max(),
-				 1.0f,
-				 -1.0f};
 	std::mt19937 random(22);
 	std::uniform_real_distribution<float> unit(0.0f, 1.0f);
 	std::uniform_int_distribution<size_t> length(1, 5000);
-	const auto sample = [&] {
-		return random() % 50 == 0 ? strange[random() % std::size(strange)] : unit(random) * 2.4f - 1.2f;
-	};
-
 	Dub dub;
-	SpeechQueue speech;
-	float gain = 1.0f;
-	float d = 0.2f;
-	float v = 1.0f;
-	bool mute = false;
-	std::vector<float> voice(5000);
-	const SpeechQueue::ClipEvent ignore = [](int) {};
+	PlainDub plain;
 	for (int chunk = 0; chunk < 1500; ++chunk) {
 		const int clipId = 1 + chunk / 10;
 		switch (random() % 8) {
 		case 0:
-			d = unit(random);
-			dub->setDuckingLevel(d);
+			plain.ducking = unit(random);
+			dub->setDuckingLevel(plain.ducking);
 			break;
 		case 1:
-			v = unit(random);
-			dub->setTtsLevel(v);
+			plain.voiceLevel = unit(random);
+			dub->setTtsLevel(plain.voiceLevel);
 			break;
 		case 2:
-			mute = random() % 4 == 0;
-			dub->setMuteOriginal(mute);
+			plain.mute = random() % 4 == 0;
+			dub->setMuteOriginal(plain.mute);
 			break;
 		case 3:
 			dub->ttsClipEnded(clipId);
-			speech.endClip(clipId);
+			plain.speech.endClip(clipId);
 			break;
 		case 4:
 			if (random() % 8 == 0) {
 				dub->flush();
-				speech.clear();
-				gain = 1.0f;
+				plain.speech.clear();
+				plain.gain = 1.0f;
 			}
 			break;
 		default: {
 			std::vector<int16_t> pcm(length(random));
 			std::generate(pcm.begin(), pcm.end(), [&] { return static_cast<int16_t>(random() & 0xffff); });
 			dub->pushTtsAudio(clipId, pcm.data(), pcm.size(), 24000);
-			speech.push(clipId, pcm.data(), pcm.size(), 24000, 48000);
+			plain.speech.push(clipId, pcm, 24000, 48000);
 		}
 		}
 
 		const size_t frames = length(random);
-		std::vector<float> left(frames);
-		std::vector<float> right(frames);
-		std::generate(left.begin(), left.end(), sample);
-		std::generate(right.begin(), right.end(), sample);
+		std::vector<float> left = hostileSamples(random, frames);
+		std::vector<float> right = hostileSamples(random, frames);
 		const Output output = dub.play(left, right);
 
-		const size_t taken = speech.take(voice.data(), frames, 48000, ignore, ignore);
-		const float target = mute ? 0.0f : taken > 0 ? d : 1.0f;
-		float step = gain <= target ? (1.0f - d) / (48000.0f * 0.3f) : (1.0f - d) / (48000.0f * 0.15f);
-		step = step < 1e-8f ? 1e-8f : step;
-		for (size_t i = 0; i < frames; ++i) {
-			if (gain < target) {
-				gain += step;
-				gain = gain > target ? target : gain;
-			} else if (gain > target) {
-				gain -= step;
-				gain = gain < target ? target : gain;
-			}
-			left[i] *= gain;
-			right[i] *= gain;
-			if (i < taken) {
-				const float t = voice[i] * v;
-				left[i] = std::clamp(left[i] + t, -1.0f, 1.0f);
-				right[i] = std::clamp(right[i] + t, -1.0f, 1.0f);
-			}
-		}
+		plain.mix(left, right, 48000);
 		QVERIFY2(same_samples(output.left, left), qPrintable(QString::number(chunk)));
 		QVERIFY2(same_samples(output.right, right), qPrintable(QString::number(chunk)));
 		outputs.clear();

@@ -18,11 +18,14 @@ void LanguageCatalogueTest::holdsThirtyOneLanguagesInOrderOfTheirNames()
 	for (const LanguageInfo &language : kSupportedLanguages) {
 		entries.append(language.code + QLatin1Char(' ') + language.name);
 	}
-	const QStringList expected = QStringLiteral(
-		"ar Arabic;bg Bulgarian;zh Chinese;hr Croatian;cs Czech;da Danish;nl Dutch;en English;fil Filipino;"
-		"fi Finnish;fr French;de German;el Greek;hi Hindi;id Indonesian;it Italian;ja Japanese;ko Korean;"
-		"ms Malay;no Norwegian;pl Polish;pt Portuguese;ro Romanian;ru Russian;sk Slovak;es Spanish;sv Swedish;"
-		"ta Tamil;tr Turkish;uk Ukrainian;vi Vietnamese").split(QLatin1Char(';'));
+	const QStringList expected = QStringLiteral("ar Arabic;bg Bulgarian;zh Chinese;hr Croatian;cs Czech;da "
+						    "Danish;nl Dutch;en English;fil Filipino;"
+						    "fi Finnish;fr French;de German;el Greek;hi Hindi;id Indonesian;it "
+						    "Italian;ja Japanese;ko Korean;"
+						    "ms Malay;no Norwegian;pl Polish;pt Portuguese;ro Romanian;ru "
+						    "Russian;sk Slovak;es Spanish;sv Swedish;"
+						    "ta Tamil;tr Turkish;uk Ukrainian;vi Vietnamese")
+					     .split(QLatin1Char(';'));
 	QCOMPARE(entries, expected);
 	QCOMPARE(kSupportedLanguages.size(), 31);
 }

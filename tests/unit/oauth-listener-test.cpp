@@ -20,6 +20,7 @@
 #include <QUrl>
 #include <QUrlQuery>
 
+#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -200,6 +201,8 @@ private Q_SLOTS:
 	void survivesABrowserThatDoesNotWaitForTheAnswer();
 	void survivesGarbage();
 	void headHasNoSizeLimit();
+	void manyConnectionsDoNotPileUp();
+	void whatIsNotHeardDoesNotPileUp();
 
 	// The end of an attempt
 	void timesOutAfter120Seconds();
@@ -784,6 +787,46 @@ void OAuthListenerTest::headHasNoSizeLimit()
 	session.listener->findChild<QTimer *>()->start(0);
 	QTRY_COMPARE(session.failed.count(), 1);
 	QCOMPARE(session.failed[0][0].toString(), "Login timed out. Please try again.");
+}
+
+/** A program that opens connections and says nothing takes neither OBS's descriptors nor the browser's turn. */
+void OAuthListenerTest::manyConnectionsDoNotPileUp()
+{
+	Session session;
+	QVERIFY(session.start());
+	std::vector<std::unique_ptr<Connection>> idle;
+	for (int i = 0; i < 200; ++i) {
+		idle.push_back(std::make_unique<Connection>(session));
+		QVERIFY(idle.back()->isOpen());
+	}
+	const auto dropped = [&idle] {
+		return std::count_if(idle.begin(), idle.end(), [](const auto &each) { return each->isClosed(); });
+	};
+	QTRY_COMPARE(dropped(), 136);
+	QTRY_COMPARE(session.connections().size(), 64);
+	QVERIFY2(!idle.back()->isClosed(), "the newest ones are kept");
+
+	Connection browser(session, session.callback("&token=" + kSecret.toLatin1()));
+	QTRY_COMPARE(session.succeeded.count(), 1);
+	QVERIFY(browser.answer().startsWith("HTTP/1.1 200 OK"));
+}
+
+void OAuthListenerTest::whatIsNotHeardDoesNotPileUp()
+{
+	Session session;
+	QVERIFY(session.start());
+	Connection first(session, "GET /favicon.ico HTTP/1.1\r\n\r\n");
+	QVERIFY(first.answer().startsWith("HTTP/1.1 404 OK"));
+
+	// Far more than the system holds between the two ends.
+	Connection flood(session);
+	QVERIFY(flood.isOpen());
+	flood.socket.write(QByteArray(64 * 1024 * 1024, 'x'));
+	QTRY_COMPARE(session.unread(), 64 * 1024);
+	QTest::qWait(200);
+	QCOMPARE(session.unread(), 64 * 1024);
+	QVERIFY(flood.socket.bytesToWrite() > 32 * 1024 * 1024);
+	QCOMPARE(session.buffered(), QByteArray());
 }
 
 void OAuthListenerTest::timesOutAfter120Seconds()

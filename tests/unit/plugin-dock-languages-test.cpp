@@ -133,6 +133,7 @@ void PluginDockTest::look()
 	QCOMPARE(table->horizontalHeader()->sectionResizeMode(0), QHeaderView::Stretch);
 	QCOMPARE(table->horizontalHeader()->sectionResizeMode(1), QHeaderView::Fixed);
 	QCOMPARE(table->horizontalHeader()->sectionResizeMode(2), QHeaderView::Fixed);
+	QCOMPARE(table->accessibleName(), u"Dock.Settings.TargetLangs"_s);
 	QCOMPARE(table->columnWidth(1), 65);
 	QCOMPARE(table->columnWidth(2), 45);
 	QVERIFY(table->columnWidth(0) > 110);

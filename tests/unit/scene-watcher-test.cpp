@@ -82,14 +82,9 @@ void SceneWatcherTest::filtersAreNotSources()
 	info.id = "test_filter";
 	info.type = OBS_SOURCE_TYPE_FILTER;
 	info.output_flags = OBS_SOURCE_AUDIO;
-	info.get_name = [](void *) {
-		return "Test filter";
-	};
-	info.create = [](obs_data_t *, obs_source_t *source) -> void * {
-		return source;
-	};
-	info.destroy = [](void *) {
-	};
+	info.get_name = [](void *) { return "Test filter"; };
+	info.create = [](obs_data_t *, obs_source_t *source) -> void * { return source; };
+	info.destroy = [](void *) {};
 	obs_register_source(&info);
 
 	const SceneWatcher watcher;

@@ -4,6 +4,8 @@
 #include <QJsonDocument>
 #include <QTest>
 
+#include <limits>
+
 class SettingsTest : public QObject {
 	Q_OBJECT
 
@@ -27,6 +29,7 @@ private Q_SLOTS:
 	void colours();
 	void missingFontKeepsThePresentOne();
 	void valuesAreNeitherCheckedNorClamped();
+	void numbersBeyondAFloatBecomeItsLargest();
 	void everythingSurvivesARoundTrip();
 };
 
@@ -105,10 +108,11 @@ void SettingsTest::savedDefaultsHaveTheirLiteralValues()
 	const QJsonObject json = Settings().toJson();
 	QStringList keys = json.keys();
 	keys.sort();
-	QCOMPARE(keys.join(QLatin1Char(' ')),
-		 QStringLiteral("apiKey audioSource autoConnect captionAlignment captionBgColor captionFont captionMode "
-				"captionOpacity captionTextColor dockVisible duckingLevel muteOriginal sourceLanguage "
-				"targetLanguages ttsVolume"));
+	QCOMPARE(
+		keys.join(QLatin1Char(' ')),
+		QStringLiteral("apiKey audioSource autoConnect captionAlignment captionBgColor captionFont captionMode "
+			       "captionOpacity captionTextColor dockVisible duckingLevel muteOriginal sourceLanguage "
+			       "targetLanguages ttsVolume"));
 	QCOMPARE(json[u"apiKey"], QJsonValue(QString()));
 	QCOMPARE(json[u"audioSource"], QJsonValue(QString()));
 	QCOMPARE(json[u"sourceLanguage"], QJsonValue(QStringLiteral("en")));
@@ -203,10 +207,8 @@ void SettingsTest::otherTypesGiveTheDefault_data()
 	QTest::newRow("strings") << QByteArray(
 		R"({"apiKey": 1, "audioSource": [], "sourceLanguage": null, "captionMode": {}, "captionAlignment": true,
 		    "captionTextColor": 5, "captionBgColor": false})");
-	QTest::newRow("numbers") << QByteArray(
-		R"({"duckingLevel": "0.5", "ttsVolume": null, "captionOpacity": "50"})");
-	QTest::newRow("booleans") << QByteArray(
-		R"({"muteOriginal": 1, "autoConnect": "true", "dockVisible": []})");
+	QTest::newRow("numbers") << QByteArray(R"({"duckingLevel": "0.5", "ttsVolume": null, "captionOpacity": "50"})");
+	QTest::newRow("booleans") << QByteArray(R"({"muteOriginal": 1, "autoConnect": "true", "dockVisible": []})");
 	QTest::newRow("targets") << QByteArray(R"({"targetLanguages": "es"})");
 	QTest::newRow("fractional opacity") << QByteArray(R"({"captionOpacity": 50.5})");
 }
@@ -260,6 +262,13 @@ void SettingsTest::valuesAreNeitherCheckedNorClamped()
 	QCOMPARE(settings.captionOpacity, 900);
 	QCOMPARE(settings.captionMode, QStringLiteral("loud"));
 	QCOMPARE(settings.captionAlignment, QStringLiteral("up"));
+}
+
+void SettingsTest::numbersBeyondAFloatBecomeItsLargest()
+{
+	const Settings settings = read(R"({"duckingLevel": 1e300, "ttsVolume": -1e300})");
+	QCOMPARE(settings.duckingLevel, std::numeric_limits<float>::max());
+	QCOMPARE(settings.ttsVolume, std::numeric_limits<float>::lowest());
 }
 
 void SettingsTest::everythingSurvivesARoundTrip()

@@ -1,152 +1,20 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "heap-guard.h"
+#include "plain-speech-queue.h"
 #include "speech-queue.h"
 
 #include <QTest>
 
 #include <algorithm>
 #include <chrono>
-#include <deque>
 #include <limits>
 #include <random>
 #include <vector>
 
 namespace {
 
-struct Event {
-	char kind; // 's'tarted or 'e'nded
-	int clipId;
-
-	bool operator==(const Event &) const = default;
-};
-
-/** What one call of take() gave. */
-struct Taken {
-	std::vector<float> samples;
-	std::vector<Event> events;
-
-	bool operator==(const Taken &) const = default;
-};
-
-/** The queue as it is written down: one sample after the other, with the library's own queues. */
-class Transcription {
-public:
-	void push(int clipId, const std::vector<int16_t> &pcm, int sampleRate, uint32_t outputRate)
-	{
-		const double ratio = static_cast<double>(outputRate == 0 ? 48000 : outputRate) /
-				     static_cast<double>(sampleRate <= 0 ? 24000 : sampleRate);
-		uint64_t count = 0;
-		for (const int16_t sample : pcm) {
-			const float x = static_cast<float>(sample) / 32768.0f;
-			double advanced = phase + ratio;
-			uint64_t n = 0;
-			while (advanced >= 1.0) {
-				advanced -= 1.0;
-				++n;
-			}
-			if (n > 0) {
-				const float step = (x - last) / static_cast<float>(n);
-				for (uint64_t k = 1; k <= n; ++k) {
-					queue.push_back(last + static_cast<float>(k) * step);
-					++count;
-				}
-			}
-			phase = advanced;
-			last = x;
-		}
-		while (queue.size() > 480000) {
-			queue.pop_front();
-			if (!markers.empty()) {
-				if (markers.front().samplesRemaining > 0) {
-					--markers.front().samplesRemaining;
-				}
-				if (markers.front().samplesRemaining == 0) {
-					markers.pop_front();
-				}
-			}
-		}
-		if (count > 0 && clipId != 0) {
-			if (!markers.empty() && markers.back().clipId == clipId) {
-				markers.back().samplesRemaining += count;
-			} else {
-				markers.push_back({clipId, count, false, false});
-			}
-		}
-	}
-
-	void endClip(int clipId)
-	{
-		const auto found = std::find_if(markers.begin(), markers.end(),
-						[&](const ClipMarker &marker) { return marker.clipId == clipId; });
-		if (found != markers.end()) {
-			found->ended = true;
-		}
-	}
-
-	void clear()
-	{
-		queue.clear();
-		markers.clear();
-		phase = 0.0;
-		last = 0.0f;
-		playing = false;
-	}
-
-	Taken take(size_t frames, uint32_t rate)
-	{
-		Taken result;
-		if (!playing && !markers.empty()) {
-			const ClipMarker &marker = markers.front();
-			playing = marker.samplesRemaining >= rate * 800u / 1000u || marker.ended;
-		}
-		if (!playing) {
-			return result;
-		}
-		while (!markers.empty() && markers.front().samplesRemaining == 0 && markers.front().ended) {
-			if (markers.front().started) {
-				result.events.push_back({'e', markers.front().clipId});
-			}
-			markers.pop_front();
-		}
-		if (queue.empty()) {
-			playing = false;
-		}
-		const size_t limit = std::min(frames, queue.size());
-		while (result.samples.size() < limit) {
-			if (markers.empty()) {
-				break;
-			}
-			ClipMarker &marker = markers.front();
-			if (!marker.started) {
-				marker.started = true;
-				result.events.push_back({'s', marker.clipId});
-			}
-			while (marker.samplesRemaining > 0 && result.samples.size() < limit) {
-				result.samples.push_back(queue.front());
-				queue.pop_front();
-				--marker.samplesRemaining;
-			}
-			if (marker.samplesRemaining == 0) {
-				if (!marker.ended) {
-					playing = false;
-					break;
-				}
-				result.events.push_back({'e', marker.clipId});
-				markers.pop_front();
-			}
-		}
-		if (queue.empty() && markers.empty()) {
-			playing = false;
-		}
-		return result;
-	}
-
-	std::deque<float> queue;
-	std::deque<ClipMarker> markers;
-	double phase = 0.0;
-	float last = 0.0f;
-	bool playing = false;
-};
+using Event = PlainSpeechQueue::Event;
+using Taken = PlainSpeechQueue::Taken;
 
 Taken take(SpeechQueue &queue, size_t frames, uint32_t rate = 48000)
 {
@@ -159,6 +27,11 @@ Taken take(SpeechQueue &queue, size_t frames, uint32_t rate = 48000)
 	return result;
 }
 
+void pushPiece(SpeechQueue &queue, int clipId, const int16_t *pcm, size_t count, int speechRate, uint32_t outputRate)
+{
+	queue.append(clipId, queue.resample(pcm, count, speechRate, outputRate));
+}
+
 /** A piece whose samples all differ, at 48000 Hz unless said. */
 void push(SpeechQueue &queue, int clipId, size_t count, int16_t first = 1, int rate = 48000)
 {
@@ -166,7 +39,7 @@ void push(SpeechQueue &queue, int clipId, size_t count, int16_t first = 1, int r
 	for (size_t i = 0; i < count; ++i) {
 		pcm[i] = static_cast<int16_t>(static_cast<size_t>(first) + i % 30000);
 	}
-	queue.push(clipId, pcm.data(), pcm.size(), rate, 48000);
+	pushPiece(queue, clipId, pcm.data(), pcm.size(), rate, 48000);
 }
 
 /** Milliseconds as samples at 48000 Hz. */
@@ -299,7 +172,7 @@ void SpeechQueueTest::interpolatesInAStraightLine()
 {
 	SpeechQueue queue;
 	const int16_t pcm[] = {300, 900, -600};
-	queue.push(1, pcm, 3, 16000, 48000);
+	pushPiece(queue, 1, pcm, 3, 16000, 48000);
 	queue.endClip(1);
 	QCOMPARE(take(queue, 100).samples, values({100, 200, 300, 500, 700, 900, 400, -100, -600}));
 }
@@ -308,11 +181,11 @@ void SpeechQueueTest::resamplesContinuouslyOverPieces()
 {
 	const int16_t pcm[] = {100, -5000, 32767, -32768, 7, 8, 9, 10000, 2, 1};
 	SpeechQueue whole;
-	whole.push(1, pcm, 10, 22050, 48000);
+	pushPiece(whole, 1, pcm, 10, 22050, 48000);
 	whole.endClip(1);
 	SpeechQueue pieces;
 	for (const int16_t &sample : pcm) {
-		pieces.push(1, &sample, 1, 22050, 48000);
+		pushPiece(pieces, 1, &sample, 1, 22050, 48000);
 	}
 	pieces.endClip(1);
 	QCOMPARE(take(pieces, 100), take(whole, 100));
@@ -338,7 +211,7 @@ void SpeechQueueTest::lengthFollowsTheRates()
 	QFETCH(size_t, made);
 	SpeechQueue queue;
 	const std::vector<int16_t> pcm(24000, 1000);
-	queue.push(1, pcm.data(), pcm.size(), speechRate, outputRate);
+	pushPiece(queue, 1, pcm.data(), pcm.size(), speechRate, outputRate);
 	// The phase is a sum of 24000 roundings.
 	QVERIFY2(queue.size() == made || queue.size() + 1 == made, qPrintable(QString::number(queue.size())));
 }
@@ -348,14 +221,14 @@ void SpeechQueueTest::missingRatesAreReplaced()
 	const int16_t pcm[] = {1, 2, 3};
 	for (const int speechRate : {0, -1, std::numeric_limits<int>::min()}) {
 		SpeechQueue queue;
-		queue.push(1, pcm, 3, speechRate, 0);
+		pushPiece(queue, 1, pcm, 3, speechRate, 0);
 		QCOMPARE(queue.size(), size_t{6});
 		queue.clear();
-		queue.push(1, pcm, 3, speechRate, 24000);
+		pushPiece(queue, 1, pcm, 3, speechRate, 24000);
 		QCOMPARE(queue.size(), size_t{3});
 	}
 	SpeechQueue queue;
-	queue.push(1, pcm, 3, 12000, 0);
+	pushPiece(queue, 1, pcm, 3, 12000, 0);
 	QCOMPARE(queue.size(), size_t{12});
 }
 
@@ -363,7 +236,7 @@ void SpeechQueueTest::samplesAreScaledBy32768()
 {
 	SpeechQueue queue;
 	const int16_t pcm[] = {32767, -32768, 0, 16384};
-	queue.push(1, pcm, 4, 48000, 48000);
+	pushPiece(queue, 1, pcm, 4, 48000, 48000);
 	queue.endClip(1);
 	QCOMPARE(take(queue, 4).samples, (std::vector<float>{0.999969482421875f, -1.0f, 0.0f, 0.5f}));
 }
@@ -551,7 +424,7 @@ void SpeechQueueTest::clearForgetsEverything()
 {
 	SpeechQueue queue;
 	const int16_t pcm[] = {30000};
-	queue.push(1, pcm, 1, 32000, 48000); // leaves a phase of a half and a last sample
+	pushPiece(queue, 1, pcm, 1, 32000, 48000); // leaves a phase of a half and a last sample
 	push(queue, 2, ms(900));
 	take(queue, 10);
 	queue.clear();
@@ -560,7 +433,7 @@ void SpeechQueueTest::clearForgetsEverything()
 	QVERIFY(markers(queue).empty());
 	QCOMPARE(take(queue, 1024), Taken{});
 
-	queue.push(3, pcm, 1, 24000, 48000);
+	pushPiece(queue, 3, pcm, 1, 24000, 48000);
 	queue.endClip(3);
 	QCOMPARE(take(queue, 10).samples, values({15000, 30000}));
 }
@@ -571,14 +444,14 @@ void SpeechQueueTest::hostileRateCostsNoMoreThanAFullQueue()
 	const std::vector<int16_t> pcm(500000, 1000);
 	SpeechQueue queue;
 	const auto start = std::chrono::steady_clock::now();
-	queue.push(1, pcm.data(), pcm.size(), 1, 48000);
+	pushPiece(queue, 1, pcm.data(), pcm.size(), 1, 48000);
 	const auto elapsed = std::chrono::steady_clock::now() - start;
 	QVERIFY2(elapsed < std::chrono::seconds(5), "one piece took seconds");
 	QCOMPARE(queue.size(), size_t{480000});
 	QCOMPARE(markers(queue)[0].samplesRemaining, uint64_t{500000} * 48000);
 	QCOMPARE(take(queue, 100).samples, std::vector<float>(100, 1000.0f / 32768.0f));
-	queue.push(1, pcm.data(), 1, std::numeric_limits<int>::max(), 1);
-	queue.push(1, pcm.data(), 1, 1, std::numeric_limits<uint32_t>::max());
+	pushPiece(queue, 1, pcm.data(), 1, std::numeric_limits<int>::max(), 1);
+	pushPiece(queue, 1, pcm.data(), 1, 1, std::numeric_limits<uint32_t>::max());
 	QCOMPARE(queue.size(), size_t{480000});
 }
 
@@ -588,7 +461,7 @@ void SpeechQueueTest::manyTinyClipsStayCheap()
 	const int16_t sample = 5;
 	const auto start = std::chrono::steady_clock::now();
 	for (int id = 1; id <= 500000; ++id) {
-		queue.push(id, &sample, 1, 48000, 48000);
+		pushPiece(queue, id, &sample, 1, 48000, 48000);
 	}
 	QCOMPARE(markers(queue).size(), size_t{480000});
 	QCOMPARE(markers(queue).front().clipId, 20001);
@@ -640,7 +513,7 @@ void SpeechQueueTest::matchesTheTranscription()
 	std::uniform_int_distribution<size_t> length(0, longestPiece);
 	std::uniform_int_distribution<int> clip(0, 4);
 	SpeechQueue queue;
-	Transcription expected;
+	PlainSpeechQueue expected;
 	uint32_t rate = 48000;
 	for (int operation = 0; operation < operations; ++operation) {
 		const auto dice = random() % 100;
@@ -649,7 +522,7 @@ void SpeechQueueTest::matchesTheTranscription()
 			std::generate(pcm.begin(), pcm.end(), [&] { return static_cast<int16_t>(sample(random)); });
 			const int speechRate = speechRates[random() % std::size(speechRates)];
 			const int id = clip(random);
-			queue.push(id, pcm.data(), pcm.size(), speechRate, rate);
+			pushPiece(queue, id, pcm.data(), pcm.size(), speechRate, rate);
 			expected.push(id, pcm, speechRate, rate);
 		} else if (dice < 50) {
 			const int id = clip(random);

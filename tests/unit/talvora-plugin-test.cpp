@@ -25,6 +25,8 @@
 #include <QTest>
 #include <QThread>
 
+#include <sys/stat.h>
+
 #include <dlfcn.h>
 
 #include <array>
@@ -85,6 +87,8 @@ private Q_SLOTS:
 	void configIsLoadedWithItsLine();
 	void unwritableConfigIsReported();
 	void configIsTheOwnersAlone();
+	void configIsMadeForTheOwnerAlone();
+	void openConfigIsClosedToOthersWhenItIsLoaded();
 	void configIsIndentedJson();
 
 	// Sessions
@@ -248,7 +252,8 @@ void TalvoraPluginTest::initialValues()
 void TalvoraPluginTest::initializeSaysItsLines()
 {
 	make().initialize();
-	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora plugin initialized. API key: (not set), Languages: "_s});
+	QCOMPARE(log->ownLines(),
+		 QStringList{u"[talvora-obs] Talvora plugin initialized. API key: (not set), Languages: "_s});
 
 	make();
 	writeConfig(R"({"apiKey": "tak_secret", "targetLanguages": [{"code": "fr", "dubbing": false},
@@ -311,9 +316,9 @@ void TalvoraPluginTest::shutdownOrderIsSaveThenDisconnectThenDetach()
 	log->clear();
 	plugin->shutdown();
 	QCOMPARE(log->ownLines(), (QStringList{u"[talvora-obs] Talvora: failed to save config to "_s + configPath(),
-					      u"[talvora-obs] Talvora: disconnecting..."_s,
-					      u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s,
-					      u"[talvora-obs] Talvora plugin shut down"_s}));
+					       u"[talvora-obs] Talvora: disconnecting..."_s,
+					       u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s,
+					       u"[talvora-obs] Talvora plugin shut down"_s}));
 	QVERIFY(plugin->shuttingDown);
 	QVERIFY(!plugin->initialized);
 	QCOMPARE(plugin->audioSourceRef, nullptr);
@@ -336,8 +341,8 @@ void TalvoraPluginTest::noSessionAtStartWithoutKeyOrTarget_data()
 	QTest::addColumn<QByteArray>("json");
 	QTest::newRow("no key") << QByteArray(R"({"autoConnect": true, "targetLanguages": [{"code": "es"}]})");
 	QTest::newRow("no target") << QByteArray(R"({"autoConnect": true, "apiKey": "k"})");
-	QTest::newRow("not wanted")
-		<< QByteArray(R"({"autoConnect": false, "apiKey": "k", "targetLanguages": [{"code": "es"}]})");
+	QTest::newRow("not wanted") << QByteArray(
+		R"({"autoConnect": false, "apiKey": "k", "targetLanguages": [{"code": "es"}]})");
 }
 
 void TalvoraPluginTest::noSessionAtStartWithoutKeyOrTarget()
@@ -577,6 +582,39 @@ void TalvoraPluginTest::configIsTheOwnersAlone()
 	QVERIFY(!(QFile::permissions(QFileInfo(configPath()).path()) & others));
 }
 
+void TalvoraPluginTest::configIsMadeForTheOwnerAlone()
+{
+	const mode_t before = umask(0);
+	make().saveConfig();
+	umask(before);
+	const auto modeOf = [](const QString &path) {
+		struct stat found{};
+		return ::stat(QFile::encodeName(path).constData(), &found) == 0 ? found.st_mode & 07777 : 0;
+	};
+	QCOMPARE(modeOf(configPath()), mode_t{0600});
+	QCOMPARE(modeOf(QFileInfo(configPath()).path()), mode_t{0700});
+}
+
+void TalvoraPluginTest::openConfigIsClosedToOthersWhenItIsLoaded()
+{
+	writeConfig(R"({"apiKey": "tak_secret"})");
+	const QString folder = QFileInfo(configPath()).path();
+	QCOMPARE(chmod(QFile::encodeName(configPath()).constData(), 0644), 0);
+	QCOMPARE(chmod(QFile::encodeName(folder).constData(), 0755), 0);
+	make().loadConfig();
+	const QFileDevice::Permissions others =
+		QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
+	QVERIFY(!(QFile::permissions(configPath()) & others));
+	QVERIFY(!(QFile::permissions(folder) & others));
+
+	// What the owner has forbidden themselves stays forbidden.
+	QCOMPARE(chmod(QFile::encodeName(configPath()).constData(), 0444), 0);
+	plugin->loadConfig();
+	struct stat found{};
+	QCOMPARE(::stat(QFile::encodeName(configPath()).constData(), &found), 0);
+	QCOMPARE(found.st_mode & 07777, mode_t{0400});
+}
+
 void TalvoraPluginTest::configIsIndentedJson()
 {
 	make().saveConfig();
@@ -598,9 +636,11 @@ void TalvoraPluginTest::startWithoutKeyTellsTheUserOnce()
 	QCOMPARE(told.first().first().toString(), u"No API key set. Enter your key in the Talvora dock."_s);
 	// Whatever had been asked of the client would have been done by now.
 	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
-	QCOMPARE(log->ownLines(), (QStringList{u"[talvora-obs] Talvora: startSession() called"_s,
-					      u"[talvora-obs] Talvora: connect() called with no API key"_s,
-			      u"[talvora-obs] PluginDock error: No API key set. Enter your key in the Talvora dock."_s}));
+	QCOMPARE(log->ownLines(),
+		 (QStringList{
+			 u"[talvora-obs] Talvora: startSession() called"_s,
+			 u"[talvora-obs] Talvora: connect() called with no API key"_s,
+			 u"[talvora-obs] PluginDock error: No API key set. Enter your key in the Talvora dock."_s}));
 	QCOMPARE(log->lines(LOG_WARNING).size(), 2);
 	QCOMPARE(plugin->wsState(), WsState::Disconnected);
 }
@@ -758,8 +798,8 @@ void TalvoraPluginTest::oddSpeechPieceLosesItsLastByte()
 
 void TalvoraPluginTest::authenticate(LoopbackService &service)
 {
-	QMetaObject::invokeMethod(plugin->wsClient, "connectToServer", Qt::QueuedConnection,
-				  Q_ARG(QString, u"tak_1"_s), Q_ARG(QString, service.url()), Q_ARG(QString, u"en"_s),
+	QMetaObject::invokeMethod(plugin->wsClient, "connectToServer", Qt::QueuedConnection, Q_ARG(QString, u"tak_1"_s),
+				  Q_ARG(QString, service.url()), Q_ARG(QString, u"en"_s),
 				  Q_ARG(QJsonArray, plugin->buildTargetLanguagesJson()),
 				  Q_ARG(QString, plugin->currentSettings().captionMode));
 	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 1; }));
@@ -787,8 +827,8 @@ void TalvoraPluginTest::startHandsTheStoredValuesToTheClient()
 			targets = client->targetLanguages;
 		},
 		Qt::BlockingQueuedConnection);
-	QCOMPARE(values, (QStringList{u"tak_secret"_s, u"wss://localhost:3002/ws/audio-pipeline"_s, u"fr"_s,
-				      u"original"_s}));
+	QCOMPARE(values,
+		 (QStringList{u"tak_secret"_s, u"wss://localhost:3002/ws/audio-pipeline"_s, u"fr"_s, u"original"_s}));
 	QCOMPARE(targets, plugin->buildTargetLanguagesJson());
 	QVERIFY(plugin->wsState() != WsState::Disconnected);
 }
@@ -801,8 +841,8 @@ void TalvoraPluginTest::twoStartsQueueTwoConnects()
 	plugin->startSession();
 	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
 	QCOMPARE(log->lines(LOG_INFO).count(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s), 2);
-	QCOMPARE(log->lines(LOG_INFO)
-			 .count(u"[talvora-obs] WSClient: connecting to wss://localhost:3002/ws/audio-pipeline"_s),
+	QCOMPARE(log->lines(LOG_INFO).count(
+			 u"[talvora-obs] WSClient: connecting to wss://localhost:3002/ws/audio-pipeline"_s),
 		 2);
 }
 
@@ -834,11 +874,11 @@ void TalvoraPluginTest::changesInASessionReachTheService()
 	plugin->setCaptionMode(u"translated"_s);
 	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 4; }));
 	const auto update = [](const QString &mode) {
-		return QJsonObject{{u"type"_s, u"config_update"_s},
-				   {u"targetLanguages"_s, QJsonArray{QJsonObject{{u"code"_s, u"es"_s},
-										 {u"dubbing"_s, false},
-										 {u"captions"_s, true}}}},
-				   {u"captionMode"_s, mode}};
+		return QJsonObject{
+			{u"type"_s, u"config_update"_s},
+			{u"targetLanguages"_s,
+			 QJsonArray{QJsonObject{{u"code"_s, u"es"_s}, {u"dubbing"_s, false}, {u"captions"_s, true}}}},
+			{u"captionMode"_s, mode}};
 	};
 	QCOMPARE(QJsonDocument::fromJson(service.texts[1].toUtf8()).object(), update(u"translated"_s));
 	QCOMPARE(QJsonDocument::fromJson(service.texts[2].toUtf8()).object(), update(u"original"_s));
@@ -1341,7 +1381,8 @@ static void removeAllSources()
 
 void TalvoraPluginTest::outputsComeBackInAnotherCollection()
 {
-	writeConfig(R"({"audioSource": "Voice", "targetLanguages": [{"code": "es", "dubbing": true, "captions": true}]})");
+	writeConfig(
+		R"({"audioSource": "Voice", "targetLanguages": [{"code": "es", "dubbing": true, "captions": true}]})");
 	std::optional<TestAudioSource> voice("Voice");
 	make().initialize();
 	QCoreApplication::processEvents();
@@ -1433,8 +1474,9 @@ void TalvoraPluginTest::sourceThatADubIsPutOutByIsNotCaptured()
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
 	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(voice.get()));
 	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
-	QVERIFY(log->contains(LOG_WARNING, u"[talvora-obs] Talvora: source 'Talvora Dub — Spanish' (type=test_audio) does "
-					   "not produce capturable audio, skipping"_s));
+	QVERIFY(log->contains(LOG_WARNING,
+			      u"[talvora-obs] Talvora: source 'Talvora Dub — Spanish' (type=test_audio) does "
+			      "not produce capturable audio, skipping"_s));
 	QVERIFY(!plugin->isCapturing());
 	voice.playConstant(0.5f, 1024);
 }

@@ -8,14 +8,9 @@ TestAudioSource::TestAudioSource(const char *name, const char *id, uint32_t outp
 		info.id = id;
 		info.type = OBS_SOURCE_TYPE_INPUT;
 		info.output_flags = outputFlags;
-		info.get_name = [](void *) {
-			return "Test audio";
-		};
-		info.create = [](obs_data_t *, obs_source_t *created) -> void * {
-			return created;
-		};
-		info.destroy = [](void *) {
-		};
+		info.get_name = [](void *) { return "Test audio"; };
+		info.create = [](obs_data_t *, obs_source_t *created) -> void * { return created; };
+		info.destroy = [](void *) {};
 		obs_register_source(&info);
 	}
 	source = obs_source_create(id, name, nullptr, nullptr);

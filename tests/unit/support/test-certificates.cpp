@@ -11,11 +11,18 @@
 
 namespace {
 
+/** mkcert's own default is used where this is empty. */
+QString rootFolder()
+{
+	const QString chosen = QFile::decodeName(qgetenv("CAROOT"));
+	const QString lab = QStringLiteral("/var/lib/talvora-ca");
+	return chosen.isEmpty() && QFileInfo::exists(lab) ? lab : chosen;
+}
+
 bool run(const QString &program, const QStringList &arguments, const QString &folder)
 {
 	QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-	const QString root = QStringLiteral("/var/lib/talvora-ca");
-	if (!environment.contains("CAROOT") && QFileInfo::exists(root)) {
+	if (const QString root = rootFolder(); !root.isEmpty()) {
 		environment.insert("CAROOT", root);
 	}
 	QProcess process;
@@ -53,6 +60,35 @@ std::optional<QSslConfiguration> trustedServerCertificate(const QString &host)
 		return std::nullopt;
 	}
 	return load(folder);
+}
+
+std::optional<QSslConfiguration> expiredServerCertificate()
+{
+	const QTemporaryDir folder;
+	QString root = rootFolder();
+	if (root.isEmpty()) {
+		QProcess mkcert;
+		mkcert.start(QStringLiteral("mkcert"), {QStringLiteral("-CAROOT")});
+		if (!mkcert.waitForFinished()) {
+			return std::nullopt;
+		}
+		root = QString::fromLocal8Bit(mkcert.readAllStandardOutput()).trimmed();
+	}
+	QFile extensions(folder.filePath("ext"));
+	if (!extensions.open(QIODevice::WriteOnly) || extensions.write("subjectAltName=DNS:localhost") < 0) {
+		return std::nullopt;
+	}
+	extensions.close();
+	const bool made = run("openssl",
+			      {"req", "-keyout", "key.pem", "-out", "request.pem", "-subj", "/CN=localhost", "-newkey",
+			       "rsa:2048", "-nodes"},
+			      folder.path()) &&
+			  run("openssl",
+			      {"x509", "-req", "-in", "request.pem", "-CA", root + "/rootCA.pem", "-CAkey",
+			       root + "/rootCA-key.pem", "-CAserial", "serial", "-CAcreateserial", "-out", "cert.pem",
+			       "-not_before", "20200101000000Z", "-not_after", "20200201000000Z", "-extfile", "ext"},
+			      folder.path());
+	return made ? load(folder) : std::nullopt;
 }
 
 std::optional<QSslConfiguration> unknownRootServerCertificate()

@@ -16,5 +16,8 @@
  */
 std::optional<QSslConfiguration> trustedServerCertificate(const QString &host);
 
+/** For "localhost", signed by mkcert's root, and out of date. OpenSSL 3.4 or newer. */
+std::optional<QSslConfiguration> expiredServerCertificate();
+
 /** For "localhost", signed by a root that is in nobody's trust store. */
 std::optional<QSslConfiguration> unknownRootServerCertificate();

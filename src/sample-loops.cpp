@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "sample-loops.h"
+
+#include "vector-code.h"
+
+namespace {
+
+constexpr float kFullScale = 32767.0f;
+
+} // namespace
+
+namespace sample_loops {
+
+TALVORA_VECTOR_CODE
+void downmix(const float *left, const float *right, size_t frames, float *__restrict mono)
+{
+	for (size_t i = 0; i < frames; ++i) {
+		mono[i] = (left[i] + right[i]) * 0.5f;
+	}
+}
+
+TALVORA_VECTOR_CODE
+void decimateAndQuantise(const float *__restrict mono, size_t count, int16_t *__restrict out)
+{
+	for (size_t k = 0; k < count; ++k) {
+		const float average = (mono[3 * k] + mono[3 * k + 1] + mono[3 * k + 2]) / 3.0f;
+		// Written as "not below" and "not above" so that NaN comes out at full scale instead of undefined.
+		const float upper = average < 1.0f ? average : 1.0f;
+		const float value = upper > -1.0f ? upper : -1.0f;
+		out[k] = static_cast<int16_t>(static_cast<int32_t>(value * kFullScale));
+	}
+}
+
+TALVORA_VECTOR_CODE
+void applyGains(const float *in, const float *gains, size_t count, float *__restrict out)
+{
+	for (size_t i = 0; i < count; ++i) {
+		out[i] = in[i] * gains[i];
+	}
+}
+
+TALVORA_VECTOR_CODE
+void addVoice(const float *voice, float voiceGain, size_t count, float *__restrict samples)
+{
+	for (size_t i = 0; i < count; ++i) {
+		const float sum = samples[i] + voice[i] * voiceGain;
+		// In this order NaN stays NaN.
+		const float lower = sum < -1.0f ? -1.0f : sum;
+		samples[i] = lower > 1.0f ? 1.0f : lower;
+	}
+}
+
+TALVORA_VECTOR_CODE
+void line(float from, float step, size_t count, float *__restrict out)
+{
+	for (size_t k = 0; k < count; ++k) {
+		// Of 32 bits with a sign, because that is what every machine turns into a float at once.
+		out[k] = from + static_cast<float>(static_cast<int32_t>(k + 1)) * step;
+	}
+}
+
+TALVORA_VECTOR_CODE
+bool mayHoldTag(const unsigned char *bytes, size_t count)
+{
+	// Bits instead of conditions, and no way out of the loop, so that it can be done many bytes at a time.
+	const auto isLetter = [](unsigned char c) {
+		const auto lower = static_cast<unsigned char>(c | 0x20);
+		return static_cast<unsigned char>(static_cast<unsigned char>(lower - 'a') < 26) |
+		       static_cast<unsigned char>(c == '-');
+	};
+	unsigned char found = 0;
+	for (size_t i = 0; i < count; ++i) {
+		const auto isLength = static_cast<unsigned char>(static_cast<unsigned char>(bytes[i] - 2) < 9);
+		found = static_cast<unsigned char>(found |
+						   (isLength & isLetter(bytes[i + 1]) & isLetter(bytes[i + 2])));
+	}
+	return found != 0;
+}
+
+} // namespace sample_loops

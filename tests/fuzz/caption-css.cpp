@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// Caption text to CSS: whatever the text, it stays the value of one string in one rule, and adds nothing else.
+#include "caption-css.h"
+
+#include "caption-input.h"
+#include "css-reader.h"
+#include "fuzz.h"
+
+#include <QGuiApplication>
+
+namespace {
+
+/** In the module's own style, everything is known but the text. */
+void checkSheet(const QString &text)
+{
+	const QString sheet = captionCss(CaptionStyle(), text);
+	FUZZ_CHECK(!sheet.contains(QChar(u'\0')));
+	const std::optional<QList<CssRule>> rules = readCss(sheet);
+	FUZZ_CHECK(rules.has_value());
+	FUZZ_CHECK(rules->size() == (text.isEmpty() ? 3 : 4));
+	FUZZ_CHECK(rules->at(0).selector == u"body" && rules->at(0).declarations.size() == 7);
+	FUZZ_CHECK(rules->at(1).selector == u"#caption-text" && rules->at(1).declarations.size() == 11);
+	FUZZ_CHECK(rules->at(2).selector == u"#caption-text" && rules->at(2).declarations.size() == 1);
+	FUZZ_CHECK(rules->at(2).declarations[0].value == (text.isEmpty() ? u"none" : u"block"));
+	if (text.isEmpty()) {
+		return;
+	}
+	const CssRule &after = rules->at(3);
+	FUZZ_CHECK(after.selector == u"#caption-text::after" && after.declarations.size() == 2);
+	FUZZ_CHECK(after.declarations[0].name == u"content" && after.declarations[0].isString);
+	FUZZ_CHECK(after.declarations[0].value == asCssHoldsIt(text));
+	FUZZ_CHECK(after.declarations[1].name == u"white-space" && after.declarations[1].value == u"pre-wrap");
+}
+
+} // namespace
+
+int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+	silenceQt();
+	qputenv("QT_QPA_PLATFORM", "offscreen");
+	// Never destroyed: what a target keeps may outlive it.
+	new QGuiApplication(*argc, *argv);
+	return 0;
+}
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+	const CaptionInput input(data, size);
+	checkSheet(input.text);
+
+	// The family and the alignment come from the user and go in as they are. The text's own rules follow them
+	// unchanged, and the text changes nothing before its rules.
+	const QString ownStyle = captionCss(CaptionStyle(), QString());
+	const QString style = captionCss(input.style, QString());
+	const QString hidden = QStringLiteral(" #caption-text { display: none; }");
+	FUZZ_CHECK(style.endsWith(hidden) && ownStyle.endsWith(hidden));
+	const QString textRules = captionCss(CaptionStyle(), input.text).sliced(ownStyle.size() - hidden.size());
+	FUZZ_CHECK(captionCss(input.style, input.text) == style.chopped(hidden.size()) + textRules);
+	return 0;
+}

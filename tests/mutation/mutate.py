@@ -1,0 +1,247 @@
+#!/usr/bin/env python3
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""Changes the plug-in's sources in small ways, one at a time, and tells which changes no unit test notices.
+
+usage: mutate.py [N] [--seed SEED] [--jobs JOBS] [--file NAME] [--list]
+
+Each job works on a copy of the checkout under build/SUITE-mutate, where the plug-in's core is one shared library: a
+mutant costs the compilation of what it touches (by clang, which reads precompiled headers quickest), one link and the
+tests that notice it soonest. Ends non-zero when
+fewer than 95 of 100 are caught, not counting those that tests/mutation/equivalent.txt explains.
+"""
+
+import argparse
+import os
+import queue
+import random
+import shutil
+import subprocess
+import sys
+import threading
+import time
+from pathlib import Path
+
+from mutants import all_mutants
+
+CHECKOUT = Path(__file__).resolve().parents[2]
+COPIED = ("CMakeLists.txt", "cmake", "data", "src", "tests/unit", "tests/sanitizers")
+REQUIRED_PERCENT = 95
+
+# Tests that look at a file first, where their names do not begin with the file's.
+TESTS_OF = {
+    "caption-css": ["caption-css-test", "caption-manager-test"],
+    "caption-state": ["caption-manager-test"],
+    "caption-style": ["caption-css-test", "caption-manager-test", "talvora-plugin-test"],
+    "dubbed-source": ["dubbed-source-test", "talvora-plugin-test"],
+    "plugin-dock-widgets": ["plugin-dock-settings-test", "plugin-dock-test", "plugin-dock-auth-test"],
+    "plugin-dock-auth": ["plugin-dock-auth-test", "plugin-dock-test"],
+    "plugin-dock-languages": ["plugin-dock-languages-test", "plugin-dock-test"],
+    "plugin-dock-settings": ["plugin-dock-settings-test", "plugin-dock-test"],
+    "plugin-dock": ["plugin-dock-test", "plugin-dock-auth-test", "plugin-dock-settings-test", "plugin-dock-layout-test"],
+    "plugin-support": ["plugin-main-test"],
+    "settings": ["settings-test", "talvora-plugin-test"],
+    "sign-in-page": ["sign-in-page-test", "oauth-listener-test"],
+    "speech-resampler": ["speech-queue-test", "dubbed-source-test"],
+    "ws-client": ["ws-client-test", "ws-client-messages-test", "ws-client-uplink-test", "ws-client-speech-test"],
+    "ws-state": ["ws-client-test", "plugin-dock-test"],
+}
+
+
+def read_equivalents():
+    """Blocks of three lines: the file, the line before and after the change; what follows is the reason."""
+    explained = {}
+    for block in (CHECKOUT / "tests/mutation/equivalent.txt").read_text().split("\n\n"):
+        lines = [line for line in block.splitlines() if not line.startswith("#")]
+        if not lines:
+            continue
+        if len(lines) < 4 or not lines[1].startswith("-\t") or not lines[2].startswith("+\t"):
+            sys.exit(f"equivalent.txt: this block is not a file, a line before, a line after and a reason:\n{block}")
+        explained[lines[0], lines[1][2:], lines[2][2:]] = " ".join(lines[3:])
+    return explained
+
+
+class Worker(threading.Thread):
+    def __init__(self, number, jobs, report):
+        super().__init__(daemon=True)
+        self.tree = CHECKOUT / f"build/{os.environ.get('TALVORA_SUITE', 'host')}-mutate/{number}"
+        self.build = self.tree / "build"
+        self.jobs = jobs
+        self.report = report
+        self.seconds = {}
+        self.error = None
+
+    def prepare(self):
+        for name in COPIED:
+            copy_changed(CHECKOUT / name, self.tree / name)
+        subprocess.run(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "--log-level=WARNING",
+                        "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_CXX_COMPILER=clang++",
+                        "-DBUILD_SHARED_LIBS=ON", "-DTALVORA_BUILD_TESTS=ON", "-DTALVORA_PRECOMPILE=ON"], check=True, stdout=subprocess.DEVNULL)
+        if not self.make("all"):
+            sys.exit(f"The tests do not build:\n{self.output[-3000:]}")
+        self.display = Display()
+
+    def make(self, *targets):
+        done = subprocess.run(["ninja", "-C", self.build, *targets], capture_output=True, text=True)
+        self.output = done.stdout
+        return done.returncode == 0
+
+    def passes(self, test, seconds):
+        home = self.tree / "home"
+        shutil.rmtree(home, ignore_errors=True)
+        home.mkdir()
+        environment = os.environ | {"QT_QPA_PLATFORM": "offscreen", "DISPLAY": self.display.name, "HOME": str(home)}
+        try:
+            done = subprocess.run([self.build / "tests/unit" / test], cwd=home, env=environment, timeout=seconds,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        except subprocess.TimeoutExpired:
+            return False
+        self.output = done.stdout.decode(errors="replace")
+        return done.returncode == 0
+
+    def measure(self):
+        """Every test must pass while nothing is changed; how long each takes bounds it later."""
+        for path in sorted((self.build / "tests/unit").glob("*-test")):
+            started = time.monotonic()
+            if not self.passes(path.name, 300) and not self.passes(path.name, 300):
+                sys.exit(f"{path.name} fails without any change:\n{self.output[-3000:]}")
+            self.seconds[path.name] = time.monotonic() - started
+
+    def order_of_tests(self, file):
+        stem = Path(file).stem
+        tests = sorted(self.seconds, key=self.seconds.get)
+        first = TESTS_OF.get(stem) or [test for test in tests if test.startswith(stem)]
+        return first, [test for test in tests if test not in first]
+
+    def verdict_of(self, mutant):
+        """The test that failed, "the compiler", or None."""
+        first, rest = self.order_of_tests(mutant.file)
+        whole = mutant.file.endswith(".h") or mutant.file == "src/plugin-main.cpp"
+        if not self.make("src/libtalvora-core.so", *(first if whole else [])):
+            return "the compiler"
+        for test in first:
+            if not self.passes(test, 30 + 5 * self.seconds[test]):
+                return test
+        if whole and not self.make("all"):
+            return "the compiler"
+        for test in rest:
+            if not self.passes(test, 30 + 5 * self.seconds[test]):
+                return test
+        return None
+
+    def run(self):
+        try:
+            self.prepare()
+            self.measure()
+            while True:
+                mutant = self.jobs.get_nowait()
+                path = self.tree / mutant.file
+                original = path.read_text()
+                path.write_text(mutant.source)
+                try:
+                    self.report(mutant, self.verdict_of(mutant))
+                finally:
+                    path.write_text(original)
+        except queue.Empty:
+            pass
+        except (Exception, SystemExit) as error:
+            self.error = error
+
+
+class Display:
+    """A display of its own, as the tests have under ctest."""
+
+    def __init__(self):
+        end, other = os.pipe()
+        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(other), "-screen", "0", "640x480x24", "-noreset",
+                                        "-nolisten", "tcp"], pass_fds=[other], stderr=subprocess.DEVNULL)
+        os.close(other)
+        self.name = ":" + os.read(end, 16).decode().strip()
+
+
+def copy_changed(source, target):
+    """Copies a file or a folder; what is already the same keeps its time, so that it is not built again."""
+    if source.is_dir():
+        target.mkdir(parents=True, exist_ok=True)
+        names = {path.name for path in source.iterdir()}
+        for path in target.iterdir():
+            if path.name not in names:
+                shutil.rmtree(path) if path.is_dir() else path.unlink()
+        for path in source.iterdir():
+            copy_changed(path, target / path.name)
+    elif not target.exists() or target.read_bytes() != source.read_bytes():
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(source, target)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("count", nargs="?", type=int, default=220, help="how many mutants (default 220)")
+    parser.add_argument("--seed", type=int, default=1, help="which of them (default 1)")
+    parser.add_argument("--jobs", type=int, default=2, help="how many at the same time (default 2)")
+    parser.add_argument("--file", help="only those of this file, for example src/settings.cpp")
+    parser.add_argument("--minutes", type=float, help="begin no further one after so many minutes")
+    parser.add_argument("--list", action="store_true", help="print the mutants and stop")
+    options = parser.parse_args()
+
+    mutants = all_mutants(CHECKOUT)
+    explained = read_equivalents()
+    known = {(mutant.file, mutant.before, mutant.after) for mutant in mutants}
+    for entry in explained:
+        if entry not in known:
+            sys.exit("equivalent.txt explains a mutant that there is not any more:\n%s\n-\t%s\n+\t%s" % entry)
+    if options.file:
+        mutants = [mutant for mutant in mutants if mutant.file == options.file]
+    sample = random.Random(options.seed).sample(mutants, min(options.count, len(mutants)))
+    if options.list:
+        print("\n\n".join(map(str, sample)))
+        return
+
+    waiting = queue.SimpleQueue()
+    for mutant in sample:
+        waiting.put(mutant)
+    started = time.monotonic()
+    lock = threading.Lock()
+    caught, equivalent, survivors = 0, 0, []
+    by_compiler = 0
+
+    def report(mutant, killer):
+        nonlocal caught, equivalent, by_compiler
+        with lock:
+            reason = explained.get((mutant.file, mutant.before, mutant.after))
+            if killer:
+                caught += 1
+                by_compiler += killer == "the compiler"
+                verdict = f"caught by {killer}"
+            elif reason:
+                equivalent += 1
+                verdict = f"equivalent: {reason}"
+            else:
+                survivors.append(mutant)
+                verdict = "SURVIVED"
+            tried = caught + equivalent + len(survivors)
+            print(f"{tried}/{len(sample)} after {time.monotonic() - started:.0f} s: {verdict}\n{mutant}", flush=True)
+            if options.minutes and time.monotonic() - started > options.minutes * 60:
+                while not waiting.empty():
+                    waiting.get()
+
+    workers = [Worker(number, waiting, report) for number in range(min(options.jobs, len(sample)))]
+    for worker in workers:
+        worker.start()
+    for worker in workers:
+        worker.join()
+    errors = [worker.error for worker in workers if worker.error]
+    if errors:
+        sys.exit(f"Could not go on: {errors[0]}")
+
+    counted = caught + len(survivors)
+    percent = 100 * caught / counted
+    for mutant in survivors:
+        print(f"\nSURVIVED: {mutant}")
+    print(f"\n{caught} of {counted} mutants caught ({percent:.1f} %, {by_compiler} of them by the compiler), {equivalent} more "
+          f"are equivalent, in {time.monotonic() - started:.0f} s; {len(known)} are in the list, seed {options.seed}.")
+    if percent < REQUIRED_PERCENT:
+        sys.exit(f"At least {REQUIRED_PERCENT} % are wanted.")
+
+
+if __name__ == "__main__":
+    main()
