@@ -13,6 +13,8 @@
 #include <QWebSocket>
 #include <QtGlobal>
 
+#include <obs-module.h>
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -180,7 +182,9 @@ void WSClient::onSocketError(QAbstractSocket::SocketError socketError)
 	if (state() == WsState::Connecting || socketError == QAbstractSocket::SslInternalError) {
 		failSocket();
 	}
-	report(socketError, socket->errorString());
+	const QString reason = socket->errorString();
+	talvora_log(LOG_WARNING, "WebSocket error %d: %s", static_cast<int>(socketError), qUtf8Printable(reason));
+	Q_EMIT errorOccurred(reason);
 }
 
 void WSClient::onSendTimerTick()
@@ -223,20 +227,17 @@ void WSClient::onAboutToClose()
 	talvora_log(LOG_WARNING, "WebSocket closed with code %d: %s", static_cast<int>(socket->closeCode()),
 		    qUtf8Printable(reason));
 	failSocket();
-	Q_EMIT errorOccurred(QStringLiteral("The connection was closed: %1").arg(reason));
+	Q_EMIT errorOccurred(QString::fromUtf8(obs_module_text("Error.ConnectionClosed")) + QLatin1String(": ") +
+			     reason);
 }
 
 void WSClient::onHandshakeTimeout()
 {
-	report(QAbstractSocket::SocketTimeoutError, QStringLiteral("The service does not answer"));
+	talvora_log(LOG_WARNING, "WebSocket error %d: The service does not answer",
+		    static_cast<int>(QAbstractSocket::SocketTimeoutError));
+	Q_EMIT errorOccurred(QString::fromUtf8(obs_module_text("Error.NoAnswer")));
 	abortSilently();
 	onDisconnected();
-}
-
-void WSClient::report(int error, const QString &reason)
-{
-	talvora_log(LOG_WARNING, "WebSocket error %d: %s", error, qUtf8Printable(reason));
-	Q_EMIT errorOccurred(reason);
 }
 
 void WSClient::setState(WsState newState)

@@ -95,7 +95,6 @@ private:
 	friend class TalvoraPluginTest;
 
 	void setState(WsState state);
-	void report(int error, const QString &reason);
 	void scheduleReconnect();
 	void resetReconnect();
 	void openSocket();
