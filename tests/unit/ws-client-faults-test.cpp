@@ -57,7 +57,7 @@ QString closeLine(int code, const QString &reason)
 
 QString closeText(const QString &reason)
 {
-	return QStringLiteral("Error.ConnectionClosed: ") + reason;
+	return QStringLiteral("Error.ConnectionClosed") + QStringLiteral(": ") + reason;
 }
 
 /** How far the machine's clock has jumped since the program started, seconds. */
@@ -341,8 +341,9 @@ private Q_SLOTS:
 		QVERIFY(session.goesOn());
 		QCOMPARE(session.reasons(), QStringList{"Error.NoAnswer"});
 		QCOMPARE(session.log.ownLines(),
-			 (QStringList{connectingLine(session.url), errorLine(5, "The service does not answer"),
-				      kLostLine, kWaitLine, kAgainLine, kConnectedLine, kAuthenticatedLine}));
+			 (QStringList{connectingLine(session.url),
+				      "[talvora-obs] WebSocket error 5: The service does not answer", kLostLine,
+				      kWaitLine, kAgainLine, kConnectedLine, kAuthenticatedLine}));
 		QCOMPARE(session.flawAtTheEnd(), QString());
 	}
 
