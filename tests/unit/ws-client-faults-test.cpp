@@ -176,9 +176,9 @@ struct Session {
 		}
 		if (audio.calls == 0 || audio.waits > 0 || audio.allocations > 0) {
 			return QStringLiteral("of %1 calls of the audio thread %2 waited, with %3 allocations")
-				.arg(audio.calls)
-				.arg(audio.waits)
-				.arg(audio.allocations);
+				.arg(audio.calls.load())
+				.arg(audio.waits.load())
+				.arg(audio.allocations.load());
 		}
 		// The socket and three timers.
 		if (client.children().size() != 4) {
