@@ -31,10 +31,10 @@ def pytest_collection_modifyitems(config, items):
 	config.hook.pytest_deselected(items=others)
 	items[:] = [item for number, item in enumerate(items) if number % shares == share - 1]
 	if obs_version() >= (32, 0, 0):
-		# After a change of scene it now and then keeps a scene for ever, with the module or without (3 of 26 runs without).
-		# What the module keeps, it would keep in every run.
+		# After a change of scene it now and then keeps a scene for ever (3 of 26 runs without the module), or three or four
+		# pieces of memory (7 of 52). What the module keeps, it would keep in every run.
 		for item in items:
-			item.add_marker(pytest.mark.flaky(reruns=3, only_rerun=[NOT_CLEARED]))
+			item.add_marker(pytest.mark.flaky(reruns=5, only_rerun=[NOT_CLEARED, r"Number of memory leaks: [34]\b"]))
 
 
 @pytest.fixture

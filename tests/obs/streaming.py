@@ -93,5 +93,7 @@ def assert_clean_exit(obs, usual_complaints):
 	# First, since it is why the next would fail too.
 	assert "Not all sources were cleared" not in obs.log, "Not all sources were cleared"
 	assert obs.exit_status == 0, f"OBS ended with status {obs.exit_status}"
-	assert "Number of memory leaks: 0" in obs.log
+	leaks = re.search(r"Number of memory leaks: \d+", obs.log)
+	assert leaks, "OBS did not count its memory leaks"
+	assert leaks[0] == "Number of memory leaks: 0", leaks[0]
 	assert obs.complaints() == usual_complaints
