@@ -103,11 +103,12 @@ def main():
     cppcheck.mkdir(exist_ok=True)
     commands = lint.cache / "compile_commands.json"
     commands.write_text(json.dumps(list(lint.commands.values())))
-    lint.once("cppcheck", ["cppcheck", f"--project={commands}", f"--cppcheck-build-dir={cppcheck}", "-j2", "--quiet",
+    lint.once("cppcheck", ["cppcheck", f"--project={commands}", f"--cppcheck-build-dir={cppcheck}", "-j2", "--quiet", "--check-level=exhaustive",
                            "--std=c++20", "--library=qt", "--enable=warning,performance,portability", "--inline-suppr",
                            "--suppressions-list=tests/cppcheck.txt", "--error-exitcode=1",
                            "--template={file}:{line}: {severity}: {message} [{id}]"])
-    lint.each("clang-tidy", version("clang-tidy") + Path(".clang-tidy").read_text(), ["clang-tidy", "--quiet"])
+    settings = [Path(folder, ".clang-tidy") for folder in (".", "tests", "service/tests")]
+    lint.each("clang-tidy", version("clang-tidy") + "".join(path.read_text() for path in settings), ["clang-tidy", "--quiet"])
     lint.each("clazy", version("clang") + CLAZY, ["clazy-standalone", f"-checks={CLAZY}",
                                                  "-header-filter=^(?!.*_autogen).*/(src|support|browser-source)/.*"])
     for failure in lint.failed:

@@ -462,7 +462,8 @@ void CaptionManager::placeLater(const QString &sourceName)
 
 void CaptionManager::placeUnplaced()
 {
-	for (const QString &sourceName : std::exchange(unplaced, {})) {
+	const QSet<QString> waiting = std::exchange(unplaced, {});
+	for (const QString &sourceName : waiting) {
 		placeLater(sourceName);
 	}
 }

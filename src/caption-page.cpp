@@ -77,7 +77,7 @@ QString captionPageHtml()
 QString captionPagePath(const QString &language)
 {
 	const QString fileName = QStringLiteral("talvora_caption_ui_%1.html").arg(language);
-	const QString path = inTempDir(fileName);
+	QString path = inTempDir(fileName);
 	if (!isTakenByOthers(path)) {
 		return path;
 	}

@@ -97,7 +97,8 @@ void PluginDock::populateLanguageTable()
 	}
 	// New widgets come last in the tab order; these belong between their neighbours.
 	QWidget *previous = sourceLangCombo;
-	for (QCheckBox *box : languageTable->findChildren<QCheckBox *>()) {
+	const auto boxes = languageTable->findChildren<QCheckBox *>();
+	for (QCheckBox *box : boxes) {
 		setTabOrder(previous, box);
 		previous = box;
 	}
@@ -172,7 +173,8 @@ void PluginDock::onLanguageGridChanged()
 
 	const int max = plugin->currentMaxTargetLanguages();
 	if (max >= 1 && targets.size() > max) {
-		for (const QString &code : targets.keys()) {
+		const QStringList codes = targets.keys();
+		for (const QString &code : codes) {
 			if (!plugin->currentSettings().languageTargets.contains(code)) {
 				uncheckLanguage(code);
 				return;

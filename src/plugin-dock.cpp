@@ -170,7 +170,8 @@ void PluginDock::buildUi()
 	setWidget(scrollArea);
 
 	// Scrolling the panel must not change the setting the pointer happens to be over.
-	for (QWidget *control : panel->findChildren<QWidget *>()) {
+	const auto controls = panel->findChildren<QWidget *>();
+	for (QWidget *control : controls) {
 		if (qobject_cast<QComboBox *>(control) || qobject_cast<QSlider *>(control)) {
 			control->setFocusPolicy(Qt::StrongFocus);
 			control->installEventFilter(this);

@@ -49,7 +49,8 @@ QJsonDocument parse(QFile &file, QJsonParseError &error)
 bool hasUnknownKeys(const QJsonObject &json)
 {
 	const QJsonObject known = Settings().toJson();
-	for (const QString &key : json.keys()) {
+	const QStringList keys = json.keys();
+	for (const QString &key : keys) {
 		// The latter two are flags that early versions had there.
 		if (!known.contains(key) && key != QLatin1String("dubbing") && key != QLatin1String("captions")) {
 			return true;

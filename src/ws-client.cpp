@@ -170,7 +170,8 @@ void WSClient::onTextMessageReceived(const QString &message)
 
 void WSClient::onBinaryMessageReceived(const QByteArray &frame)
 {
-	for (const TtsSegment &segment : splitTtsFrame(frame, pendingTts)) {
+	const QList<TtsSegment> segments = splitTtsFrame(frame, pendingTts);
+	for (const TtsSegment &segment : segments) {
 		PendingTtsClip &clip = segment.clip->second;
 		clip.pcm.append(segment.pcm);
 		emitPendingPcm(segment.clip->first, clip);

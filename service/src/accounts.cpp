@@ -115,7 +115,8 @@ std::optional<Accounts> Accounts::load(const QString &path, QString *error)
 		return std::nullopt;
 	}
 	Accounts accounts;
-	for (const QJsonValue &entry : list.toArray()) {
+	const QJsonArray entries = list.toArray();
+	for (const auto &entry : entries) {
 		const std::optional<Account> account = fromJson(entry.toObject());
 		if (!account) {
 			*error = QStringLiteral("%1: account %2 is not valid")

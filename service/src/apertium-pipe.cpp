@@ -138,7 +138,7 @@ std::optional<QString> ApertiumPipe::read()
 				continue;
 			}
 			if (answer.endsWith(kEndMarker)) {
-				answer.chop(qstrlen(kEndMarker));
+				answer.chop(static_cast<qsizetype>(qstrlen(kEndMarker)));
 			}
 			return unescaped(QString::fromUtf8(answer));
 		}

@@ -60,7 +60,7 @@ void DubSender::leaveOutWaiting(const QString &language)
 	}
 }
 
-void DubSender::leaveOut(const QString &language, Queue &queue, std::deque<Clip>::iterator clip)
+void DubSender::leaveOut(const QString &language, Queue &queue, const std::deque<Clip>::iterator &clip)
 {
 	m_output.report("tts_dropped", language, clip->id, clip->seconds);
 	queue.clips.erase(clip);
@@ -99,8 +99,8 @@ void DubSender::sendFrame(const QString &language, Queue &queue)
 	}
 	const QByteArray &frame = clip.frames.at(clip.next);
 	m_output.binary(frame);
-	const auto pcmBytes = frame.size() - 1 - language.size();
-	queue.playedAtSec += static_cast<double>(pcmBytes / 2) / clip.sampleRate;
+	const qsizetype samples = (frame.size() - 1 - language.size()) / 2;
+	queue.playedAtSec += static_cast<double>(samples) / clip.sampleRate;
 	++clip.next;
 	if (clip.next == clip.frames.size()) {
 		m_output.text(messages::ttsEnd(language));

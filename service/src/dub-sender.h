@@ -54,7 +54,7 @@ private:
 	void pump(const QString &language, Queue &queue);
 	void sendFrame(const QString &language, Queue &queue);
 	void leaveOutOld(const QString &language, Queue &queue);
-	void leaveOut(const QString &language, Queue &queue, std::deque<Clip>::iterator clip);
+	void leaveOut(const QString &language, Queue &queue, const std::deque<Clip>::iterator &clip);
 
 	Output m_output;
 	std::map<QString, Queue> m_queues;

@@ -51,7 +51,8 @@ struct SpeechClip {
 
 	[[nodiscard]] double seconds() const
 	{
-		return sampleRate > 0 ? static_cast<double>(pcm.size() / 2) / sampleRate : 0.0;
+		const qsizetype samples = pcm.size() / 2;
+		return sampleRate > 0 ? static_cast<double>(samples) / sampleRate : 0.0;
 	}
 };
 

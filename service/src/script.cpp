@@ -134,7 +134,7 @@ Step parseStep(const QJsonObject &object, const QString &directory)
 Steps parseSteps(const QJsonArray &array, const QString &directory)
 {
 	Steps steps;
-	for (const QJsonValue &value : array) {
+	for (const auto &value : array) {
 		try {
 			steps.append(parseStep(value.toObject(), directory));
 		} catch (const Invalid &invalid) {
@@ -155,7 +155,7 @@ QList<Steps> parseConnections(const QJsonDocument &document, const QString &dire
 					     "such lists")};
 	}
 	QList<Steps> result;
-	for (const QJsonValue &connection : connections) {
+	for (const auto &connection : connections) {
 		try {
 			result.append(parseSteps(connection.toArray(), directory));
 		} catch (const Invalid &invalid) {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace {
 
@@ -212,7 +213,7 @@ HttpResponse SignIn::consentGiven(const QString &provider, const HttpRequest &re
 	    (decision != QLatin1String("allow") && decision != QLatin1String("decline"))) {
 		return htmlPage(400, failurePage("This page is no longer valid. Please sign in again in OBS."));
 	}
-	const Consent consent = *found;
+	const Consent consent = std::move(*found);
 	m_consents.erase(found);
 	QUrlQuery query(consent.redirectUri);
 	query.addQueryItem("state", consent.state);

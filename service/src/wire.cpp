@@ -47,7 +47,7 @@ QList<Target> targetsFromJson(const QJsonArray &array)
 {
 	QList<Target> targets;
 	QSet<QString> seen;
-	for (const QJsonValue &value : array) {
+	for (const auto &value : array) {
 		const QJsonObject object = value.toObject();
 		const QString code = object.value(QLatin1String("code")).toString();
 		if (!isLanguageTag(code) || seen.contains(code)) {

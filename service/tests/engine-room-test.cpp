@@ -104,6 +104,7 @@ private slots:
 		constexpr int running = 16;
 		auto engines = room();
 		std::vector<std::shared_ptr<AudioQueue>> queues;
+		queues.reserve(running);
 		for (int i = 0; i < running; ++i) {
 			queues.push_back(engines->startDecoder(this, nothing()));
 		}

@@ -16,7 +16,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
 	static const QStringList codes = languageCodes();
 	FuzzInput input(data, size);
-	const QString language = codes.at(input.byte() % codes.size());
+	const QString &language = codes.at(input.byte() % codes.size());
 	const qsizetype frameBytes = 2 + 2 * (input.byte() % 64);
 	const QByteArray pcm = input.rest().toByteArray();
 

@@ -62,7 +62,7 @@ int LLVMFuzzerInitialize(int *argc, char ***argv)
 {
 	silenceQt();
 	// Never destroyed: what a target keeps may outlive it.
-	new QCoreApplication(*argc, *argv);
+	[[maybe_unused]] static const auto *const application = new QCoreApplication(*argc, *argv);
 	return 0;
 }
 

@@ -14,7 +14,7 @@ int LLVMFuzzerInitialize(int *argc, char ***argv)
 	silenceQt();
 	qputenv("QT_QPA_PLATFORM", "offscreen");
 	// Never destroyed: what a target keeps may outlive it.
-	new QGuiApplication(*argc, *argv);
+	[[maybe_unused]] static const auto *const application = new QGuiApplication(*argc, *argv);
 	return 0;
 }
 

@@ -1,29 +1,44 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "log-capture.h"
 
+#include <QMutex>
 #include <QMutexLocker>
 
 #include <array>
 #include <cstdio>
+#include <utility>
+
+namespace {
+
+// Not in the object, which a thread that logs may outlive.
+QMutex mutex;
+LogCapture *current = nullptr;
+
+} // namespace
 
 LogCapture::LogCapture()
 {
+	const QMutexLocker locker(&mutex);
+	outer = std::exchange(current, this);
 	base_get_log_handler(&previous, &previousParam);
-	base_set_log_handler(handle, this);
+	base_set_log_handler(handle, nullptr);
 }
 
 LogCapture::~LogCapture()
 {
+	const QMutexLocker locker(&mutex);
+	current = outer;
 	base_set_log_handler(previous, previousParam);
 }
 
-void LogCapture::handle(int level, const char *format, va_list arguments, void *self)
+void LogCapture::handle(int level, const char *format, va_list arguments, void *)
 {
 	std::array<char, 8192> buffer;
 	vsnprintf(buffer.data(), buffer.size(), format, arguments);
-	auto *capture = static_cast<LogCapture *>(self);
-	const QMutexLocker locker(&capture->mutex);
-	capture->captured.push_back({level, QString::fromUtf8(buffer.data())});
+	const QMutexLocker locker(&mutex);
+	if (current) {
+		current->captured.push_back({level, QString::fromUtf8(buffer.data())});
+	}
 }
 
 QStringList LogCapture::lines(int level) const

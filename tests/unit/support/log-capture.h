@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 
@@ -9,7 +8,10 @@
 
 #include <vector>
 
-/** Collects OBS's log while it lives. Lines may come from any thread. One at a time. */
+/**
+ * Collects OBS's log while it lives. Lines may come from any thread, also at the moment when it goes: OBS's own threads
+ * do not stop for that.
+ */
 class LogCapture {
 public:
 	LogCapture();
@@ -31,10 +33,11 @@ private:
 		QString text;
 	};
 
-	static void handle(int level, const char *format, va_list arguments, void *self);
+	static void handle(int level, const char *format, va_list arguments, void *);
 
-	mutable QMutex mutex;
 	std::vector<Line> captured;
+	/** The one that was there before and gets the lines again afterwards. */
+	LogCapture *outer;
 	log_handler_t previous = nullptr;
 	void *previousParam = nullptr;
 };
