@@ -820,13 +820,17 @@ void TalvoraPluginTest::startHandsTheStoredValuesToTheClient()
 	WSClient *client = plugin->wsClient;
 	QStringList values;
 	QJsonArray targets;
+	std::atomic<bool> read = false;
 	QMetaObject::invokeMethod(
 		client,
 		[&] {
 			values = {client->apiKey, client->serverUrl, client->sourceLanguage, client->captionMode};
 			targets = client->targetLanguages;
+			// The thread sanitizer does not see what Qt waits with.
+			read = true;
 		},
 		Qt::BlockingQueuedConnection);
+	QVERIFY(read);
 	QCOMPARE(values,
 		 (QStringList{u"tak_secret"_s, u"wss://localhost:3002/ws/audio-pipeline"_s, u"fr"_s, u"original"_s}));
 	QCOMPARE(targets, plugin->buildTargetLanguagesJson());
