@@ -26,7 +26,7 @@ function(talvora_sanitizer_settings)
     set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT ${sanitizer_environment})
     if(test STREQUAL audio-ring-test)
       # Threads, atomics and copies without any of these libraries: all of it is looked at.
-      set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "TSAN_OPTIONS=second_deadlock_stack=1")
+      set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "TSAN_OPTIONS=suppressions=${suppressions}/thread.supp:print_suppressions=0:second_deadlock_stack=1")
     endif()
   endforeach()
 endfunction()
