@@ -51,6 +51,7 @@ workshop_packages() {
 
 		# Peers that benchmarks put beside the program's own code, and what times them.
 		libbenchmark-dev libboost-dev libreaderwriterqueue-dev libsamplerate0-dev libswresample-dev
+		pocketsphinx espeak-ng
 	)
 
 	case $1 in

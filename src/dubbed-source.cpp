@@ -163,10 +163,15 @@ void DubbedSource::flush()
 	originalGain.reset();
 }
 
-void DubbedSource::restoreSource()
+bool DubbedSource::hasSource()
 {
 	const OBSSourceAutoRelease present = source.getRef();
-	if (!present) {
+	return present;
+}
+
+void DubbedSource::restoreSource()
+{
+	if (!hasSource()) {
 		flush();
 		source.adopt(find_or_create(sourceName.c_str()));
 	}

@@ -63,6 +63,9 @@ public:
 	/** Drops all queued speech and puts the original back to full level at once. No callback is called. */
 	void flush();
 
+	/** Whether there is an OBS source to put out to. User-interface thread. */
+	bool hasSource();
+
 	/**
 	 * Finds or creates the OBS source again where OBS has removed it; what was queued meanwhile is dropped.
 	 * User-interface thread.

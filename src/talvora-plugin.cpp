@@ -370,37 +370,64 @@ void TalvoraPlugin::onClipEnded(const QString &language, int clipId)
 
 void TalvoraPlugin::updateDubbedSources()
 {
-	std::unique_lock guard(dubbedMutex);
 	const QStringList languages = dubbingLanguages();
-
-	for (auto it = dubbedSources.begin(); it != dubbedSources.end();) {
-		if (languages.contains(it->first) && it->first != settings.sourceLanguage) {
-			++it;
-			continue;
+	const auto isWanted = [&](const QString &code) {
+		return languages.contains(code) && code != settings.sourceLanguage;
+	};
+	for (const QString &code : dubbedLanguages()) {
+		if (!isWanted(code)) {
+			talvora_log(LOG_INFO, "Talvora: removing dubbed source for '%s'", code.toUtf8().constData());
+			takeDub(code);
 		}
-		talvora_log(LOG_INFO, "Talvora: removing dubbed source for '%s'", it->first.toUtf8().constData());
-		it = dubbedSources.erase(it);
 	}
-
 	for (const QString &code : languages) {
-		if (code != settings.sourceLanguage && !dubbedSources.contains(code)) {
-			dubbedSources.emplace(code, createDubbedSource(code));
+		if (isWanted(code) && !dubbedSources.contains(code)) {
+			DubbedSources made;
+			made.emplace(code, createDubbedSource(code));
+			putDub(made.extract(made.begin()));
 		}
 	}
-	ignoreOwnOutput();
-	guard.unlock();
 	recheckAudioCapture();
 }
 
 void TalvoraPlugin::restoreDubbedSources()
 {
-	std::unique_lock guard(dubbedMutex);
-	for (auto &[code, source] : dubbedSources) {
-		source->restoreSource();
+	for (const QString &code : dubbedLanguages()) {
+		restoreDub(code);
 	}
-	ignoreOwnOutput();
-	guard.unlock();
 	recheckAudioCapture();
+}
+
+void TalvoraPlugin::restoreDub(const QString &code)
+{
+	if (dubbedSources.at(code)->hasSource()) {
+		return;
+	}
+	DubbedSources::node_type dub = takeDub(code);
+	dub.mapped()->restoreSource();
+	putDub(std::move(dub));
+}
+
+QStringList TalvoraPlugin::dubbedLanguages() const
+{
+	QStringList codes;
+	for (const auto &[code, source] : dubbedSources) {
+		codes.append(code);
+	}
+	return codes;
+}
+
+TalvoraPlugin::DubbedSources::node_type TalvoraPlugin::takeDub(const QString &code)
+{
+	const std::unique_lock guard(dubbedMutex);
+	return dubbedSources.extract(code);
+}
+
+void TalvoraPlugin::putDub(DubbedSources::node_type dub)
+{
+	const std::unique_lock guard(dubbedMutex);
+	dubbedSources.insert(std::move(dub));
+	ignoreOwnOutput();
 }
 
 bool TalvoraPlugin::isOwnOutput(const obs_source_t *source) const
@@ -614,10 +641,7 @@ void TalvoraPlugin::takeUpOutput(const QString &name)
 		return QString::fromStdString(entry.second->name()) == name;
 	});
 	if (named != dubbedSources.end()) {
-		std::unique_lock guard(dubbedMutex);
-		named->second->restoreSource();
-		ignoreOwnOutput();
-		guard.unlock();
+		restoreDub(named->first);
 		recheckAudioCapture();
 	}
 }

@@ -139,6 +139,8 @@ private:
 	friend class TalvoraPluginTest;
 	friend class PluginDockTest;
 
+	using DubbedSources = std::map<QString, std::unique_ptr<DubbedSource>>;
+
 	TalvoraPlugin();
 
 	/** One chunk of the captured source. OBS's audio thread; allocates nothing and never blocks for long. */
@@ -151,6 +153,13 @@ private:
 	void restoreOutputs();
 	/** Brings back the sources of dubs that OBS has removed. */
 	void restoreDubbedSources();
+	void restoreDub(const QString &code);
+	QStringList dubbedLanguages() const;
+	// What takes long is done to a dub that is out of the map: making, renewing or destroying one takes
+	// milliseconds, and the audio thread waits for the map. Only the user-interface thread changes the map, so
+	// there it is read without the lock.
+	DubbedSources::node_type takeDub(const QString &code);
+	void putDub(DubbedSources::node_type dub);
 	/** Whether a dub is put out by `source`, whatever the source's type. Under dubbedMutex. */
 	bool isOwnOutput(const obs_source_t *source) const;
 	/** Stops hearing the captured source if it is now one of our own outputs. Under dubbedMutex, exclusively. */
@@ -190,7 +199,7 @@ private:
 	QThread *wsThread = nullptr;
 	/** Exclusive when the map's membership or the capture's carry changes, shared for every other use. */
 	std::shared_mutex dubbedMutex;
-	std::map<QString, std::unique_ptr<DubbedSource>> dubbedSources;
+	DubbedSources dubbedSources;
 	CaptionManager *captionManager = nullptr;
 	QPointer<PluginDock> dock;
 	std::unique_ptr<SceneWatcher> sceneWatcher;

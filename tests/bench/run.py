@@ -19,6 +19,7 @@ from lab.paths import BUILD, CHECKOUT, SUITE
 
 import live
 import micro
+import service
 
 DOCUMENT = CHECKOUT / "docs" / "performance.md"
 BEGIN, END = "<!-- measured: rewritten by ./dev bench -->", "<!-- end of what was measured -->"
@@ -77,7 +78,7 @@ def main():
 	out = CHECKOUT / "out" / "bench" / SUITE
 	out.mkdir(parents=True, exist_ok=True)
 	rows = []
-	for measure in (micro.rows, live.rows):
+	for measure in (micro.rows, live.rows, service.rows):
 		rows += measure(BUILD, out, chosen.rows)
 	print(header)
 	print(as_text(rows))

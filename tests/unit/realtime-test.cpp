@@ -220,7 +220,8 @@ void TalvoraPluginTest::callbackMeetsItsLocksShortly()
 	      ms(map.longestOnProcessor()), ms(map.longestOnClock()), ms(source.longestOnProcessor()),
 	      ms(source.longestOnClock()), ms(speech.longestOnProcessor()), ms(speech.longestOnClock()));
 	qInfo("%d chunks met a lock taken %d times, for at most %.3f ms", chunks.load(), contentions, ms(longest));
-	QVERIFY(map.count() >= 100);
+	// Each change of the dubs but the first, which changes nothing.
+	QVERIFY(map.count() >= 99);
 	QVERIFY(source.count() > 0);
 	QVERIFY(speech.count() >= 200);
 	// A chunk of 1024 frames lasts 21.3 ms. The processor's time is what the plug-in can answer for.

@@ -25,13 +25,17 @@
 #include <QTest>
 #include <QThread>
 
+#include <obs.hpp>
+
 #include <sys/stat.h>
 
 #include <dlfcn.h>
 
 #include <array>
 #include <atomic>
+#include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <thread>
 
 // In front of libobs's own: its buffers may still grow, which is not the plug-in's allocation.
@@ -125,6 +129,7 @@ private Q_SLOTS:
 	void lostConnectionFlushesTheDubs_data();
 	void lostConnectionFlushesTheDubs();
 	void removedDubComesBackWithTheNextSession();
+	void dubsAreMadeAndRenewedWithoutHoldingUpTheAudio();
 	void sameAudioSourceNeitherSavesNorAttaches();
 	void previewWithoutCaptionLanguageDoesNothing();
 	void previewShowsTheTextInEveryCaptionLanguage();
@@ -1115,6 +1120,41 @@ void TalvoraPluginTest::removedDubComesBackWithTheNextSession()
 	QVERIFY(!sourceExists("Talvora Dub — Spanish"));
 	plugin->startSession();
 	QVERIFY(sourceExists("Talvora Dub — Spanish"));
+}
+
+void TalvoraPluginTest::dubsAreMadeAndRenewedWithoutHoldingUpTheAudio()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	struct Seen {
+		TalvoraPlugin *plugin;
+		QStringList free;
+		QStringList taken;
+		/** What the audio thread does at a chunk that comes just now. */
+		void look(const char *what)
+		{
+			std::thread([&] {
+				const std::shared_lock guard(plugin->dubbedMutex, std::try_to_lock);
+				(guard ? free : taken).append(QString::fromUtf8(what));
+			}).join();
+		}
+	};
+	Seen seen{plugin, {}, {}};
+	const auto created = [](void *data, calldata_t *) { static_cast<Seen *>(data)->look("created"); };
+	const auto removed = [](void *data, calldata_t *) { static_cast<Seen *>(data)->look("removed"); };
+	signal_handler_connect(obs_get_signal_handler(), "source_create", created, &seen);
+	signal_handler_connect(obs_get_signal_handler(), "source_remove", removed, &seen);
+
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	const OBSSourceAutoRelease dub = obs_get_source_by_name("Talvora Dub — Spanish");
+	obs_source_remove(dub);
+	plugin->startSession();
+	plugin->setLanguageTargets({});
+
+	signal_handler_disconnect(obs_get_signal_handler(), "source_create", created, &seen);
+	signal_handler_disconnect(obs_get_signal_handler(), "source_remove", removed, &seen);
+	QCOMPARE(seen.taken, QStringList());
+	QCOMPARE(seen.free, (QStringList{u"created"_s, u"created"_s, u"removed"_s, u"created"_s}));
 }
 
 void TalvoraPluginTest::sameAudioSourceNeitherSavesNorAttaches()
