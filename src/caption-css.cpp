@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "caption-css.h"
 
+#include <QStringBuilder>
+
 namespace {
 
 /** Custom CSS is one line: three blanks stand where a line of a rule would break. */
@@ -44,6 +46,36 @@ QString flexPosition(const QString &alignment)
 	return QStringLiteral("center");
 }
 
+/** What stands for a character that would end the string or its rule; empty for all others. */
+QLatin1String escapeOf(QChar character)
+{
+	switch (character.unicode()) {
+	case u'\n':
+		return QLatin1String("\\A ");
+	// These would end the string too: CSS counts both as line breaks, and OBS cuts its strings at a NUL.
+	case u'\r':
+		return QLatin1String("\\D ");
+	case u'\f':
+		return QLatin1String("\\C ");
+	case u'\0':
+		return QLatin1String("\\0 ");
+	case u'\\':
+		return QLatin1String("\\\\");
+	case u'"':
+		return QLatin1String("\\\"");
+	case u'\'':
+		return QLatin1String("\\'");
+	case u'{':
+		return QLatin1String("\\{");
+	case u'}':
+		return QLatin1String("\\}");
+	case u';':
+		return QLatin1String("\\;");
+	default:
+		return {};
+	}
+}
+
 QString fraction(double value)
 {
 	return QString::number(value, 'g', 6);
@@ -79,36 +111,15 @@ QString captionStyleRules(const CaptionStyle &style)
 QString escapeCssText(const QString &text)
 {
 	QString escaped;
-	escaped.reserve(text.size() + text.size() / 8);
-	for (const QChar character : text) {
-		switch (character.unicode()) {
-		case u'\n':
-			escaped += QLatin1String("\\A ");
-			break;
-		// These would end the string too: CSS counts both as line breaks, and OBS cuts its strings at a NUL.
-		case u'\r':
-			escaped += QLatin1String("\\D ");
-			break;
-		case u'\f':
-			escaped += QLatin1String("\\C ");
-			break;
-		case u'\0':
-			escaped += QLatin1String("\\0 ");
-			break;
-		case u'\\':
-		case u'"':
-		case u'\'':
-		case u'{':
-		case u'}':
-		case u';':
-			escaped += QLatin1Char('\\');
-			escaped += character;
-			break;
-		default:
-			escaped += character;
+	qsizetype copied = 0;
+	for (qsizetype i = 0; i < text.size(); ++i) {
+		const QLatin1String escape = escapeOf(text[i]);
+		if (!escape.isEmpty()) {
+			escaped.append(QStringView(text).sliced(copied, i - copied)).append(escape);
+			copied = i + 1;
 		}
 	}
-	return escaped;
+	return copied == 0 ? text : escaped.append(QStringView(text).sliced(copied));
 }
 
 QString captionTextRules(const QString &text)
@@ -116,8 +127,8 @@ QString captionTextRules(const QString &text)
 	if (text.isEmpty()) {
 		return QStringLiteral(" #caption-text { display: none; }");
 	}
-	return QLatin1String(" #caption-text { display: block; } #caption-text::after { content: \"") +
-	       escapeCssText(text) + QLatin1String("\"; white-space: pre-wrap; }");
+	return QLatin1String(" #caption-text { display: block; } #caption-text::after { content: \"") %
+	       escapeCssText(text) % QLatin1String("\"; white-space: pre-wrap; }");
 }
 
 QString captionCss(const CaptionStyle &style, const QString &text)

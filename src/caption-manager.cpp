@@ -7,6 +7,7 @@
 #include "plugin-support.h"
 #include "source-name.h"
 
+#include <QStringBuilder>
 #include <QTimer>
 
 #include <graphics/vec2.h>
@@ -327,7 +328,7 @@ void CaptionManager::onCaption(const QString &language, const QString &text, dou
 		return;
 	}
 	talvora_log(LOG_INFO, "CaptionManager: caption for '%s': \"%s\"", language.toUtf8().constData(),
-		    text.left(loggedCharacters).toUtf8().constData());
+		    QStringView(text).left(loggedCharacters).toUtf8().constData());
 	enqueueCaption(*state, text, durationSec, clipId, syncWithAudio);
 }
 
@@ -541,5 +542,5 @@ void CaptionManager::updateBrowserSourceFiles(const LanguageCaptionState &state,
 QString CaptionManager::generateCss(const QString &language) const
 {
 	const auto it = states.find(language);
-	return styleRules + captionTextRules(it == states.end() ? QString() : it->second.currentText);
+	return styleRules % captionTextRules(it == states.end() ? QString() : it->second.currentText);
 }

@@ -37,8 +37,13 @@ public:
 	size_t carried() const { return carryCount; }
 
 private:
+	/** A long chunk goes through in pieces, so that what is made of one is still in the fastest cache. */
+	static constexpr size_t kBlockFrames = 1024;
+
+	size_t convertBlock(const float *left, const float *right, size_t frames, int16_t *out);
+
 	std::array<float, kDecimation - 1> carry{};
 	size_t carryCount = 0;
-	std::array<float, kMaxFrames + kDecimation - 1> mono;
+	std::array<float, kBlockFrames + kDecimation - 1> mono;
 	std::array<int16_t, kMaxOutput> quantised;
 };

@@ -118,10 +118,11 @@ void DubbedSource::pushOriginalAudio(const float *left, const float *right, size
 void DubbedSource::mix(const float *left, const float *right, size_t frames, size_t voiced, float voiceGain)
 {
 	originalGain.fill(gains.data(), frames);
-	sample_loops::applyGains(left, gains.data(), frames, outLeft.data());
-	sample_loops::applyGains(right, gains.data(), frames, outRight.data());
-	sample_loops::addVoice(ttsMixBuf.data(), voiceGain, voiced, outLeft.data());
-	sample_loops::addVoice(ttsMixBuf.data(), voiceGain, voiced, outRight.data());
+	sample_loops::mixVoice(left, right, gains.data(), ttsMixBuf.data(), voiceGain, voiced, outLeft.data(),
+			       outRight.data());
+	const size_t unvoiced = frames - voiced;
+	sample_loops::applyGains(left + voiced, gains.data() + voiced, unvoiced, outLeft.data() + voiced);
+	sample_loops::applyGains(right + voiced, gains.data() + voiced, unvoiced, outRight.data() + voiced);
 }
 
 void DubbedSource::pushTtsAudio(int clipId, const int16_t *pcm, size_t count, int sampleRate)

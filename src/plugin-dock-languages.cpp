@@ -142,8 +142,12 @@ QCheckBox *PluginDock::addLanguageBox(int row, int column, const QString &access
 	auto *layout = new QHBoxLayout(cell);
 	dock::removeMargins(layout);
 	layout->setAlignment(Qt::AlignCenter);
-	layout->addWidget(box);
 	languageTable->setCellWidget(row, column, cell);
+	// The table styles at once what is in a cell by then, and OBS styles all of that twice more before it is seen.
+	layout->addWidget(box);
+	if (cell->isVisible()) {
+		box->show();
+	}
 	return box;
 }
 

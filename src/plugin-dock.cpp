@@ -147,7 +147,15 @@ void PluginDock::connectPlugin()
 
 void PluginDock::buildUi()
 {
+	// From the outside in: what is put into a parent is styled anew, with everything that is in it by then.
+	auto *scrollArea = new QScrollArea();
+	scrollArea->setAccessibleName(windowTitle());
+	scrollArea->setWidgetResizable(true);
+	scrollArea->setFrameShape(QFrame::NoFrame);
+	setWidget(scrollArea);
 	auto *panel = new QWidget();
+	scrollArea->setWidget(panel);
+
 	auto *sections = new QVBoxLayout(panel);
 	sections->setContentsMargins(8, 8, 8, 8);
 	sections->setSpacing(6);
@@ -161,13 +169,6 @@ void PluginDock::buildUi()
 	sections->addWidget(buildTranscriptWidget());
 	sections->addWidget(buildStatusSection());
 	sections->addStretch();
-
-	auto *scrollArea = new QScrollArea();
-	scrollArea->setAccessibleName(windowTitle());
-	scrollArea->setWidgetResizable(true);
-	scrollArea->setFrameShape(QFrame::NoFrame);
-	scrollArea->setWidget(panel);
-	setWidget(scrollArea);
 
 	// Scrolling the panel must not change the setting the pointer happens to be over.
 	const auto controls = panel->findChildren<QWidget *>();

@@ -4,8 +4,12 @@
 #include "plugin-support.h"
 #include "talvora-plugin.h"
 
+#include <QSslConfiguration>
+
 #include <obs-frontend-api.h>
 #include <obs-module.h>
+
+#include <future>
 
 OBS_DECLARE_MODULE()
 OBS_MODULE_USE_DEFAULT_LOCALE(PLUGIN_NAME, "en-US")
@@ -13,6 +17,9 @@ OBS_MODULE_USE_DEFAULT_LOCALE(PLUGIN_NAME, "en-US")
 static void on_frontend_event(enum obs_frontend_event event, void *);
 
 static bool listening = false;
+
+/** Runs while OBS loads: reads the system's certificates, for which its window would have to stand still later. */
+static std::future<void> tls_start;
 
 static void listen_to_frontend()
 {
@@ -62,6 +69,7 @@ bool obs_module_load(void)
 	obs_register_source(audio_capture_filter_info());
 	obs_register_source(dubbed_source_info());
 	listen_to_frontend();
+	tls_start = std::async(std::launch::async, [] { QSslConfiguration::defaultConfiguration(); });
 	return true;
 }
 
@@ -69,5 +77,8 @@ void obs_module_unload(void)
 {
 	stop_listening_to_frontend();
 	TalvoraPlugin::instance()->shutdown();
+	if (tls_start.valid()) {
+		tls_start.get();
+	}
 	talvora_log(LOG_INFO, "Talvora OBS plugin unloaded");
 }

@@ -40,13 +40,36 @@ void applyGains(const float *in, const float *gains, size_t count, float *__rest
 }
 
 TALVORA_VECTOR_CODE
-void addVoice(const float *voice, float voiceGain, size_t count, float *__restrict samples)
+void mixVoice(const float *left, const float *right, const float *gains, const float *voice, float voiceGain,
+	      size_t count, float *__restrict outLeft, float *__restrict outRight)
 {
-	for (size_t i = 0; i < count; ++i) {
-		const float sum = samples[i] + voice[i] * voiceGain;
+	const auto clamped = [](float sum) {
 		// In this order NaN stays NaN.
 		const float lower = sum < -1.0f ? -1.0f : sum;
-		samples[i] = lower > 1.0f ? 1.0f : lower;
+		return lower > 1.0f ? 1.0f : lower;
+	};
+	for (size_t i = 0; i < count; ++i) {
+		const float spoken = voice[i] * voiceGain;
+		outLeft[i] = clamped(left[i] * gains[i] + spoken);
+		outRight[i] = clamped(right[i] * gains[i] + spoken);
+	}
+}
+
+TALVORA_VECTOR_CODE
+void doubleRate(float before, const int16_t *pcm, size_t count, float *__restrict out)
+{
+	const auto toFloat = [](int16_t sample) { return static_cast<float>(sample) / 32768.0f; };
+	if (count == 0) {
+		return;
+	}
+	const float firstStep = (toFloat(pcm[0]) - before) / 2.0f;
+	out[0] = before + firstStep;
+	out[1] = before + 2.0f * firstStep;
+	for (size_t i = 1; i < count; ++i) {
+		const float from = toFloat(pcm[i - 1]);
+		const float step = (toFloat(pcm[i]) - from) / 2.0f;
+		out[2 * i] = from + step;
+		out[2 * i + 1] = from + 2.0f * step;
 	}
 }
 
@@ -60,21 +83,18 @@ void line(float from, float step, size_t count, float *__restrict out)
 }
 
 TALVORA_VECTOR_CODE
-bool mayHoldTag(const unsigned char *bytes, size_t count)
+void markTags(const unsigned char *bytes, size_t count, unsigned char *__restrict marks)
 {
-	// Bits instead of conditions, and no way out of the loop, so that it can be done many bytes at a time.
+	// Bits instead of conditions, so that it can be done many bytes at a time.
 	const auto isLetter = [](unsigned char c) {
 		const auto lower = static_cast<unsigned char>(c | 0x20);
 		return static_cast<unsigned char>(static_cast<unsigned char>(lower - 'a') < 26) |
 		       static_cast<unsigned char>(c == '-');
 	};
-	unsigned char found = 0;
 	for (size_t i = 0; i < count; ++i) {
 		const auto isLength = static_cast<unsigned char>(static_cast<unsigned char>(bytes[i] - 2) < 9);
-		found = static_cast<unsigned char>(found |
-						   (isLength & isLetter(bytes[i + 1]) & isLetter(bytes[i + 2])));
+		marks[i] = static_cast<unsigned char>(isLength & isLetter(bytes[i + 1]) & isLetter(bytes[i + 2]));
 	}
-	return found != 0;
 }
 
 } // namespace sample_loops

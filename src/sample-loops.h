@@ -22,16 +22,24 @@ void decimateAndQuantise(const float *mono, size_t count, int16_t *out);
 /** `out[i] = in[i] * gain[i]` */
 void applyGains(const float *in, const float *gains, size_t count, float *out);
 
-/** Adds the voice at its gain, and keeps the sum within -1 to 1. */
-void addVoice(const float *voice, float voiceGain, size_t count, float *samples);
+/** Both channels, which may be the same, at their gains, the voice at its own over them; kept within -1 to 1. */
+void mixVoice(const float *left, const float *right, const float *gains, const float *voice, float voiceGain,
+	      size_t count, float *outLeft, float *outRight);
+
+/**
+ * Brings 16-bit samples to twice their rate, on straight lines.
+ * @param before the sample before the first one, -1 to 1
+ * @param out room for `2 * count` samples
+ */
+void doubleRate(float before, const int16_t *pcm, size_t count, float *out);
 
 /** `out[k] = from + (k + 1) * step`. @param count less than 2^31 */
 void line(float from, float step, size_t count, float *out);
 
 /**
- * Whether a byte of 2 to 10 that is followed by two letters or "-" is among `bytes[0]` to `bytes[count - 1]`.
- * Two bytes more are read.
+ * Sets `marks[i]` to 1 where a byte of 2 to 10 is followed by two letters or "-", else to 0.
+ * Two bytes more than `count` are read.
  */
-bool mayHoldTag(const unsigned char *bytes, size_t count);
+void markTags(const unsigned char *bytes, size_t count, unsigned char *marks);
 
 } // namespace sample_loops

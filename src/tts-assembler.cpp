@@ -6,6 +6,8 @@
 #include <QLatin1String>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -39,28 +41,31 @@ PendingTtsClips::iterator clipAt(QByteArrayView frame, qsizetype pos, PendingTts
 	return code.isEmpty() ? clips.end() : clips.find(code);
 }
 
-/** Bytes that are looked through for signs of a tag at once. In noise every 12th such block shows one. */
-constexpr qsizetype kScanBytes = 64;
+/** Bytes that are looked through for signs of a tag at once. */
+constexpr size_t kScanBytes = 512;
 
 /** Where the tag of an open clip begins, from `pos` on, and that clip. Past the last byte when there is none. */
 std::pair<qsizetype, PendingTtsClips::iterator> nextClip(QByteArrayView frame, qsizetype pos, PendingTtsClips &clips)
 {
 	const auto *bytes = reinterpret_cast<const unsigned char *>(frame.data());
-	while (pos < frame.size()) {
-		// The shortest tag is three bytes long.
-		const qsizetype starts = frame.size() - pos - kMinTagLength;
-		const qsizetype block = std::min(kScanBytes, starts);
-		if (block <= 0) {
-			break;
-		}
-		if (sample_loops::mayHoldTag(bytes + pos, static_cast<size_t>(block))) {
-			for (qsizetype i = pos; i < pos + block; ++i) {
-				if (const auto clip = clipAt(frame, i, clips); clip != clips.end()) {
-					return {i, clip};
-				}
+	std::array<unsigned char, kScanBytes> marks;
+	// The shortest tag is three bytes long.
+	const qsizetype end = frame.size() - kMinTagLength;
+	while (pos < end) {
+		const size_t block = std::min(kScanBytes, static_cast<size_t>(end - pos));
+		sample_loops::markTags(bytes + pos, block, marks.data());
+		for (size_t i = 0; i < block; ++i) {
+			const void *mark = std::memchr(&marks[i], 1, block - i);
+			if (!mark) {
+				break;
+			}
+			i = static_cast<size_t>(static_cast<const unsigned char *>(mark) - marks.data());
+			const qsizetype start = pos + static_cast<qsizetype>(i);
+			if (const auto clip = clipAt(frame, start, clips); clip != clips.end()) {
+				return {start, clip};
 			}
 		}
-		pos += block;
+		pos += static_cast<qsizetype>(block);
 	}
 	return {frame.size(), clips.end()};
 }

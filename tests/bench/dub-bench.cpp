@@ -14,8 +14,8 @@
 namespace {
 
 constexpr size_t kFrames = 1024;
-/** What fits into the queue at once, without a rest. */
-constexpr size_t kChunks = 460;
+/** Of speech that is queued at once: two seconds and a little more. */
+constexpr size_t kChunks = 110;
 
 /** The original's level is held while speech plays, or changes all the time. */
 enum Level : int64_t { Held, Moving };

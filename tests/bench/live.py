@@ -25,6 +25,7 @@ TICK_SECONDS = 0.010
 MARGIN_SECONDS = 0.005
 WRITING_SECONDS = 0.003
 LATENCIES = 60
+CAPTIONED = ("de", "fr", "it", "nl", "pt")
 LATENCY_STEP_BYTES = 16000
 
 PROFILER_LINE = re.compile(r"(obs_init_module\(([^)]+)\)|TalvoraPlugin::initialize): (?:min=[^,]*, median=)?([\d.]+)\sms")
@@ -149,10 +150,13 @@ def _latency_row(work, delays, bound, what):
 def _latency(build, out):
 	steps = list(LET_IN)
 	for number in range(1, LATENCIES + 1):
+		# The caption has no dub to wait for, and is the first of its language for longer than one is shown.
+		language = CAPTIONED[number % len(CAPTIONED)]
 		steps += [{"after_audio_bytes": number * LATENCY_STEP_BYTES},
-			  {"send": {"type": "caption", "language": "es", "text": f"Caption {number}", "duration": 0.1, "clipId": number}},
+			  {"send": {"type": "caption", "language": language, "text": f"Caption {number}", "duration": 0.1, "clipId": number}},
 			  {"send_tts": {"language": "es", "clip_id": number, "sample_rate": 24000, "pcm": "voice.pcm"}}]
-	config = _config("es", captions=True)
+	config = _config("es")
+	config["targetLanguages"] += [{"code": code, "dubbing": False, "captions": True} for code in CAPTIONED]
 	service = LocalService(script=steps, folder=out / "latency", build=build)
 	for old in service.folder.glob("*.jsonl*"):
 		old.unlink()

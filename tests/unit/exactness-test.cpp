@@ -208,24 +208,32 @@ void ExactnessTest::gainWhoseStepIsHalfWay()
 void ExactnessTest::mixOfEveryLength()
 {
 	std::mt19937 random(33);
-	std::vector<float> in;
+	std::vector<float> left;
+	std::vector<float> right;
 	std::vector<float> gains;
 	std::vector<float> voice;
 	for (size_t frames = 1; frames <= kLongestChunk; ++frames) {
 		if (frames % kLengthsPerDraw == 1) {
-			in = hostileSamples(random, kLongestChunk);
+			left = hostileSamples(random, kLongestChunk);
+			right = hostileSamples(random, kLongestChunk);
 			gains = hostileSamples(random, kLongestChunk);
 			voice = hostileSamples(random, kLongestChunk);
 		}
 		const float level = static_cast<float>(frames % 101) / 100.0f;
-		std::vector<float> fast(frames);
-		sample_loops::applyGains(in.data(), gains.data(), frames, fast.data());
-		sample_loops::addVoice(voice.data(), level, frames, fast.data());
+		std::vector<float> ducked(frames);
+		std::vector<float> mixedLeft(frames);
+		std::vector<float> mixedRight(frames);
+		sample_loops::applyGains(left.data(), gains.data(), frames, ducked.data());
+		sample_loops::mixVoice(left.data(), right.data(), gains.data(), voice.data(), level, frames,
+				       mixedLeft.data(), mixedRight.data());
 		bool same = true;
 		for (size_t i = 0; i < frames; ++i) {
-			const float ducked = in[i] * gains[i];
 			const float spoken = voice[i] * level;
-			same &= sameBits(fast[i], std::clamp(ducked + spoken, -1.0f, 1.0f));
+			const float plainLeft = left[i] * gains[i];
+			const float plainRight = right[i] * gains[i];
+			same &= sameBits(ducked[i], plainLeft);
+			same &= sameBits(mixedLeft[i], std::clamp(plainLeft + spoken, -1.0f, 1.0f));
+			same &= sameBits(mixedRight[i], std::clamp(plainRight + spoken, -1.0f, 1.0f));
 		}
 		QVERIFY2(same, qPrintable(QStringLiteral("%1 frames").arg(frames)));
 	}

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Logs moments of CLOCK_MONOTONIC, in ns:
 //   "click NS": the source "talvora_stopwatch" is handing a chunk to OBS that begins with a click
-//   "caption NS": the Spanish caption source has new settings, as seen every half millisecond
+//   "caption NS": the settings of a caption source have a new text, as seen every half millisecond
 //   "voice NS": a dubbed source has put out a chunk with sound louder than clicks, after one without
 #include <obs-module.h>
 #include <obs.hpp>
@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -98,17 +99,19 @@ public:
 private:
 	void watch()
 	{
-		std::string last;
+		std::map<std::string, std::string> shown;
+		for (const char *language : {"Dutch", "French", "German", "Italian", "Portuguese"}) {
+			shown[std::string("Talvora Captions \u2014 ") + language];
+		}
 		while (!ending) {
 			std::this_thread::sleep_for(std::chrono::microseconds(500));
-			const OBSSourceAutoRelease source = obs_get_source_by_name("Talvora Captions \u2014 Spanish");
-			if (!source) {
-				continue;
-			}
-			const OBSDataAutoRelease settings = obs_source_get_settings(source);
-			const std::string css = obs_data_get_string(settings, "css");
-			if (css != last) {
-				logMoment("caption", os_gettime_ns());
+			for (auto &[name, last] : shown) {
+				const OBSSourceAutoRelease source = obs_get_source_by_name(name.c_str());
+				const OBSDataAutoRelease settings = obs_source_get_settings(source);
+				const std::string css = obs_data_get_string(settings, "css");
+				if (css != last && css.find("content:") != std::string::npos) {
+					logMoment("caption", os_gettime_ns());
+				}
 				last = css;
 			}
 		}
