@@ -374,7 +374,8 @@ void TalvoraPlugin::updateDubbedSources()
 	const auto isWanted = [&](const QString &code) {
 		return languages.contains(code) && code != settings.sourceLanguage;
 	};
-	for (const QString &code : dubbedLanguages()) {
+	const QStringList dubbed = dubbedLanguages();
+	for (const QString &code : dubbed) {
 		if (!isWanted(code)) {
 			talvora_log(LOG_INFO, "Talvora: removing dubbed source for '%s'", code.toUtf8().constData());
 			takeDub(code);
@@ -392,7 +393,8 @@ void TalvoraPlugin::updateDubbedSources()
 
 void TalvoraPlugin::restoreDubbedSources()
 {
-	for (const QString &code : dubbedLanguages()) {
+	const QStringList dubbed = dubbedLanguages();
+	for (const QString &code : dubbed) {
 		restoreDub(code);
 	}
 	recheckAudioCapture();

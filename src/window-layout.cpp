@@ -8,6 +8,8 @@
 #include <obs-frontend-api.h>
 #include <util/config-file.h>
 
+#include <utility>
+
 namespace {
 
 /** The settings that OBS keeps its layout in. From OBS 31 on they are in a file of their own, which 30 has no call for.
@@ -39,7 +41,7 @@ void restoreWindowLayout(QMainWindow &window)
 		}
 	}
 	window.restoreState(QByteArray::fromBase64(layout));
-	for (QDockWidget *dock : open) {
+	for (QDockWidget *dock : std::as_const(open)) {
 		dock->setVisible(true);
 	}
 }
