@@ -35,7 +35,8 @@ void restoreWindowLayout(QMainWindow &window)
 		return;
 	}
 	QList<QDockWidget *> open;
-	for (QDockWidget *dock : window.findChildren<QDockWidget *>(Qt::FindDirectChildrenOnly)) {
+	const auto docks = window.findChildren<QDockWidget *>(Qt::FindDirectChildrenOnly);
+	for (QDockWidget *dock : docks) {
 		if (!dock->isHidden()) {
 			open.append(dock);
 		}
