@@ -214,6 +214,22 @@ void PluginDockTest::controlsFromTopToBottom()
 	};
 	QVERIFY(std::abs(top(*preview) - top(dock->previewEdit)) < 4);
 	QVERIFY((*preview)->x() > dock->previewEdit->x());
+
+	// What stands in one row begins at the left, the label first.
+	const auto left = [this](const QWidget *widget) { return widget->mapTo(dock->widget(), QPoint()).x(); };
+	const int margin = left(labelOf(dock->audioSourceCombo));
+	QCOMPARE(left(labelOf(dock->previewEdit)), margin);
+	const QList<std::pair<QWidget *, QWidget *>> rows{{dock->captionColorButton, dock->captionColorButton},
+							  {dock->captionBgColorButton, dock->captionBgColorButton},
+							  {dock->opacitySlider, dock->opacityValueLabel},
+							  {dock->duckingSlider, dock->duckingValueLabel},
+							  {dock->ttsVolumeSlider, dock->ttsVolumeValueLabel}};
+	for (const auto &[control, next] : rows) {
+		const QLabel *label = labelOf(control);
+		QCOMPARE(left(label), margin);
+		const int gap = left(next) - left(label) - label->width();
+		QVERIFY2(gap >= 0 && gap < 20, qPrintable(label->text()));
+	}
 	QCOMPARE(qobject_cast<QGroupBox *>(dock->languageTable->parentWidget())->title(), u"Dock.Settings.Title"_s);
 }
 

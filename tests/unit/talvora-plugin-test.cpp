@@ -156,6 +156,7 @@ private Q_SLOTS:
 	void nothingIsWatchedAfterShutdown();
 	void sourceThatADubIsPutOutByIsNotCaptured();
 	void dubThatIsPutOutByTheCapturedSourceEndsTheCapture();
+	void renewedDubThatIsPutOutByTheCapturedSourceEndsTheCapture();
 	void selectionChangesWhileAudioFlows();
 	void captureCallbackNeverTouchesTheHeap();
 
@@ -1532,6 +1533,24 @@ void TalvoraPluginTest::dubThatIsPutOutByTheCapturedSourceEndsTheCapture()
 	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
 	QVERIFY(plugin->isCapturing());
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	QVERIFY(!plugin->isCapturing());
+	voice.playConstant(0.5f, 1024);
+}
+
+void TalvoraPluginTest::renewedDubThatIsPutOutByTheCapturedSourceEndsTheCapture()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	{
+		const OBSSourceAutoRelease dub = obs_get_source_by_name("Talvora Dub — Spanish");
+		obs_source_remove(dub);
+	}
+	TestAudioSource voice("Talvora Dub — Spanish");
+	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
+	QVERIFY(plugin->isCapturing());
+	plugin->startSession();
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(voice.get()));
 	QVERIFY(!plugin->isCapturing());
 	voice.playConstant(0.5f, 1024);
 }

@@ -143,6 +143,16 @@ private Q_SLOTS:
 		QTest::newRow("one letter is no tag") << tag("e") + pcm << QStringList{"e", "es"} << Segments{};
 		QTest::newRow("zero length is no tag")
 			<< QByteArray(1, '\0') + pcm << QStringList{"", "es"} << Segments{};
+		for (const char *edge : {"AZ", "az", "ZA", "za", "--"}) {
+			// At the start and further on, where it is looked for in another way.
+			QTest::newRow(edge) << tag(edge) + pcm + tag(edge) + pcm << QStringList{edge, "es"}
+					    << Segments{{edge, pcm}, {edge, pcm}};
+		}
+		for (const char *neighbour : {"@A", "A@", "[Z", "Z[", "`a", "a`", "{z", "z{", ",-", "-."}) {
+			QTest::newRow(neighbour)
+				<< tag("es") + pcm + tag(neighbour) + pcm << QStringList{neighbour, "es"}
+				<< Segments{{"es", pcm + tag(neighbour) + pcm}};
+		}
 		QTest::newRow("digit is no tag character") << tag("e1") + pcm << QStringList{"e1", "es"} << Segments{};
 		QTest::newRow("underscore is no tag character")
 			<< tag("pt_BR") + pcm << QStringList{"pt_BR", "es"} << Segments{};
