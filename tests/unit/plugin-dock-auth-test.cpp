@@ -830,8 +830,14 @@ void PluginDockTest::browserSignInWithoutLimitKeepsIt()
 	QCOMPARE(plugin->maxTargetLanguages, 5);
 	dock->onOAuthSuccess(u"k"_s, -1);
 	QCOMPARE(plugin->maxTargetLanguages, 5);
+	plugin->setLanguageTargets({{u"de"_s, {false, true}}, {u"es"_s, {false, true}}});
+	session->log.clear();
 	dock->onOAuthSuccess(u"k"_s, 1);
 	QCOMPARE(plugin->maxTargetLanguages, 1);
+	// First what happened, then what follows from it.
+	const QStringList lines = session->log.ownLines();
+	QCOMPARE(lines.value(0), u"[talvora-obs] PluginDock: OAuth login succeeded"_s);
+	QVERIFY(lines.contains(u"[talvora-obs] Talvora: dropping language 'es' to meet limit of 1"_s));
 }
 
 void PluginDockTest::browserSignInFails()
