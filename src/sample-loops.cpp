@@ -7,6 +7,11 @@ namespace {
 
 constexpr float kFullScale = 32767.0f;
 
+float toFloat(int16_t sample)
+{
+	return static_cast<float>(sample) / 32768.0f;
+}
+
 } // namespace
 
 namespace sample_loops {
@@ -58,7 +63,6 @@ void mixVoice(const float *left, const float *right, const float *gains, const f
 TALVORA_VECTOR_CODE
 void doubleRate(float before, const int16_t *pcm, size_t count, float *__restrict out)
 {
-	const auto toFloat = [](int16_t sample) { return static_cast<float>(sample) / 32768.0f; };
 	if (count == 0) {
 		return;
 	}
@@ -80,6 +84,45 @@ void line(float from, float step, size_t count, float *__restrict out)
 		// Of 32 bits with a sign, because that is what every machine turns into a float at once.
 		out[k] = from + static_cast<float>(static_cast<int32_t>(k + 1)) * step;
 	}
+}
+
+TALVORA_VECTOR_CODE
+size_t stretch(float before, const int16_t *pcm, size_t count, uint64_t &position, uint64_t perSample,
+	       float *__restrict out)
+{
+	constexpr int kPhaseBits = 51;
+	constexpr size_t kBlock = 256;
+	constexpr float kPlaces[kStretchRoom] = {1.0f, 2.0f, 3.0f, 4.0f};
+	float samples[kBlock + 1];
+	float steps[kBlock];
+	uint32_t made[kBlock];
+	samples[0] = before;
+	size_t done = 0;
+	for (size_t start = 0; start < count; start += kBlock) {
+		const size_t length = count - start < kBlock ? count - start : kBlock;
+		for (size_t i = 0; i < length; ++i) {
+			samples[i + 1] = toFloat(pcm[start + i]);
+			// What overflows is whole phases, of which the last two bits tell how many there are.
+			const uint64_t from = (position + i * perSample) >> kPhaseBits;
+			const uint64_t to = (position + (i + 1) * perSample) >> kPhaseBits;
+			made[i] = static_cast<uint32_t>(to - from) & 3;
+		}
+		for (size_t i = 0; i < length; ++i) {
+			// Where no samples are made, what is computed does not count.
+			const uint32_t divisor = made[i] > 1 ? made[i] : 1;
+			steps[i] = (samples[i + 1] - samples[i]) / static_cast<float>(static_cast<int32_t>(divisor));
+		}
+		for (size_t i = 0; i < length; ++i) {
+			for (size_t k = 0; k < kStretchRoom; ++k) {
+				out[done + k] = samples[i] + kPlaces[k] * steps[i];
+			}
+			done += made[i];
+		}
+		position += length * perSample;
+		samples[0] = samples[length];
+	}
+	position &= (uint64_t{1} << kPhaseBits) - 1;
+	return done;
 }
 
 TALVORA_VECTOR_CODE

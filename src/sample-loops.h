@@ -36,6 +36,23 @@ void doubleRate(float before, const int16_t *pcm, size_t count, float *out);
 /** `out[k] = from + (k + 1) * step`. @param count less than 2^31 */
 void line(float from, float step, size_t count, float *out);
 
+/** A phase of 1: its unit is the finest step of doubles from 2 to 4. */
+constexpr double kWholePhase = 0x1p51;
+/** stretch() is for ratios below this. */
+constexpr double kStretchRatio = 3.0;
+constexpr size_t kStretchRoom = 4;
+
+/**
+ * Moves the phase on with every sample; as many whole ones as are in it then, so many samples are made on the straight
+ * line from the sample before. As the phase is a whole number, no sample has to wait for what came of the one before.
+ * @param before the sample before the first one, -1 to 1
+ * @param position phase, below 1; changed
+ * @param perSample ratio of the rates, in units of the phase
+ * @param out room for `(count + 1) * kStretchRoom` samples
+ * @return samples made
+ */
+size_t stretch(float before, const int16_t *pcm, size_t count, uint64_t &position, uint64_t perSample, float *out);
+
 /**
  * Sets `marks[i]` to 1 where a byte of 2 to 10 is followed by two letters or "-", else to 0.
  * Two bytes more than `count` are read.

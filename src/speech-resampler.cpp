@@ -8,8 +8,11 @@
 
 namespace {
 
-/** Output samples that are computed for every input sample, whether they count or not, when there are never more. */
-constexpr size_t kFew = 4;
+/** Whether it is a whole number of the phase's units. Of such, no sum below 4 is rounded. */
+bool isInUnits(double value)
+{
+	return std::floor(value * sample_loops::kWholePhase) == value * sample_loops::kWholePhase;
+}
 
 float toFloat(int16_t sample)
 {
@@ -38,8 +41,8 @@ SpeechResampler::Made SpeechResampler::resample(const int16_t *pcm, size_t count
 		last = count > 0 ? toFloat(pcm[count - 1]) : last;
 		return {{buffer.data(), 2 * count}, 2 * count};
 	}
-	if (fits && mostOfOne <= static_cast<double>(kFew)) {
-		buffer.resize(std::max(buffer.size(), (count + 1) * kFew));
+	if (fits && ratio < sample_loops::kStretchRatio && isInUnits(ratio) && isInUnits(phase)) {
+		buffer.resize(std::max(buffer.size(), (count + 1) * sample_loops::kStretchRoom));
 		const size_t made = resampleFew(pcm, count, ratio);
 		return {{buffer.data(), made}, made};
 	}
@@ -60,34 +63,15 @@ uint64_t SpeechResampler::countOf(size_t count, double ratio) const
 	return made;
 }
 
-/** For ratios below kFew: no loop over the samples made of one. @return samples made */
+/** @return samples made */
 size_t SpeechResampler::resampleFew(const int16_t *pcm, size_t count, double ratio)
 {
-	const double fewer = std::floor(ratio);
-	const double more = fewer + 1.0;
-	const auto fewerSamples = static_cast<size_t>(fewer);
-	const float fewerDivisor = std::max(static_cast<float>(fewer), 1.0f);
-	const auto moreDivisor = static_cast<float>(more);
-	double position = phase;
-	float from = last;
-	float *out = buffer.data();
-	for (size_t i = 0; i < count; ++i) {
-		position += ratio;
-		// The phase was below 1 and the ratio is that of whole numbers, so it is one of the two.
-		const bool isMore = position >= more;
-		position -= isMore ? more : fewer;
-
-		const float to = toFloat(pcm[i]);
-		const float step = (to - from) / (isMore ? moreDivisor : fewerDivisor);
-		for (size_t k = 0; k < kFew; ++k) {
-			out[k] = from + static_cast<float>(k + 1) * step;
-		}
-		out += fewerSamples + (isMore ? 1 : 0);
-		from = to;
-	}
-	phase = position;
-	last = from;
-	return static_cast<size_t>(out - buffer.data());
+	auto position = static_cast<uint64_t>(phase * sample_loops::kWholePhase);
+	const auto perSample = static_cast<uint64_t>(ratio * sample_loops::kWholePhase);
+	const size_t made = sample_loops::stretch(last, pcm, count, position, perSample, buffer.data());
+	phase = static_cast<double>(position) / sample_loops::kWholePhase;
+	last = count > 0 ? toFloat(pcm[count - 1]) : last;
+	return made;
 }
 
 /** @param skipped how many output samples at the start are not wanted */
