@@ -415,7 +415,9 @@ void DubbedSourceTest::restoringMakesARemovedSourceAgain()
 	QCOMPARE(dub.play(10).source, nullptr);
 	log->clear();
 
+	QVERIFY(!dub->hasSource());
 	dub->restoreSource();
+	QVERIFY(dub->hasSource());
 	QCOMPARE(log->ownLines(), QStringList{createdLine()});
 	obs_source_t *restored = find(kSpanishName);
 	QVERIFY(restored);
