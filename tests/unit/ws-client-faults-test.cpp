@@ -235,14 +235,6 @@ extern "C" [[gnu::visibility("default")]] time_t time(time_t *result) noexcept
 class WSClientTest : public QObject {
 	Q_OBJECT
 
-	/** Lets the waiting reconnect happen now. */
-	static void reconnectNow(WSClient &client)
-	{
-		QVERIFY(client.reconnectTimer->isActive());
-		client.reconnectTimer->stop();
-		client.onReconnectTimerTick();
-	}
-
 	/** What is logged of a session that is lost once, for `reason`, and comes back. */
 	static QStringList lostOnce(const Session &session, const QStringList &reason)
 	{

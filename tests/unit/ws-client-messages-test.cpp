@@ -21,14 +21,6 @@ constexpr const char *kLostLine = "[talvora-obs] WebSocket disconnected unexpect
 class WSClientTest : public QObject {
 	Q_OBJECT
 
-	/** Lets the waiting reconnect happen now. */
-	static void reconnectNow(WSClient &client)
-	{
-		QVERIFY(client.reconnectTimer->isActive());
-		client.reconnectTimer->stop();
-		client.onReconnectTimerTick();
-	}
-
 private Q_SLOTS:
 	void authOkWithoutALimitReportsZero()
 	{

@@ -58,14 +58,6 @@ private:
 class WSClientTest : public QObject {
 	Q_OBJECT
 
-	/** Lets the waiting reconnect happen now. */
-	static void reconnectNow(WSClient &client)
-	{
-		QVERIFY(client.reconnectTimer->isActive());
-		client.reconnectTimer->stop();
-		client.onReconnectTimerTick();
-	}
-
 private Q_SLOTS:
 	// The object
 

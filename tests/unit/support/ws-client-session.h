@@ -10,7 +10,9 @@
 #include <QSignalSpy>
 #include <QString>
 #include <QTest>
+#include <QTimer>
 
+#include <algorithm>
 #include <memory>
 #include <numeric>
 #include <vector>
@@ -120,4 +122,16 @@ inline bool delivered(WSClient &client, LoopbackService &service)
 	QSignalSpy interim(&client, &WSClient::transcriptInterim);
 	service.send(R"({"type":"transcript_interim","text":"mark"})");
 	return QTest::qWaitFor([&] { return !interim.isEmpty(); });
+}
+
+/** Lets the waiting reconnect happen now. */
+inline void reconnectNow(WSClient &client)
+{
+	const auto timers = client.findChildren<QTimer *>();
+	const auto waiting = std::find_if(timers.begin(), timers.end(), [](const QTimer *timer) {
+		return timer->isSingleShot() && timer->isActive();
+	});
+	QVERIFY(waiting != timers.end());
+	(*waiting)->stop();
+	QVERIFY(QMetaObject::invokeMethod(&client, "onReconnectTimerTick"));
 }
