@@ -61,23 +61,6 @@ void mixVoice(const float *left, const float *right, const float *gains, const f
 }
 
 TALVORA_VECTOR_CODE
-void doubleRate(float before, const int16_t *pcm, size_t count, float *__restrict out)
-{
-	if (count == 0) {
-		return;
-	}
-	const float firstStep = (toFloat(pcm[0]) - before) / 2.0f;
-	out[0] = before + firstStep;
-	out[1] = before + 2.0f * firstStep;
-	for (size_t i = 1; i < count; ++i) {
-		const float from = toFloat(pcm[i - 1]);
-		const float step = (toFloat(pcm[i]) - from) / 2.0f;
-		out[2 * i] = from + step;
-		out[2 * i + 1] = from + 2.0f * step;
-	}
-}
-
-TALVORA_VECTOR_CODE
 void line(float from, float step, size_t count, float *__restrict out)
 {
 	for (size_t k = 0; k < count; ++k) {

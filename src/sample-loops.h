@@ -26,13 +26,6 @@ void applyGains(const float *in, const float *gains, size_t count, float *out);
 void mixVoice(const float *left, const float *right, const float *gains, const float *voice, float voiceGain,
 	      size_t count, float *outLeft, float *outRight);
 
-/**
- * Brings 16-bit samples to twice their rate, on straight lines.
- * @param before the sample before the first one, -1 to 1
- * @param out room for `2 * count` samples
- */
-void doubleRate(float before, const int16_t *pcm, size_t count, float *out);
-
 /** `out[k] = from + (k + 1) * step`. @param count less than 2^31 */
 void line(float from, float step, size_t count, float *out);
 

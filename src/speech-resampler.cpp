@@ -35,12 +35,6 @@ SpeechResampler::Made SpeechResampler::resample(const int16_t *pcm, size_t count
 	// As many whole units as the ratio has, or one more.
 	const double mostOfOne = std::floor(ratio) + 1.0;
 	const bool fits = static_cast<double>(count) * mostOfOne <= static_cast<double>(most);
-	if (fits && ratio == 2.0 && phase == 0.0) {
-		buffer.resize(std::max(buffer.size(), 2 * count));
-		sample_loops::doubleRate(last, pcm, count, buffer.data());
-		last = count > 0 ? toFloat(pcm[count - 1]) : last;
-		return {{buffer.data(), 2 * count}, 2 * count};
-	}
 	if (fits && ratio < sample_loops::kStretchRatio && isInUnits(ratio) && isInUnits(phase)) {
 		buffer.resize(std::max(buffer.size(), (count + 1) * sample_loops::kStretchRoom));
 		const size_t made = resampleFew(pcm, count, ratio);
