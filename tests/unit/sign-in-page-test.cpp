@@ -44,6 +44,19 @@ void SignInPageTest::successPageHoldsAllItsParts_data()
 	QTest::newRow("text") << "You are now logged in to Talvora.<br>You can close this tab and return to OBS.";
 	QTest::newRow("pulsing dot")
 		<< R"(\.dot \{[^}]*background: #0ea5e9; animation: pulse 1\.5s infinite.*@keyframes pulse.*class="pill"><span class="dot">)";
+	QTest::newRow("dot fades to a third") << R"(@keyframes pulse \{ 50% \{ opacity: 0\.3; \} \})";
+	QTest::newRow("dot's size") << R"(\.dot \{ width: 8px; height: 8px; border-radius: 50%;)";
+	QTest::newRow("text's look")
+		<< R"(body \{ margin: 0; min-height: 100vh;[^}]*color: #a1a1aa; font: 15px/1\.6 system-ui)";
+	QTest::newRow("card's room") << R"(width: 100%; max-width: 420px; margin: 20px; padding: 40px 32px;)";
+	QTest::newRow("card rises") << R"(translateY\(16px\))";
+	QTest::newRow("badge's place") << R"(\.badge \{[^}]*margin: 28px auto 20px;)";
+	QTest::newRow("check mark's size") << R"(<svg width="32" height="32" viewBox="0 0 24 24" fill="none")";
+	QTest::newRow("check mark's length") << R"(polyline \{ stroke-dasharray: 24; stroke-dashoffset: 24;)";
+	QTest::newRow("heading's look")
+		<< R"(h1 \{ margin: 0 0 8px; font-size: 22px; color: #fafafa; \}\sp \{ margin: 0 0 24px; \})";
+	QTest::newRow("pill's look")
+		<< R"(gap: 8px; padding: 4px 14px;\s*border: 1px solid #27272a; border-radius: 999px; font-size: 13px; \})";
 	QTest::newRow("closes itself")
 		<< R"(<script>setTimeout\(function \(\) \{ window\.close\(\); \}, 3000\);</script>)";
 }
