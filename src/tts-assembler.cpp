@@ -20,12 +20,9 @@ bool isTagCharacter(char c)
 	return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-';
 }
 
-/** The language code of the tag at `pos`; empty when there is none. */
+/** The language code of the tag at `pos`, which is in the frame; empty when there is none. */
 QLatin1String tagAt(QByteArrayView frame, qsizetype pos)
 {
-	if (pos + 2 >= frame.size()) {
-		return {};
-	}
 	const qsizetype length = static_cast<unsigned char>(frame[pos]);
 	if (length < kMinTagLength || length > kMaxTagLength || pos + 1 + length > frame.size()) {
 		return {};
