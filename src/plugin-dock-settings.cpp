@@ -66,7 +66,7 @@ void selectData(QComboBox *combo, const QString &data)
 bool hasOfferedAudio(const obs_source_t *source)
 {
 	return !obs_source_removed(source) && (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 &&
-	       strcmp(obs_source_get_id(source), "browser_source") != 0 &&
+	       strcmp(obs_source_get_id(source), kBrowserSourceId) != 0 &&
 	       !QString::fromUtf8(obs_source_get_name(source)).startsWith(kOwnSourcePrefix);
 }
 

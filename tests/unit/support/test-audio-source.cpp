@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "test-audio-source.h"
 
+#include <QtGlobal>
+
 TestAudioSource::TestAudioSource(const char *name, const char *id, uint32_t outputFlags)
 {
 	if (!obs_source_get_display_name(id)) {
@@ -11,9 +13,16 @@ TestAudioSource::TestAudioSource(const char *name, const char *id, uint32_t outp
 		info.get_name = [](void *) { return "Test audio"; };
 		info.create = [](obs_data_t *, obs_source_t *created) -> void * { return created; };
 		info.destroy = [](void *) {};
+		// OBS takes no type that says it has video without these.
+		info.get_width = [](void *) -> uint32_t { return 1; };
+		info.get_height = [](void *) -> uint32_t { return 1; };
+		info.video_render = [](void *, gs_effect_t *) {};
 		obs_register_source(&info);
 	}
 	source = obs_source_create(id, name, nullptr, nullptr);
+	if ((obs_source_get_output_flags(source) & outputFlags) != outputFlags) {
+		qFatal("OBS does not know the type %s", id);
+	}
 }
 
 TestAudioSource::~TestAudioSource()
