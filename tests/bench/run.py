@@ -11,6 +11,7 @@ import platform
 import re
 import subprocess
 import sys
+import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).parent))
@@ -41,7 +42,6 @@ def busy_share():
 	def sample():
 		fields = [int(one) for one in Path("/proc/stat").read_text(encoding="utf-8").splitlines()[0].split()[1:]]
 		return sum(fields), fields[3] + fields[4]
-	import time
 	before = sample()
 	time.sleep(1)
 	after = sample()
