@@ -8,6 +8,7 @@
 It needs no display: without one, a virtual display is started for it.
 """
 
+import contextlib
 import json
 import os
 import re
@@ -168,7 +169,7 @@ class Obs:
 	display: an X display to use, or None for a virtual one. screen: width and height of that, in pixels; None: what OBS needs.
 	verbose: log debug lines too.
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
-	path: folders whose programs OBS finds before the machine's.
+	path: folders whose programs OBS finds before the machine's. environment: more variables of its environment.
 	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
 	modules: files of more modules to install.
 	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
@@ -176,7 +177,8 @@ class Obs:
 
 	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
 		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
-		     verbose=False, accessible=False, path=(), wait=True, theme=None, scale=1, modules=(), build=BUILD):
+		     verbose=False, accessible=False, path=(), environment=None, wait=True, theme=None,
+		     scale=1, modules=(), build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -196,6 +198,7 @@ class Obs:
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
+		self._more_environment = environment or {}
 		self._modules = modules
 		self._wait = wait
 		self._theme = theme
@@ -260,10 +263,6 @@ class Obs:
 			why = f": {NOT_CLEARED}" if NOT_CLEARED in self.log else ""
 			raise TimeoutError(f"OBS did not end within {_STOP_SECONDS} s{why}") from None
 		return self.exit_status
-
-	@property
-	def pid(self):
-		return self._process.pid
 
 	def running(self):
 		return self._process is not None and self._process.poll() is None
@@ -342,6 +341,7 @@ class Obs:
 			environment.update(QT_SCALE_FACTOR=str(self.scale))
 		if self._path:
 			environment.update(PATH=":".join([*map(str, self._path), environment["PATH"]]))
+		environment.update(self._more_environment)
 		return environment
 
 	@property
@@ -489,8 +489,18 @@ class Obs:
 
 	def request(self, kind, timeout=10, **data):
 		"""One obs-websocket request; returns its response data."""
-		try:
+		with self._explained(kind):
 			return self.remote.request(kind, timeout, **data)
+
+	def batch(self, *requests):
+		"""Makes OBS do several things right after each other; each request is its kind and its data."""
+		with self._explained("a batch"):
+			self.remote.batch(*requests)
+
+	@contextlib.contextmanager
+	def _explained(self, kind):
+		try:
+			yield
 		except Exception as error:
 			# OBS 32 waits for ever, or has crashed, when it has not got rid of a collection's sources.
 			if NOT_CLEARED in self.log:
@@ -505,6 +515,11 @@ class Obs:
 	def add_to_scene(self, name, scene=SCENE):
 		"""Puts an existing source into a scene; returns the scene item's number."""
 		return self.request("CreateSceneItem", sceneName=scene, sourceName=name)["sceneItemId"]
+
+	def remove_from_scene(self, name, scene=SCENE):
+		"""Takes a source out of a scene as its user does in OBS's window."""
+		item = self.request("GetSceneItemId", sceneName=scene, sourceName=name)["sceneItemId"]
+		self.request("RemoveSceneItem", sceneName=scene, sceneItemId=item)
 
 	def inputs(self, kind=None):
 		"""Names of the inputs, of one kind or of all."""

@@ -15,6 +15,9 @@ _VOLUME_METERS = 1 << 16
 
 _NOT_READY = 207
 
+# Kinds of messages.
+_IDENTIFY, _REIDENTIFY, _EVENT, _REQUEST, _REPLY, _BATCH, _BATCH_REPLY = 1, 3, 5, 6, 7, 8, 9
+
 
 class RequestFailed(Exception):
 	"""OBS refused a request; `code` is obs-websocket's status."""
@@ -38,7 +41,7 @@ class Remote:
 		self._levels = None
 		self.events = []
 		json.loads(self._socket.recv(timeout=5))
-		self._socket.send(json.dumps({"op": 1, "d": {"rpcVersion": 1, "eventSubscriptions": _ALL_EVENTS}}))
+		self._socket.send(json.dumps({"op": _IDENTIFY, "d": {"rpcVersion": 1, "eventSubscriptions": _ALL_EVENTS}}))
 		json.loads(self._socket.recv(timeout=5))
 		self._reader = threading.Thread(target=self._read, daemon=True)
 		self._reader.start()
@@ -48,11 +51,11 @@ class Remote:
 			for text in self._socket:
 				message = json.loads(text)
 				with self._changed:
-					if message["op"] == 7:
+					if message["op"] in (_REPLY, _BATCH_REPLY):
 						self._replies[message["d"]["requestId"]] = message["d"]
-					elif message["op"] == 5 and message["d"]["eventType"] == "InputVolumeMeters":
+					elif message["op"] == _EVENT and message["d"]["eventType"] == "InputVolumeMeters":
 						self._levels = message["d"]["eventData"]["inputs"]
-					elif message["op"] == 5:
+					elif message["op"] == _EVENT:
 						self.events.append(message["d"])
 					self._changed.notify_all()
 		except ConnectionClosed:
@@ -66,7 +69,7 @@ class Remote:
 		"""Sends one request and returns its response data. OBS answers "not ready" while it loads: asked again."""
 		deadline = time.monotonic() + timeout
 		while True:
-			reply = self._exchange(kind, data, deadline)
+			reply = self._exchange(kind, _REQUEST, {"requestType": kind, "requestData": data}, deadline)
 			status = reply["requestStatus"]
 			if status["result"]:
 				return reply.get("responseData", {})
@@ -74,9 +77,18 @@ class Remote:
 				raise RequestFailed(kind, status)
 			time.sleep(0.05)
 
-	def _exchange(self, kind, data, deadline):
+	def batch(self, *requests, timeout=30):
+		"""Makes OBS do several things right after each other; each request is its kind and its data."""
+		listed = [{"requestType": kind, "requestData": data} for kind, data in requests]
+		reply = self._exchange("a batch", _BATCH, {"requests": listed, "haltOnFailure": True}, time.monotonic() + timeout)
+		for (kind, _), result in zip(requests, reply["results"]):
+			if not result["requestStatus"]["result"]:
+				raise RequestFailed(kind, result["requestStatus"])
+		assert len(reply["results"]) == len(requests), "OBS has left out requests of a batch"
+
+	def _exchange(self, kind, operation, message, deadline):
 		number = str(next(self._ids))
-		self._socket.send(json.dumps({"op": 6, "d": {"requestType": kind, "requestId": number, "requestData": data}}))
+		self._socket.send(json.dumps({"op": operation, "d": {"requestId": number, **message}}))
 		with self._changed:
 			self._changed.wait_for(lambda: number in self._replies or self._closed, deadline - time.monotonic())
 			if number in self._replies:
@@ -102,12 +114,12 @@ class Remote:
 		"""The highest sample of an input in the last 50 ms, before its volume; 0 for one that is not in use."""
 		with self._changed:
 			self._levels = None
-		self._socket.send(json.dumps({"op": 3, "d": {"eventSubscriptions": _ALL_EVENTS | _VOLUME_METERS}}))
+		self._socket.send(json.dumps({"op": _REIDENTIFY, "d": {"eventSubscriptions": _ALL_EVENTS | _VOLUME_METERS}}))
 		with self._changed:
 			if not self._changed.wait_for(lambda: self._levels is not None, timeout):
 				raise TimeoutError(f"OBS sent no levels within {timeout} s")
 			levels = self._levels
-		self._socket.send(json.dumps({"op": 3, "d": {"eventSubscriptions": _ALL_EVENTS}}))
+		self._socket.send(json.dumps({"op": _REIDENTIFY, "d": {"eventSubscriptions": _ALL_EVENTS}}))
 		return max((channel[2] for one in levels if one["inputName"] == name for channel in one["inputLevelsMul"]), default=0)
 
 	def close(self):
