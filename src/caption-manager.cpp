@@ -29,8 +29,6 @@ constexpr int afterSpeechMs = 500;
 constexpr double msPerCharacter = 75.0;
 constexpr int clearAfterLastCaptionMs = 2000;
 constexpr int clearAfterClipMs = 1500;
-/** Gives the front-end time to finish its own work on the scene. */
-constexpr int placementDelayMs = 500;
 constexpr int loggedCharacters = 50;
 constexpr uint32_t fallbackSourceWidth = 1536;
 constexpr uint32_t sourceHeight = 240;
@@ -257,8 +255,12 @@ void CaptionManager::renewSource(LanguageCaptionState &state)
 void CaptionManager::placeIfNowhere(LanguageCaptionState &state)
 {
 	const OBSSourceAutoRelease source = state.source.getRef();
-	if (source && !awaitingPlace.contains(state.sourceName) && !isInAScene(source)) {
-		placeLater(state.sourceName);
+	if (!source) {
+		return;
+	}
+	const QString name = QString::fromUtf8(obs_source_get_name(source));
+	if (!awaitingPlace.contains(name) && !isInAScene(source)) {
+		placeLater(name);
 	}
 }
 
@@ -451,7 +453,7 @@ void CaptionManager::createSourceForLanguage(LanguageCaptionState &state)
 void CaptionManager::placeLater(const QString &sourceName)
 {
 	awaitingPlace.insert(sourceName);
-	QTimer::singleShot(placementDelayMs, this, [this, sourceName] {
+	QTimer::singleShot(kPlacementDelayMs, this, [this, sourceName] {
 		awaitingPlace.remove(sourceName);
 		const OBSSourceAutoRelease source = obs_get_source_by_name(sourceName.toUtf8().constData());
 		// A removed source can be found by name until the last reference is gone, but not be placed.
@@ -483,7 +485,10 @@ bool CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
 	position.y = video.base_height ? static_cast<float>(video.base_height) - 60.0f : 1020.0f;
 
 	bool placed = false;
+	// Who is told of the new item may want the graphics context, which everybody takes before a scene's lock.
+	obs_enter_graphics();
 	updateScene(scene, [&](obs_scene_t *locked) { placed = placeInScene(locked, source, position); });
+	obs_leave_graphics();
 	if (placed) {
 		talvora_log(LOG_INFO, "CaptionManager: placed '%s' at bottom-centre (%.0f, %.0f)",
 			    obs_source_get_name(source), static_cast<double>(position.x),

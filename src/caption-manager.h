@@ -85,6 +85,9 @@ public Q_SLOTS:
 private:
 	friend class CaptionManagerTest;
 
+	/** Gives the front-end time to finish its own work on the scene. */
+	static constexpr int kPlacementDelayMs = 500;
+
 	bool hasSource(const LanguageCaptionState &state);
 	LanguageCaptionState *findState(const QString &language);
 	void addState(const QString &language, const QString &displayName);

@@ -102,7 +102,6 @@ void writeCaptionPage(const QString &path)
 	// A browser may be loading the page at this moment, also one of another OBS: a right page is not truncated.
 	if (file.readAll() != html) {
 		file.resize(0);
-		file.seek(0);
 		file.write(html);
 	}
 }

@@ -258,6 +258,7 @@ private Q_SLOTS:
 	void placementGoesToTheSceneThatIsCurrentByThen();
 	void sourceInAGroupStaysThere();
 	void sourceInNoSceneIsPlacedAgain();
+	void renamedSourceInNoSceneIsPlacedAgain();
 	void sourceThatTurnsUpIsTakenUp();
 	void placementWithoutASceneIsMadeUpForLater();
 	void placementIntoSomethingThatIsNoSceneDoesNothing();
@@ -953,6 +954,8 @@ void CaptionManagerTest::sourceIsPlacedAtBottomCentre()
 
 void CaptionManagerTest::placementComesAfter500Ms()
 {
+	// No clock can tell 500 from 501.
+	QCOMPARE(CaptionManager::kPlacementDelayMs, 500);
 	QElapsedTimer clock;
 	clock.start();
 	manager->setLanguages({"es"}, names);
@@ -1030,6 +1033,18 @@ void CaptionManagerTest::sourceInNoSceneIsPlacedAgain()
 	manager->setLanguages({"es"}, names);
 	waitForPlacement();
 	QVERIFY(!itemOf(*scene, spanish));
+}
+
+void CaptionManagerTest::renamedSourceInNoSceneIsPlacedAgain()
+{
+	makeSpanish();
+	waitForPlacement();
+	const OBSSourceAutoRelease source = find(spanish);
+	obs_source_set_name(source, "Mine");
+	obs_sceneitem_remove(itemOf(*scene, "Mine"));
+	manager->setLanguages({"es"}, names);
+	waitForPlacement();
+	QVERIFY(itemOf(*scene, "Mine"));
 }
 
 void CaptionManagerTest::sourceThatTurnsUpIsTakenUp()
