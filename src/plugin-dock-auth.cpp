@@ -219,6 +219,7 @@ void PluginDock::setAuthenticated(bool on)
 	sessionPanel->setVisible(on);
 	logoutButton->setVisible(on);
 	if (on) {
+		abandonBrowserSignIn();
 		statusLabel->setText(dock::text("Status.Ready"));
 		updateStatusIndicator(plugin->wsState());
 		return;
@@ -227,6 +228,16 @@ void PluginDock::setAuthenticated(bool on)
 	emailEdit->setEnabled(true);
 	passwordEdit->setEnabled(true);
 	apiKeyRow->hide();
+}
+
+void PluginDock::abandonBrowserSignIn()
+{
+	if (oauthListener) {
+		OAuthListener *abandoned = std::exchange(oauthListener, nullptr);
+		abandoned->disconnect(this);
+		abandoned->abort();
+		abandoned->deleteLater();
+	}
 }
 
 void PluginDock::setSignInButtonsEnabled(bool enabled)
@@ -350,8 +361,11 @@ void PluginDock::onApiKeyConnectClicked()
 {
 	const QString key = apiKeyEdit->text().trimmed();
 	if (key.isEmpty()) {
-		QMessageBox::warning(this, dock::text("Error.NoApiKey.Title"), dock::text("Error.NoApiKey.Text"),
-				     QMessageBox::Ok);
+		// Not within a loop of its own: OBS can end while the box is open, and takes it away with the dock.
+		auto *box = new QMessageBox(QMessageBox::Warning, dock::text("Error.NoApiKey.Title"),
+					    dock::text("Error.NoApiKey.Text"), QMessageBox::Ok, this);
+		box->setAttribute(Qt::WA_DeleteOnClose);
+		box->open();
 		return;
 	}
 	plugin->setApiKey(key);

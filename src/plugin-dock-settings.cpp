@@ -21,6 +21,7 @@
 
 #include <obs.h>
 
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -37,9 +38,13 @@ QString percentText(int percent)
 /** A gain as whole percent, towards zero. */
 int toPercent(float gain)
 {
+	// Half of the gains that a slider gives are a little less than their percent when they are 32-bit floats.
+	constexpr double kRounding = 1e-4;
+	const double percent = gain * 100.0;
 	// Values from the configuration file may be anything.
-	return static_cast<int>(
-		qBound<double>(std::numeric_limits<int>::min(), gain * 100.0, std::numeric_limits<int>::max()));
+	return static_cast<int>(qBound<double>(std::numeric_limits<int>::min(),
+					       percent + std::copysign(kRounding, percent),
+					       std::numeric_limits<int>::max()));
 }
 
 float toGain(int percent)

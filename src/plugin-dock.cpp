@@ -31,7 +31,6 @@
 
 namespace {
 
-constexpr auto kDockId = "TalvoraDock";
 constexpr qsizetype kErrorLength = 120;
 constexpr int kClockIntervalMs = 1000;
 /** All of the panel scrolls, and with more than this OBS's window often has no room for the dock beside its own ones.
@@ -100,7 +99,7 @@ QLabel *taglineLabel()
 PluginDock::PluginDock(TalvoraPlugin *owner, QWidget *parent)
 	: QDockWidget(dock::text("Dock.Title"), parent), plugin(owner)
 {
-	setObjectName(QString::fromUtf8(kDockId));
+	setObjectName(QString::fromUtf8(kId));
 	setAllowedAreas(Qt::AllDockWidgetAreas);
 	setMinimumSize(320, 600);
 	// OBS puts the panel into a dock of its own, whose title bar and buttons are the ones to see and use.
@@ -232,7 +231,7 @@ QWidget *PluginDock::buildStatusSection()
 void PluginDock::show()
 {
 	auto *window = static_cast<QMainWindow *>(obs_frontend_get_main_window());
-	obs_frontend_add_dock_by_id(kDockId, obs_module_text("Dock.Title"), this);
+	obs_frontend_add_dock_by_id(kId, obs_module_text("Dock.Title"), this);
 	if (QDockWidget *surrounding = surroundingDock(); window && surrounding) {
 		setMinimumHeight(kMinimumHeightInWindow);
 		// A layout from before the dock's first time leaves it as OBS made it: hidden, floating and nowhere.

@@ -30,6 +30,9 @@ class PluginDock : public QDockWidget {
 	Q_OBJECT
 
 public:
+	/** By which OBS knows it. */
+	static constexpr const char *kId = "TalvoraDock";
+
 	/** @param plugin must outlive the dock */
 	PluginDock(TalvoraPlugin *plugin, QWidget *parent);
 	~PluginDock() override;
@@ -112,6 +115,9 @@ private:
 	void handleEmailLoginReply(QNetworkReply *reply);
 	void signInWith(const QString &apiKey, int maxTargetLanguages);
 	void setSignInButtonsEnabled(bool enabled);
+	/** Who has signed in in another way is not to be signed in a second time, nor told that the first try failed.
+	 */
+	void abandonBrowserSignIn();
 	void showSignInMessage(const QString &text);
 
 	QWidget *buildSettingsSection();

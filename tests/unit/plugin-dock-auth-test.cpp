@@ -134,6 +134,7 @@ private Q_SLOTS:
 	// API key
 	void apiKeyRowIsToggled();
 	void apiKeySignsIn();
+	void dockGoesWithItsWarning();
 	void emptyApiKeyIsRefusedWithAWarning_data();
 	void emptyApiKeyIsRefusedWithAWarning();
 
@@ -167,6 +168,7 @@ private Q_SLOTS:
 	void browserSignInSucceeds();
 	void browserSignInWithoutLimitKeepsIt();
 	void browserSignInFails();
+	void signingInByKeyAbandonsTheBrowser();
 	void dockDestroyedDuringBrowserSignInAborts();
 
 	// Signing out
@@ -443,31 +445,32 @@ void PluginDockTest::emptyApiKeyIsRefusedWithAWarning_data()
 	QTest::newRow("blanks") << u" \t "_s;
 }
 
+void PluginDockTest::dockGoesWithItsWarning()
+{
+	make();
+	QTest::mouseClick(buttonNamed(u"Dock.Auth.ConnectApiKey"_s), Qt::LeftButton);
+	const QPointer box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+	QVERIFY(box);
+	dock.reset();
+	QVERIFY(!box);
+}
+
 void PluginDockTest::emptyApiKeyIsRefusedWithAWarning()
 {
 	QFETCH(QString, typed);
 	make();
 	dock->onShowApiKeyClicked();
 	dock->apiKeyEdit->setText(typed);
-	int boxes = 0;
-	QTimer watch;
-	connect(&watch, &QTimer::timeout, this, [&] {
-		auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
-		if (!box) {
-			return;
-		}
-		++boxes;
-		watch.stop();
-		QCOMPARE(box->parent(), dock.get());
-		QCOMPARE(box->icon(), QMessageBox::Warning);
-		QCOMPARE(box->windowTitle(), u"Error.NoApiKey.Title"_s);
-		QCOMPARE(box->text(), u"Error.NoApiKey.Text"_s);
-		QCOMPARE(box->standardButtons(), QMessageBox::Ok);
-		box->accept();
-	});
-	watch.start(5);
 	QTest::mouseClick(buttonNamed(u"Dock.Auth.ConnectApiKey"_s), Qt::LeftButton);
-	QCOMPARE(boxes, 1);
+	const QPointer box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+	QVERIFY(box);
+	QCOMPARE(box->parent(), dock.get());
+	QCOMPARE(box->icon(), QMessageBox::Warning);
+	QCOMPARE(box->windowTitle(), u"Error.NoApiKey.Title"_s);
+	QCOMPARE(box->text(), u"Error.NoApiKey.Text"_s);
+	QCOMPARE(box->standardButtons(), QMessageBox::Ok);
+	QTest::mouseClick(box->button(QMessageBox::Ok), Qt::LeftButton);
+	QTRY_VERIFY(!box);
 	QVERIFY(!dock->authenticated);
 	QCOMPARE(plugin->settings.apiKey, QString());
 	QVERIFY(dock->apiKeyRow->isVisible());
@@ -853,6 +856,22 @@ void PluginDockTest::browserSignInFails()
 	QCOMPARE(dock->oauthListener, nullptr);
 	QVERIFY(!dock->authenticated);
 	QTRY_VERIFY(!listener);
+}
+
+void PluginDockTest::signingInByKeyAbandonsTheBrowser()
+{
+	make();
+	dock->onOAuthLoginClicked(u"google"_s);
+	const QPointer<OAuthListener> listener = dock->oauthListener;
+	session->log.clear();
+	dock->apiKeyEdit->setText(u"tak_live_mine"_s);
+	dock->onApiKeyConnectClicked();
+	QCOMPARE(dock->oauthListener, nullptr);
+	QTRY_VERIFY(!listener);
+	QVERIFY(session->log.contains(LOG_INFO, u"[talvora-obs] OAuthListener: login aborted by user"_s));
+	QVERIFY(session->log.ownLines().filter(u"OAuth login failed"_s).isEmpty());
+	QCOMPARE(dock->statusLabel->text(), u"Status.Disconnected"_s);
+	QCOMPARE(plugin->settings.apiKey, u"tak_live_mine"_s);
 }
 
 void PluginDockTest::dockDestroyedDuringBrowserSignInAborts()

@@ -17,6 +17,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -46,6 +47,8 @@ private Q_SLOTS:
 	void boxesShowTheSelection();
 	void boxesAreNamedForScreenReaders();
 	void missingCellsHaveNoBox();
+	void rowWithoutItsBoxesChoosesNothing();
+	void withoutItsControlsTheDockDoesNothing();
 	void boxReachedByKeyboardIsScrolledTo();
 
 	// Clicks
@@ -205,6 +208,41 @@ void PluginDockTest::missingCellsHaveNoBox()
 	auto *expected = new QCheckBox(inner);
 	table.setCellWidget(0, 2, nested);
 	QCOMPARE(PluginDock::checkBoxAt(&table, 0, 2), expected);
+}
+
+void PluginDockTest::rowWithoutItsBoxesChoosesNothing()
+{
+	choose({{u"es"_s, kBoth}, {u"fr"_s, kBoth}});
+	make();
+	dock->languageTable->removeCellWidget(rowOf(u"es"_s), kDub);
+	dock->onLanguageGridChanged();
+	QCOMPARE(plugin->settings.languageTargets, (LanguageTargets{{u"fr"_s, kBoth}}));
+}
+
+void PluginDockTest::withoutItsControlsTheDockDoesNothing()
+{
+	const LanguageTargets chosen{{u"es"_s, kBoth}};
+	choose(chosen);
+	make();
+	QTableWidget *table = std::exchange(dock->languageTable, nullptr);
+	QLabel *count = std::exchange(dock->languageCountLabel, nullptr);
+	QComboBox *language = std::exchange(dock->sourceLangCombo, nullptr);
+	QComboBox *source = std::exchange(dock->audioSourceCombo, nullptr);
+	const int rows = table->rowCount();
+	plugin->setMaxTargetLanguages(1);
+	dock->populateLanguageTable();
+	dock->onLanguageGridChanged();
+	dock->onSourceLangChanged(3);
+	dock->refreshAudioSources();
+	dock->languageTable = table;
+	dock->languageCountLabel = count;
+	dock->sourceLangCombo = language;
+	dock->audioSourceCombo = source;
+	QCOMPARE(plugin->settings.languageTargets, chosen);
+	QCOMPARE(plugin->settings.sourceLanguage, u"en"_s);
+	QCOMPARE(table->rowCount(), rows);
+	QVERIFY(box(u"fr"_s, kDub)->isEnabled());
+	QVERIFY(count->isHidden());
 }
 
 void PluginDockTest::boxReachedByKeyboardIsScrolledTo()

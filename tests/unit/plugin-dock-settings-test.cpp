@@ -59,6 +59,7 @@ private Q_SLOTS:
 	void unknownStoredValuesSelectNothingElse();
 	void levelsAreShownTruncated_data();
 	void levelsAreShownTruncated();
+	void handingBackAtTheStartKeepsTheSettings_data();
 	void handingBackAtTheStartKeepsTheSettings();
 
 	// Audio source
@@ -175,11 +176,15 @@ void PluginDockTest::controlsFromTopToBottom()
 		return button->text() == u"Dock.Settings.CaptionPreviewBtn"_s;
 	});
 	QVERIFY(preview != buttons.end());
+	const auto labels = dock->findChildren<QLabel *>();
+	const auto targetLanguages = std::ranges::find(labels, u"Dock.Settings.TargetLangs"_s, &QLabel::text);
+	QVERIFY(targetLanguages != labels.end());
 	const QList<QWidget *> order{labelOf(dock->audioSourceCombo),
 				     dock->audioSourceCombo,
 				     dock->muteOriginalCheck,
 				     labelOf(dock->sourceLangCombo),
 				     dock->sourceLangCombo,
+				     *targetLanguages,
 				     dock->languageTable,
 				     dock->languageCountLabel,
 				     labelOf(dock->captionModeCombo),
@@ -214,6 +219,9 @@ void PluginDockTest::controlsFromTopToBottom()
 	};
 	QVERIFY(std::abs(top(*preview) - top(dock->previewEdit)) < 4);
 	QVERIFY((*preview)->x() > dock->previewEdit->x());
+	const auto *refresh = dock->audioSourceCombo->parentWidget()->findChild<QToolButton *>();
+	QVERIFY(refresh);
+	QVERIFY(refresh->x() > dock->audioSourceCombo->x());
 
 	// What stands in one row begins at the left, the label first.
 	const auto left = [this](const QWidget *widget) { return widget->mapTo(dock->widget(), QPoint()).x(); };
@@ -236,17 +244,17 @@ void PluginDockTest::controlsFromTopToBottom()
 void PluginDockTest::labelsAreBuddiesOfTheirControls()
 {
 	make();
-	const QMap<QWidget *, QString> keys{{dock->audioSourceCombo, u"Dock.Settings.AudioSource"_s},
-					    {dock->sourceLangCombo, u"Dock.Settings.SourceLang"_s},
-					    {dock->captionModeCombo, u"Dock.Settings.CaptionMode"_s},
-					    {dock->captionAlignCombo, u"Dock.Settings.CaptionAlign"_s},
-					    {dock->captionColorButton, u"Dock.Settings.CaptionColor"_s},
-					    {dock->captionBgColorButton, u"Dock.Settings.CaptionBgColor"_s},
-					    {dock->opacitySlider, u"Dock.Settings.CaptionOpacity"_s},
-					    {dock->captionFontButton, u"Dock.Settings.CaptionFont"_s},
-					    {dock->previewEdit, u"Dock.Settings.CaptionPreview"_s},
-					    {dock->duckingSlider, u"Dock.Settings.DuckingLevel"_s},
-					    {dock->ttsVolumeSlider, u"Dock.Settings.TtsVolume"_s}};
+	const QHash<QWidget *, QString> keys{{dock->audioSourceCombo, u"Dock.Settings.AudioSource"_s},
+					     {dock->sourceLangCombo, u"Dock.Settings.SourceLang"_s},
+					     {dock->captionModeCombo, u"Dock.Settings.CaptionMode"_s},
+					     {dock->captionAlignCombo, u"Dock.Settings.CaptionAlign"_s},
+					     {dock->captionColorButton, u"Dock.Settings.CaptionColor"_s},
+					     {dock->captionBgColorButton, u"Dock.Settings.CaptionBgColor"_s},
+					     {dock->opacitySlider, u"Dock.Settings.CaptionOpacity"_s},
+					     {dock->captionFontButton, u"Dock.Settings.CaptionFont"_s},
+					     {dock->previewEdit, u"Dock.Settings.CaptionPreview"_s},
+					     {dock->duckingSlider, u"Dock.Settings.DuckingLevel"_s},
+					     {dock->ttsVolumeSlider, u"Dock.Settings.TtsVolume"_s}};
 	for (auto it = keys.begin(); it != keys.end(); ++it) {
 		const QLabel *label = labelOf(it.key());
 		QVERIFY2(label, qPrintable(it.value()));
@@ -397,8 +405,9 @@ void PluginDockTest::levelsAreShownTruncated_data()
 	QTest::addColumn<QString>("label");
 	QTest::newRow("half a percent") << 0.005f << 0 << u"0%"_s;
 	QTest::newRow("almost all") << 0.999f << 99 << u"99%"_s;
-	// 0.35 as a 32-bit float is a little less.
-	QTest::newRow("0.35") << 0.35f << 34 << u"34%"_s;
+	// As a 32-bit float this is a little less.
+	QTest::newRow("0.35") << 0.35f << 35 << u"35%"_s;
+	QTest::newRow("a little less than 0.35") << 0.34999f << 34 << u"34%"_s;
 	QTest::newRow("too much") << 1.5f << 100 << u"150%"_s;
 	QTest::newRow("negative") << -0.019f << 0 << u"-1%"_s;
 	QTest::newRow("endless") << std::numeric_limits<float>::infinity() << 100 << u"2147483647%"_s;
@@ -416,12 +425,22 @@ void PluginDockTest::levelsAreShownTruncated()
 	QTEST(dock->ttsVolumeValueLabel->text(), "label");
 }
 
+void PluginDockTest::handingBackAtTheStartKeepsTheSettings_data()
+{
+	QTest::addColumn<float>("level");
+	for (int percent = 0; percent <= 100; ++percent) {
+		// What the slider gives.
+		QTest::addRow("%d%%", percent) << static_cast<float>(percent / 100.0);
+	}
+}
+
 void PluginDockTest::handingBackAtTheStartKeepsTheSettings()
 {
+	QFETCH(float, level);
 	plugin->settings.captionAlignment = u"right"_s;
 	plugin->settings.captionOpacity = 10;
-	plugin->settings.duckingLevel = 0.5f;
-	plugin->settings.ttsVolume = 0.25f;
+	plugin->settings.duckingLevel = level;
+	plugin->settings.ttsVolume = level;
 	const QJsonObject before = plugin->settings.toJson();
 	make();
 	QCOMPARE(plugin->settings.toJson(), before);

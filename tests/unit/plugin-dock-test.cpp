@@ -73,6 +73,8 @@ private Q_SLOTS:
 	void looksOfTheStates_data();
 	void looksOfTheStates();
 	void unknownStateIsIgnored();
+	void stateIsNotShownInPart_data();
+	void stateIsNotShownInPart();
 	void clockCountsHoursMinutesSeconds_data();
 	void clockCountsHoursMinutesSeconds();
 	void clockRunsWhileConnected();
@@ -535,6 +537,44 @@ void PluginDockTest::unknownStateIsIgnored()
 		QCOMPARE(dock->statusLabel->text(), u"Status.Connected"_s);
 		QVERIFY(dock->sessionTimer->isActive());
 	}
+}
+
+void PluginDockTest::stateIsNotShownInPart_data()
+{
+	QTest::addColumn<int>("missing");
+	QTest::newRow("dot") << 0;
+	QTest::newRow("text") << 1;
+	QTest::newRow("start") << 2;
+	QTest::newRow("stop") << 3;
+}
+
+void PluginDockTest::stateIsNotShownInPart()
+{
+	make().onWsStateChanged(WsState::Disconnected);
+	QFETCH(int, missing);
+	QLabel *dot = dock->statusDot;
+	QLabel *label = dock->statusLabel;
+	QPushButton *start = dock->startButton;
+	QPushButton *stop = dock->stopButton;
+	switch (missing) {
+	case 0:
+		dock->statusDot = nullptr;
+		break;
+	case 1:
+		dock->statusLabel = nullptr;
+		break;
+	case 2:
+		dock->startButton = nullptr;
+		break;
+	default:
+		dock->stopButton = nullptr;
+	}
+	dock->onWsStateChanged(WsState::Authenticated);
+	QCOMPARE(dot->styleSheet(), u"color: gray; font-size: 16px;"_s);
+	QCOMPARE(label->text(), u"Status.Disconnected"_s);
+	QVERIFY(start->isEnabled());
+	QVERIFY(!stop->isEnabled());
+	QVERIFY(!dock->sessionTimer->isActive());
 }
 
 void PluginDockTest::clockCountsHoursMinutesSeconds_data()
