@@ -13,13 +13,6 @@ QString nameOf(calldata_t *data)
 	return QString::fromUtf8(obs_source_get_name(sourceOf(data)));
 }
 
-/** Filters and transitions are reported too, and may bear the name of any source. */
-bool isInScene(calldata_t *data)
-{
-	const obs_source_type type = obs_source_get_type(sourceOf(data));
-	return type == OBS_SOURCE_TYPE_INPUT || type == OBS_SOURCE_TYPE_SCENE;
-}
-
 SceneWatcher *watcher(void *self)
 {
 	return static_cast<SceneWatcher *>(self);
@@ -35,10 +28,16 @@ void post(SceneWatcher *watcher, Signal signal, const Arguments &...arguments)
 
 SceneWatcher::SceneWatcher(QObject *parent) : QObject(parent)
 {
+	collectionTimer.setSingleShot(true);
+	connect(&collectionTimer, &QTimer::timeout, this, [this] {
+		clearing = false;
+		Q_EMIT collectionChanged();
+	});
 	obs_frontend_add_event_callback(onFrontendEvent, this);
 	signal_handler_t *handler = obs_get_signal_handler();
 	signal_handler_connect(handler, "source_create", onSourceCreate, this);
 	signal_handler_connect(handler, "source_remove", onSourceRemove, this);
+	signal_handler_connect(handler, "source_destroy", onSourceDestroy, this);
 	signal_handler_connect(handler, "source_rename", onSourceRename, this);
 }
 
@@ -49,13 +48,16 @@ SceneWatcher::~SceneWatcher()
 	signal_handler_t *handler = obs_get_signal_handler();
 	signal_handler_disconnect(handler, "source_create", onSourceCreate, this);
 	signal_handler_disconnect(handler, "source_remove", onSourceRemove, this);
+	signal_handler_disconnect(handler, "source_destroy", onSourceDestroy, this);
 	signal_handler_disconnect(handler, "source_rename", onSourceRename, this);
 }
 
 void SceneWatcher::onFrontendEvent(obs_frontend_event event, void *self)
 {
-	if (event == OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED) {
-		post(watcher(self), &SceneWatcher::collectionChanged);
+	if (event == OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP) {
+		watcher(self)->clearing = true;
+	} else if (event == OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED) {
+		watcher(self)->collectionTimer.start();
 	} else if (event == OBS_FRONTEND_EVENT_SCENE_CHANGED) {
 		post(watcher(self), &SceneWatcher::sceneChanged);
 	}
@@ -63,22 +65,24 @@ void SceneWatcher::onFrontendEvent(obs_frontend_event event, void *self)
 
 void SceneWatcher::onSourceCreate(void *self, calldata_t *data)
 {
-	if (isInScene(data)) {
-		post(watcher(self), &SceneWatcher::sourceCreated, nameOf(data));
-	}
+	post(watcher(self), &SceneWatcher::sourceCreated, nameOf(data));
 }
 
 void SceneWatcher::onSourceRemove(void *self, calldata_t *data)
 {
-	if (isInScene(data)) {
+	post(watcher(self), &SceneWatcher::sourceRemoved, nameOf(data));
+}
+
+void SceneWatcher::onSourceDestroy(void *self, calldata_t *data)
+{
+	// What is deleted in OBS's window is only taken out of its scene. What was removed has been told of already.
+	if (!obs_source_removed(sourceOf(data))) {
 		post(watcher(self), &SceneWatcher::sourceRemoved, nameOf(data));
 	}
 }
 
 void SceneWatcher::onSourceRename(void *self, calldata_t *data)
 {
-	if (isInScene(data)) {
-		post(watcher(self), &SceneWatcher::sourceRenamed, QString::fromUtf8(calldata_string(data, "prev_name")),
-		     QString::fromUtf8(calldata_string(data, "new_name")));
-	}
+	post(watcher(self), &SceneWatcher::sourceRenamed, QString::fromUtf8(calldata_string(data, "prev_name")),
+	     QString::fromUtf8(calldata_string(data, "new_name")));
 }

@@ -3,6 +3,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <obs-frontend-api.h>
 #include <obs.h>
@@ -20,6 +21,12 @@ public:
 	explicit SceneWatcher(QObject *parent = nullptr);
 	~SceneWatcher() override;
 
+	/**
+	 * Whether OBS is taking a collection down, until collectionChanged(). It delivers posted events meanwhile, and
+	 * ends itself over a source that is made in one of them.
+	 */
+	bool isClearing() const { return clearing; }
+
 Q_SIGNALS:
 	/** Another scene collection, with sources of its own, has been loaded. */
 	void collectionChanged();
@@ -27,7 +34,7 @@ Q_SIGNALS:
 	void sceneChanged();
 	/** A public source of this name has been created. */
 	void sourceCreated(const QString &name);
-	/** A public source of this name has been taken out of OBS. */
+	/** A public source of this name has been taken out of OBS, or has gone with the last scene that it was in. */
 	void sourceRemoved(const QString &name);
 	void sourceRenamed(const QString &from, const QString &to);
 
@@ -35,5 +42,10 @@ private:
 	static void onFrontendEvent(obs_frontend_event event, void *self);
 	static void onSourceCreate(void *self, calldata_t *data);
 	static void onSourceRemove(void *self, calldata_t *data);
+	static void onSourceDestroy(void *self, calldata_t *data);
 	static void onSourceRename(void *self, calldata_t *data);
+
+	/** Of no time: it fires when the event loop turns, hence not while OBS clears a collection. */
+	QTimer collectionTimer;
+	bool clearing = false;
 };

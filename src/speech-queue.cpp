@@ -35,7 +35,7 @@ void SpeechQueue::append(int clipId, const SpeechResampler::Made &made)
 	if (hasMarker() && markers.back().clipId == clipId) {
 		markers.back().samplesRemaining += made.count;
 	} else {
-		pushMarker({clipId, made.count, false, false});
+		pushMarker({.clipId = clipId, .samplesRemaining = made.count});
 	}
 }
 

@@ -27,9 +27,6 @@
 namespace {
 
 constexpr uint32_t kExpectedSampleRate = 48000;
-/** How long the client's thread may take to end, ms. */
-constexpr unsigned long kThreadStopDeadline = 5000;
-constexpr auto kDockId = "TalvoraDock";
 
 bool isCapturable(const obs_source_t *source)
 {
@@ -127,7 +124,7 @@ void TalvoraPlugin::shutdown()
 
 	if (dock) {
 		settings.dockVisible = dock->isVisible();
-		obs_frontend_remove_dock(kDockId);
+		obs_frontend_remove_dock(PluginDock::kId);
 		dock = nullptr;
 	}
 	saveConfig();
@@ -183,8 +180,7 @@ WsState TalvoraPlugin::wsState() const
 void TalvoraPlugin::setLanguageTargets(const LanguageTargets &targets)
 {
 	settings.languageTargets = targets;
-	updateDubbedSources();
-	updateCaptionSources();
+	updateOutputs();
 	saveConfig();
 	sendConfigUpdate();
 }
@@ -196,8 +192,7 @@ void TalvoraPlugin::setSourceLanguage(const QString &code)
 	if (target != settings.languageTargets.constEnd() && *target == LanguageTarget{.dubbing = true}) {
 		settings.languageTargets.remove(code);
 	}
-	updateDubbedSources();
-	updateCaptionSources();
+	updateOutputs();
 	saveConfig();
 }
 
@@ -211,7 +206,8 @@ void TalvoraPlugin::setMaxTargetLanguages(int n)
 
 void TalvoraPlugin::sendConfigUpdate()
 {
-	if (wsState() == WsState::Authenticated) {
+	// Sent in a session; the client keeps it for the next one that begins by itself.
+	if (wsClient) {
 		QMetaObject::invokeMethod(wsClient, "updateConfig", Qt::QueuedConnection,
 					  Q_ARG(QJsonArray, buildTargetLanguagesJson()),
 					  Q_ARG(QString, settings.captionMode));
@@ -615,8 +611,18 @@ void TalvoraPlugin::watchScene()
 	connect(sceneWatcher.get(), &SceneWatcher::sourceRenamed, this, &TalvoraPlugin::onSourceRenamed);
 }
 
+void TalvoraPlugin::updateOutputs()
+{
+	// A session's answer may bring the languages down in the middle of OBS's clearing.
+	if (!sceneWatcher || !sceneWatcher->isClearing()) {
+		updateDubbedSources();
+		updateCaptionSources();
+	}
+}
+
 void TalvoraPlugin::restoreOutputs()
 {
+	updateDubbedSources();
 	restoreDubbedSources();
 	updateCaptionSources();
 	restoreAudioCapture();
@@ -643,7 +649,8 @@ void TalvoraPlugin::takeUpOutput(const QString &name)
 		return QString::fromStdString(entry.second->name()) == name;
 	});
 	if (named != dubbedSources.end()) {
-		restoreDub(named->first);
+		const QString code = named->first;
+		restoreDub(code);
 		recheckAudioCapture();
 	}
 }

@@ -139,6 +139,9 @@ private:
 	friend class TalvoraPluginTest;
 	friend class PluginDockTest;
 
+	/** How long the client's thread may take to end, ms. */
+	static constexpr unsigned long kThreadStopDeadline = 5000;
+
 	using DubbedSources = std::map<QString, std::unique_ptr<DubbedSource>>;
 
 	TalvoraPlugin();
@@ -149,6 +152,8 @@ private:
 
 	void connectClient();
 	void watchScene();
+	/** Makes dubs and captions those of the target languages: now, or when OBS has changed the scene collection. */
+	void updateOutputs();
 	/** Brings back what left OBS together with the sources of a scene collection. */
 	void restoreOutputs();
 	/** Brings back the sources of dubs that OBS has removed. */

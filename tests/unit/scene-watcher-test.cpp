@@ -21,7 +21,10 @@ private Q_SLOTS:
 	void cleanup() { obs.reset(); }
 
 	void tellsOfCreatedRenamedAndRemovedSources();
+	void tellsOnceOfASourceThatGoesWithItsLastReference();
 	void tellsWithTheNextTurnOfTheEventLoop();
+	void tellsOfACollectionOnlyWhenTheEventLoopTurns();
+	void collectionIsClearedUntilAnotherIsTold();
 	void tellsOfAnotherCollectionAndOfAnotherScene();
 	void filtersAreNotSources();
 	void hearsOtherThreads();
@@ -44,6 +47,22 @@ void SceneWatcherTest::tellsOfCreatedRenamedAndRemovedSources()
 	QCoreApplication::processEvents();
 	QCOMPARE(created, (QList<QVariantList>{{u"Über „x“"_s}}));
 	QCOMPARE(renamed, (QList<QVariantList>{{u"Über „x“"_s, u"Voice"_s}}));
+	// Its end does not tell a second time.
+	ObsFixture::waitForDestroyedSources();
+	QCoreApplication::processEvents();
+	QCOMPARE(removed, (QList<QVariantList>{{u"Voice"_s}}));
+}
+
+void SceneWatcherTest::tellsOnceOfASourceThatGoesWithItsLastReference()
+{
+	const SceneWatcher watcher;
+	const QSignalSpy removed(&watcher, &SceneWatcher::sourceRemoved);
+	const TestAudioSource known("Known");
+	// As when it is deleted in OBS's window: nobody removes it.
+	obs_source_release(obs_source_create("test_audio", "Voice", nullptr, nullptr));
+	QVERIFY(QTest::qWaitFor([&] { return !removed.isEmpty(); }));
+	ObsFixture::waitForDestroyedSources();
+	QCoreApplication::processEvents();
 	QCOMPARE(removed, (QList<QVariantList>{{u"Voice"_s}}));
 }
 
@@ -74,6 +93,37 @@ void SceneWatcherTest::tellsOfAnotherCollectionAndOfAnotherScene()
 	QCoreApplication::processEvents();
 	QCOMPARE(changed.size(), 1);
 	QCOMPARE(sceneChanged.size(), 1);
+}
+
+void SceneWatcherTest::tellsOfACollectionOnlyWhenTheEventLoopTurns()
+{
+	const SceneWatcher watcher;
+	const QSignalSpy changed(&watcher, &SceneWatcher::collectionChanged);
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
+	// OBS does that while it clears a collection, and counts the sources that are left.
+	QCoreApplication::sendPostedEvents();
+	QCOMPARE(changed.size(), 0);
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
+	QVERIFY(QTest::qWaitFor([&] { return changed.size() == 1; }));
+	QTest::qWait(20);
+	QCOMPARE(changed.size(), 1);
+}
+
+void SceneWatcherTest::collectionIsClearedUntilAnotherIsTold()
+{
+	const SceneWatcher watcher;
+	bool clearingWhenTold = true;
+	connect(&watcher, &SceneWatcher::collectionChanged, [&] { clearingWhenTold = watcher.isClearing(); });
+	QVERIFY(!watcher.isClearing());
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGING);
+	QVERIFY(!watcher.isClearing());
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP);
+	QVERIFY(watcher.isClearing());
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
+	QVERIFY(watcher.isClearing());
+	QCoreApplication::processEvents();
+	QVERIFY(!watcher.isClearing());
+	QVERIFY(!clearingWhenTold);
 }
 
 void SceneWatcherTest::filtersAreNotSources()

@@ -91,6 +91,7 @@ private Q_SLOTS:
 	void clearForgetsEverything();
 	void hostileRateCostsNoMoreThanAFullQueue();
 	void manyTinyClipsStayCheap();
+	void clipsThatNeverRunOutNeedNoMoreRoom();
 	void takeAllocatesNothing();
 	void matchesTheTranscription_data();
 	void matchesTheTranscription();
@@ -161,7 +162,7 @@ void SpeechQueueTest::prebufferIsComputedIn32Bits()
 void SpeechQueueTest::speechAt24000HzDoublesExactly()
 {
 	SpeechQueue queue;
-	for (const size_t count : {1, 2, 319, 320, 9677}) {
+	for (const size_t count : std::initializer_list<size_t>{1, 2, 319, 320, 9677}) {
 		const size_t before = queue.size();
 		push(queue, 1, count, 1, 24000);
 		QCOMPARE(queue.size() - before, 2 * count);
@@ -467,6 +468,31 @@ void SpeechQueueTest::manyTinyClipsStayCheap()
 	QCOMPARE(markers(queue).front().clipId, 20001);
 	const auto elapsed = std::chrono::steady_clock::now() - start;
 	QVERIFY2(elapsed < std::chrono::seconds(20), "half a million clips took too long");
+}
+
+void SpeechQueueTest::clipsThatNeverRunOutNeedNoMoreRoom()
+{
+	SpeechQueue queue;
+	const size_t room = queue.markers.capacity();
+	int last = 0;
+	const auto pushClip = [&] {
+		push(queue, ++last, 10);
+		queue.endClip(last);
+	};
+	while (static_cast<size_t>(last) < room / 2) {
+		pushClip();
+	}
+	std::vector<Event> told;
+	std::vector<Event> expected;
+	for (int clip = 1; clip <= 1000; ++clip) {
+		pushClip();
+		const Taken played = take(queue, 10);
+		QCOMPARE(played.samples.size(), size_t{10});
+		told.insert(told.end(), played.events.begin(), played.events.end());
+		expected.insert(expected.end(), {{'s', clip}, {'e', clip}});
+	}
+	QCOMPARE(told, expected);
+	QCOMPARE(queue.markers.capacity(), room);
 }
 
 void SpeechQueueTest::takeAllocatesNothing()

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "obs-fixture.h"
 
-#include <QtGlobal>
+#include <QTest>
 
-#include <obs.h>
+#include <obs.hpp>
 #include <util/bmem.h>
 
 ObsFixture::ObsFixture(uint32_t samplesPerSec) : allocationsBefore(bnum_allocs())
@@ -23,10 +23,20 @@ ObsFixture::~ObsFixture()
 {
 	// As OBS's own exit does: libobs frees what it shares, the hotkeys among it, without waiting for its thread
 	// that is still destroying sources.
-	obs_queue_task(OBS_TASK_DESTROY, [](void *) {}, nullptr, true);
+	waitForDestroyedSources();
 	obs_shutdown();
 	const long leaked = bnum_allocs() - allocationsBefore;
 	if (leaked != 0) {
 		qFatal("%ld allocations of OBS's were leaked", leaked);
 	}
+}
+
+void ObsFixture::waitForDestroyedSources()
+{
+	obs_queue_task(OBS_TASK_DESTROY, [](void *) {}, nullptr, true);
+}
+
+bool ObsFixture::isGone(const char *name)
+{
+	return QTest::qWaitFor([name] { return !OBSSourceAutoRelease(obs_get_source_by_name(name)); });
 }

@@ -9,6 +9,12 @@ public:
 	explicit ObsFixture(uint32_t samplesPerSec = 48000);
 	~ObsFixture();
 
+	/** Until OBS's own thread has destroyed what has lost its last reference. */
+	static void waitForDestroyedSources();
+	/** Waits until no source has this name. OBS's audio thread holds every audio source for moments, removed or
+	 * not. */
+	static bool isGone(const char *name);
+
 	ObsFixture(const ObsFixture &) = delete;
 	ObsFixture &operator=(const ObsFixture &) = delete;
 
