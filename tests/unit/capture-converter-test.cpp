@@ -65,11 +65,12 @@ void CaptureConverterTest::monoGivesTheSameAsStereoWithIdenticalChannels()
 {
 	std::mt19937 random(1);
 	const std::vector<float> samples = hostileSamples(random, 1024);
-	const std::vector<float> copy = samples;
+	// Two arrays, as OBS has for two channels.
+	const std::vector<float> right(samples.begin(), samples.end());
 	CaptureConverter mono;
 	CaptureConverter stereo;
 	QCOMPARE(to_vector(mono.convert(samples.data(), samples.data(), 1024)),
-		 to_vector(stereo.convert(samples.data(), copy.data(), 1024)));
+		 to_vector(stereo.convert(samples.data(), right.data(), 1024)));
 
 	// The average of a sample with itself is the sample.
 	QCOMPARE(converted(0.25f), int16_t{8191});
@@ -245,7 +246,7 @@ void CaptureConverterTest::allocatesNothing()
 	const std::vector<float> silence(10000);
 	CaptureConverter converter;
 	HeapGuard guard;
-	for (const size_t frames : {0, 1, 2, 480, 1000, 1024, 4096, 8192, 10000}) {
+	for (const size_t frames : std::initializer_list<size_t>{0, 1, 2, 480, 1000, 1024, 4096, 8192, 10000}) {
 		converter.convert(silence.data(), silence.data(), frames);
 	}
 	converter.reset();

@@ -176,12 +176,6 @@ bool let_go(obs_weak_source_t *source)
 	return QTest::qWaitFor([source] { return obs_weak_source_expired(source); }, 5000);
 }
 
-/** No source of that name is left. */
-bool gone(const char *name)
-{
-	return QTest::qWaitFor([name] { return !find(name); }, 5000);
-}
-
 /** Equal, or both NaN: which NaN comes out of an operation is the machine's choice. */
 bool same_samples(const std::vector<float> &a, const std::vector<float> &b)
 {
@@ -231,6 +225,7 @@ private Q_SLOTS:
 	void callbacksComeOnTheThreadOfTheOriginal();
 	void missingCallbacksAreHarmless();
 	void duckingFallsIn7200SamplesAndRisesIn14400();
+	void oneSampleOfSpeechDucksItsChunk();
 	void muteRampsToSilence();
 	void withoutDuckingMuteEffectivelyDoesNotMove();
 	void withoutDuckingSpeechLeavesTheOriginalAlone();
@@ -319,7 +314,7 @@ void DubbedSourceTest::createsItsSource()
 		QCOMPARE(obs_source_get_id(source), "talvora_dubbed_source");
 		QCOMPARE(log->ownLines(), QStringList{createdLine()});
 	}
-	QVERIFY(gone(kSpanishName));
+	QVERIFY(ObsFixture::isGone(kSpanishName));
 	const QStringList lines = log->lines(LOG_INFO).filter(QStringLiteral("[talvora-obs] "));
 	QCOMPARE(lines.size(), 2);
 	QCOMPARE(lines[1], QStringLiteral("[talvora-obs] DubbedSource: detached from 'Talvora Dub \u2014 Spanish'"));
@@ -404,14 +399,14 @@ void DubbedSourceTest::forgottenSourceIsNotReleased()
 	}
 	QCOMPARE(find(kSpanishName), source);
 	obs_source_release(source);
-	QVERIFY(gone(kSpanishName));
+	QVERIFY(ObsFixture::isGone(kSpanishName));
 }
 
 void DubbedSourceTest::restoringMakesARemovedSourceAgain()
 {
 	Dub dub;
 	remove_source(kSpanishName);
-	QVERIFY(gone(kSpanishName));
+	QVERIFY(ObsFixture::isGone(kSpanishName));
 	QCOMPARE(dub.play(10).source, nullptr);
 	log->clear();
 
@@ -428,7 +423,7 @@ void DubbedSourceTest::restoringMakesARemovedSourceAgain()
 
 	// And again, as often as OBS removes it.
 	remove_source(kSpanishName);
-	QVERIFY(gone(kSpanishName));
+	QVERIFY(ObsFixture::isGone(kSpanishName));
 	dub->restoreSource();
 	QVERIFY(dub.play(10).source);
 }
@@ -437,7 +432,7 @@ void DubbedSourceTest::restoringFindsASourceMadeMeanwhile()
 {
 	Dub dub;
 	remove_source(kSpanishName);
-	QVERIFY(gone(kSpanishName));
+	QVERIFY(ObsFixture::isGone(kSpanishName));
 	obs_source_t *loaded = obs_source_create("talvora_dubbed_source", kSpanishName, nullptr, nullptr);
 	log->clear();
 	dub->restoreSource();
@@ -501,7 +496,7 @@ void DubbedSourceTest::restoringThatFailsLeavesItUsable()
 {
 	Dub dub;
 	remove_source(kSpanishName);
-	QVERIFY(gone(kSpanishName));
+	QVERIFY(ObsFixture::isGone(kSpanishName));
 	refuseToCreate = true;
 	dub->restoreSource();
 	QCOMPARE(dub.play(10).source, nullptr);
@@ -573,7 +568,9 @@ void DubbedSourceTest::levelsAreClamped_data()
 	QTest::newRow("0") << 0.0f << 0.0f;
 	QTest::newRow("1") << 1.0f << 1.0f;
 	QTest::newRow("above") << 1.5f << 1.0f;
+	QTest::newRow("just above") << std::nextafter(1.0f, 2.0f) << 1.0f;
 	QTest::newRow("below") << -0.5f << 0.0f;
+	QTest::newRow("just below") << std::nextafter(0.0f, -1.0f) << 0.0f;
 	QTest::newRow("NaN") << std::numeric_limits<float>::quiet_NaN() << 1.0f;
 	QTest::newRow("infinity") << std::numeric_limits<float>::infinity() << 1.0f;
 	QTest::newRow("minus infinity") << -std::numeric_limits<float>::infinity() << 0.0f;
@@ -651,7 +648,7 @@ void DubbedSourceTest::obsHearsEverySampleWithContiguousTimestamps()
 	const float fall = (1.0f - 0.2f) / (48000.0f * 0.15f);
 	const float rise = (1.0f - 0.2f) / (48000.0f * 0.3f);
 	size_t played = 0;
-	for (const size_t frames : {1024, 480, 1024, 4096, 1, 1024}) {
+	for (const size_t frames : std::initializer_list<size_t>{1024, 480, 1024, 4096, 1, 1024}) {
 		std::vector<float> l(frames);
 		std::vector<float> r(frames);
 		std::generate(l.begin(), l.end(), [&] { return sample(random); });
@@ -780,6 +777,16 @@ void DubbedSourceTest::duckingFallsIn7200SamplesAndRisesIn14400()
 	QVERIFY(up[14400] == 0.999997616f);
 	QVERIFY(up[14401] == 1.0f);
 	QVERIFY(up[14999] == 1.0f);
+}
+
+void DubbedSourceTest::oneSampleOfSpeechDucksItsChunk()
+{
+	Dub dub;
+	dub->setDuckingLevel(0.2f);
+	dub.speakToEnd(1, 1, 0);
+	const std::vector<float> down = dub.play(3600, 1.0f).left;
+	QVERIFY(down[0] == 0.999888897f);
+	QVERIFY(down[3599] == 0.600028992f);
 }
 
 void DubbedSourceTest::muteRampsToSilence()
@@ -960,8 +967,8 @@ void DubbedSourceTest::allocatesNothingForChunksOfUpToOneSecond()
 	}
 	const std::vector<float> original(48000, 0.5f);
 	HeapGuard guard;
-	for (const size_t frames :
-	     {1, 480, 1024, 4096, 8192, 48000, 48000, 48000, 48000, 48000, 48000, 48000, 48000, 48000}) {
+	for (const size_t frames : std::initializer_list<size_t>{1, 480, 1024, 4096, 8192, 48000, 48000, 48000, 48000,
+								 48000, 48000, 48000, 48000, 48000}) {
 		dub.pushOriginalAudio(original.data(), original.data(), frames, 48000, 1);
 	}
 	guard.stop();
@@ -1057,7 +1064,7 @@ void DubbedSourceTest::threadsAndRemovalTogether()
 		obs_weak_source_release(weak);
 		QVERIFY(ended <= started);
 		QVERIFY(started - ended <= 200);
-		QVERIFY(gone(kSpanishName));
+		QVERIFY(ObsFixture::isGone(kSpanishName));
 
 		// Nothing is output any more.
 		outputCount = 0;

@@ -15,6 +15,7 @@
 
 #include <QTest>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -91,6 +92,7 @@ class ExactnessTest : public QObject {
 	Q_OBJECT
 
 private Q_SLOTS:
+	void loopsWriteAsMuchAsTheyAreTold();
 	void captureOfEveryLengthAtEveryCarry();
 	void gainOnEveryWayAtEveryRate();
 	void gainOnRandomWays();
@@ -103,6 +105,44 @@ private Q_SLOTS:
 	void framesOfManyTags();
 	void captionText();
 };
+
+void ExactnessTest::loopsWriteAsMuchAsTheyAreTold()
+{
+	constexpr size_t kSpare = 64;
+	const std::vector<float> in(3 * (40 + kSpare), 0.25f);
+	const std::vector<int16_t> pcm(40 + kSpare, 8192);
+	const std::vector<unsigned char> bytes(40 + kSpare, 2);
+	for (size_t count = 0; count <= 40; ++count) {
+		const auto isWritten = [count](auto untouched, const auto &write) {
+			std::vector<decltype(untouched)> out(count + kSpare, untouched);
+			write(out.data());
+			const auto end = out.begin() + static_cast<ptrdiff_t>(count);
+			return std::count(out.begin(), end, untouched) == 0 &&
+			       std::count(end, out.end(), untouched) == kSpare;
+		};
+		QVERIFY(isWritten(9.0f, [&](float *out) { sample_loops::downmix(in.data(), in.data(), count, out); }));
+		QVERIFY(isWritten(int16_t{9},
+				  [&](int16_t *out) { sample_loops::decimateAndQuantise(in.data(), count, out); }));
+		QVERIFY(isWritten(9.0f,
+				  [&](float *out) { sample_loops::applyGains(in.data(), in.data(), count, out); }));
+		for (const bool left : {true, false}) {
+			std::vector<float> other(count + kSpare);
+			QVERIFY(isWritten(9.0f, [&](float *out) {
+				sample_loops::mixVoice(in.data(), in.data(), in.data(), in.data(), 1.0f, count,
+						       left ? out : other.data(), left ? other.data() : out);
+			}));
+		}
+		QVERIFY(isWritten(9.0f, [&](float *out) { sample_loops::line(0.0f, 0.1f, count, out); }));
+		QVERIFY(isWritten(static_cast<unsigned char>(9),
+				  [&](unsigned char *out) { sample_loops::markTags(bytes.data(), count, out); }));
+		std::vector<float> stretched(count + sample_loops::kStretchRoom + kSpare, 9.0f);
+		uint64_t position = 0;
+		QCOMPARE(sample_loops::stretch(0.0f, pcm.data(), count, position,
+					       static_cast<uint64_t>(sample_loops::kWholePhase), stretched.data()),
+			 count);
+		QVERIFY(std::count(stretched.end() - kSpare, stretched.end(), 9.0f) == kSpare);
+	}
+}
 
 void ExactnessTest::captureOfEveryLengthAtEveryCarry()
 {

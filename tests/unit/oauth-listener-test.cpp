@@ -994,6 +994,7 @@ void OAuthListenerTest::connectionsDeleteThemselvesWhenTheyEnd()
 	Session session;
 	QVERIFY(session.start());
 	std::vector<std::unique_ptr<Connection>> connections;
+	connections.reserve(40);
 	for (int i = 0; i < 40; ++i) {
 		connections.push_back(std::make_unique<Connection>(session, "GET"));
 	}

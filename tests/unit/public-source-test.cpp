@@ -21,6 +21,7 @@ private Q_SLOTS:
 	void adoptingAnotherReleasesTheFirst();
 	void removalOfAnEarlierSourceLeavesTheNextOne();
 	void forgettingLeavesTheReferenceUnreleased();
+	void removalOfAForgottenSourceLeavesTheNextOne();
 	void destructionReleases();
 	void getRefGivesAReferenceOfItsOwn();
 	void removalOnAnotherThreadMeetsAdoptionAndReleaseSafely();
@@ -146,6 +147,20 @@ void PublicSourceTest::forgettingLeavesTheReferenceUnreleased()
 	obs_source_remove(made.source);
 	obs_source_release(made.source);
 	QVERIFY(made.isLetGo());
+}
+
+void PublicSourceTest::removalOfAForgottenSourceLeavesTheNextOne()
+{
+	std::mutex lock;
+	PublicSource held(lock);
+	const Made forgotten;
+	const Made next;
+	held.adopt(forgotten.source);
+	held.forget();
+	held.adopt(next.source);
+	obs_source_remove(forgotten.source);
+	obs_source_release(forgotten.source);
+	QCOMPARE(held.get(), next.source);
 }
 
 void PublicSourceTest::destructionReleases()

@@ -127,6 +127,10 @@ void TalvoraPluginTest::guardSeesLocksWaitsAndHoldTimes()
 		other = std::thread([&] {
 			const std::lock_guard one(mutex);
 			taken = true;
+			// Until the watched thread has come to it.
+			while (guard.contentions() == 0) {
+				std::this_thread::sleep_for(1ms);
+			}
 			std::this_thread::sleep_for(20ms);
 		});
 		while (!taken) {

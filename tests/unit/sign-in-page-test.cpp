@@ -50,6 +50,7 @@ void SignInPageTest::successPageHoldsAllItsParts_data()
 		<< R"(body \{ margin: 0; min-height: 100vh;[^}]*color: #a1a1aa; font: 15px/1\.6 system-ui)";
 	QTest::newRow("card's room") << R"(width: 100%; max-width: 420px; margin: 20px; padding: 40px 32px;)";
 	QTest::newRow("card rises") << R"(translateY\(16px\))";
+	QTest::newRow("badge around the tick") << R"(<div class="badge"><svg )";
 	QTest::newRow("badge's place") << R"(\.badge \{[^}]*margin: 28px auto 20px;)";
 	QTest::newRow("check mark's size") << R"(<svg width="32" height="32" viewBox="0 0 24 24" fill="none")";
 	QTest::newRow("check mark's length") << R"(polyline \{ stroke-dasharray: 24; stroke-dashoffset: 24;)";

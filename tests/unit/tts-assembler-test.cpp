@@ -178,7 +178,7 @@ private Q_SLOTS:
 					"ens-ptBR\xFF";
 		for (int round = 0; round < 20000; ++round) {
 			QByteArray frame;
-			for (uint32_t length = round % 40; length > 0; --length) {
+			for (int length = round % 40; length > 0; --length) {
 				random = random * 1664525u + 1013904223u;
 				frame.append(alphabet[(random >> 16) % (sizeof alphabet - 1)]);
 			}

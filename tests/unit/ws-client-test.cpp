@@ -324,6 +324,8 @@ private Q_SLOTS:
 			reconnectNow(client);
 		}
 		QTRY_COMPARE(client.state(), WsState::Reconnecting);
+		// Some of these errors come while the socket is being opened.
+		QCOMPARE(log.ownLines().first(), connectingLine(client.serverUrl));
 		QCOMPARE(log.lines(LOG_WARNING).count(kLostLine), 4);
 		QCOMPARE(client.reconnectAttempts, 4);
 		QCOMPARE(states.seen, (QList<int>{kConnecting, kReconnecting, kConnecting, kReconnecting, kConnecting,

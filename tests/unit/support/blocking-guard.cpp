@@ -89,13 +89,14 @@ template <typename Lock> int take(Lock *lock, int (*tryLock)(Lock *), int (*lock
 	if (!guard) {
 		return lockReal(lock);
 	}
+	guard->noteLock(lock);
 	if (tryLock(lock) == 0) {
-		guard->noteLock(lock, 0);
 		return 0;
 	}
+	guard->noteContention();
 	const int64_t started = now(CLOCK_MONOTONIC);
 	const int result = lockReal(lock);
-	guard->noteLock(lock, std::max<int64_t>(now(CLOCK_MONOTONIC) - started, 1));
+	guard->noteContended(now(CLOCK_MONOTONIC) - started);
 	return result;
 }
 
@@ -103,7 +104,8 @@ template <typename Lock> int take(Lock *lock, int (*tryLock)(Lock *), int (*lock
 
 #define BLOCKING_GUARD_EXPORT extern "C" __attribute__((visibility("default")))
 
-// Functions that wait by their nature: told, then done.
+// Functions that wait by their nature: told, then done. Parameters in a list of types can have no parentheses around
+// them. NOLINTBEGIN(bugprone-macro-parentheses)
 #define WAITS(result, name, parameters, arguments)                      \
 	namespace {                                                     \
 	constinit Real real_##name(#name);                              \
@@ -115,6 +117,7 @@ template <typename Lock> int take(Lock *lock, int (*tryLock)(Lock *), int (*lock
 		}                                                       \
 		return real_##name.as<result parameters>() arguments;   \
 	}
+// NOLINTEND(bugprone-macro-parentheses)
 
 WAITS(int, nanosleep, (const timespec *wanted, timespec *left), (wanted, left))
 WAITS(int, clock_nanosleep, (clockid_t clock, int flags, const timespec *wanted, timespec *left),
@@ -203,15 +206,21 @@ void BlockingGuard::noteWait(const char *name)
 	}
 }
 
-void BlockingGuard::noteLock(const void *lock, int64_t waited)
+void BlockingGuard::noteLock(const void *lock)
 {
 	if (!locked(lock) && lockCount < kMaxLocks) {
 		taken[lockCount++] = lock;
 	}
-	if (waited > 0) {
-		++contentionCount;
-		longest = std::max(longest, waited);
-	}
+}
+
+void BlockingGuard::noteContention()
+{
+	++contentionCount;
+}
+
+void BlockingGuard::noteContended(int64_t waited)
+{
+	longest = std::max(longest, waited);
 }
 
 bool BlockingGuard::locked(const void *lock) const

@@ -42,7 +42,7 @@ public:
 	size_t locks() const { return lockCount; }
 	/** Whether this lock was among them. */
 	bool locked(const void *lock) const;
-	/** How often a lock was held by another thread, so that this one waited. */
+	/** How often a lock was held by another thread, so that this one waits or has waited. Any thread may ask. */
 	int contentions() const { return contentionCount; }
 	/** The longest of these waits, ns. */
 	int64_t longestWait() const { return longest; }
@@ -63,7 +63,10 @@ public:
 	/** For the functions put in place of the C library's. */
 	static BlockingGuard *watching();
 	void noteWait(const char *name);
-	void noteLock(const void *lock, int64_t waited);
+	void noteLock(const void *lock);
+	void noteContention();
+	/** @param waited ns */
+	void noteContended(int64_t waited);
 
 private:
 	BlockingGuard *const outer;
@@ -72,7 +75,7 @@ private:
 	const char *first = "none";
 	std::array<const void *, kMaxLocks> taken{};
 	size_t lockCount = 0;
-	int contentionCount = 0;
+	std::atomic<int> contentionCount = 0;
 	int64_t longest = 0;
 };
 

@@ -104,23 +104,23 @@ void FaultProxy::accept()
 		accepted->setParent(nullptr);
 		accepted->setSocketOption(QAbstractSocket::LowDelayOption, 1);
 		pairs.push_back(std::make_unique<Pair>());
-		Pair &pair = *pairs.back();
-		pair.client.reset(accepted);
-		pair.service = std::make_unique<QTcpSocket>();
+		Pair *pair = pairs.back().get();
+		pair->client.reset(accepted);
+		pair->service = std::make_unique<QTcpSocket>();
 		if (silentOnAccept) {
 			continue;
 		}
-		pair.service->connectToHost(QHostAddress::LocalHost, servicePort);
-		connect(accepted, &QTcpSocket::readyRead, this, [this, &pair] { receive(*pair.client, pair.up); });
-		connect(pair.service.get(), &QTcpSocket::readyRead, this,
-			[this, &pair] { receive(*pair.service, pair.down); });
-		connect(accepted, &QTcpSocket::disconnected, this, [&pair] { pair.service->disconnectFromHost(); });
-		connect(pair.service.get(), &QTcpSocket::disconnected, this, [this, &pair] {
+		pair->service->connectToHost(QHostAddress::LocalHost, servicePort);
+		connect(accepted, &QTcpSocket::readyRead, this, [this, pair] { receive(*pair->client, pair->up); });
+		connect(pair->service.get(), &QTcpSocket::readyRead, this,
+			[this, pair] { receive(*pair->service, pair->down); });
+		connect(accepted, &QTcpSocket::disconnected, this, [pair] { pair->service->disconnectFromHost(); });
+		connect(pair->service.get(), &QTcpSocket::disconnected, this, [this, pair] {
 			// What it said last arrives before its end.
 			pump();
-			pair.client->disconnectFromHost();
+			pair->client->disconnectFromHost();
 		});
-		receive(*accepted, pair.up);
+		receive(*accepted, pair->up);
 	}
 }
 
