@@ -10,7 +10,9 @@ Names are looked up on the accessibility bus, as a screen reader does; what is d
 server, at the place where the user would see the widget.
 """
 
+import contextlib
 import subprocess
+import time
 
 from gi.repository import GLib
 
@@ -22,6 +24,9 @@ _MARGIN = 3
 _WHEEL_UP, _WHEEL_DOWN = 4, 5
 _MOST_WHEEL_STEPS = 80
 _DRAG_STEPS = 12
+_MOST_LOOKS = 5
+_LOOK_SECONDS = 0.1
+_SETTLED_SECONDS = 0.05
 
 
 def _is_seen(widget):
@@ -49,19 +54,17 @@ class Hands:
 	def all(self, role, name=None, within=None):
 		"""Every widget of this role that is not hidden and has this name, itself or on a label of its own; any name when None."""
 		root = within or self._programs
-		return [one for one in root.walk() if one.role == role and name in (None, one.name, *one.labels) and _is_seen(one)]
+		for _ in range(_MOST_LOOKS):
+			with contextlib.suppress(GLib.Error):
+				return [one for one in root.walk()
+					if one.role == role and name in (None, one.name, *one.labels) and _is_seen(one)]
+			# Something went away while it was looked at.
+			time.sleep(_LOOK_SECONDS)
+		raise TimeoutError(f"every {role} goes away while it is looked at")
 
 	def find(self, role, name, within=None, timeout=10):
 		"""The first of such widgets; waits until there is one."""
-
-		def found():
-			try:
-				return next(iter(self.all(role, name, within)), None)
-			except GLib.Error:
-				# Something went away while it was looked at.
-				return None
-
-		return wait_until(found, timeout, f"there is a {role} '{name}'")
+		return wait_until(lambda: next(iter(self.all(role, name, within)), None), timeout, f"there is a {role} '{name}'")
 
 	def docks(self, title):
 		"""The outermost frame of a dock, alone in a list; empty when it is not seen. Docked in OBS 32 it counts as a panel."""
@@ -189,9 +192,11 @@ class Hands:
 	def _settled(self, measure):
 		"""A value, asked for until it is the same twice."""
 		before = measure()
-		while (now := measure()) != before:
+		while True:
+			time.sleep(_SETTLED_SECONDS)
+			if (now := measure()) == before:
+				return now
 			before = now
-		return now
 
 	def _click_at(self, x, y):
 		self._xdotool("mousemove", x, y, "click", 1)

@@ -54,12 +54,12 @@ def test_caption_source_is_placed_at_the_bottom_centre(make_obs, make_service, t
 
 
 def test_caption_is_drawn_on_the_program_and_goes_away(make_obs, make_service, tmp_path, artefacts):
-	script = [*LET_IN, {"after_audio_bytes": 16000}, caption("HOLA MUNDO", duration=1.0)]
+	script = [*LET_IN, {"after_audio_bytes": 16000}, caption("HOLA MUNDO", duration=7.5)]
 	with make_service(script), captioned_obs(make_obs, tmp_path) as obs:
 		obs.wait_for_log(r"CaptionManager: caption for 'es'", timeout=20)
 		wait_until(lambda: "::after" in css(obs), 10, "the caption is in the css")
 		wait_until(lambda: len(program_pixels(obs, artefacts / "caption.png", 255, 255, 0)) > 500, 20, "the text is in the picture")
-		wait_until(lambda: "::after" not in css(obs), 10, "the caption is taken away")
+		wait_until(lambda: "::after" not in css(obs), 20, "the caption is taken away")
 		wait_until(lambda: not len(program_pixels(obs, artefacts / "after.png", 255, 255, 0)), 20, "the picture is empty again")
 	drawn = read_picture(artefacts / "caption.png")
 	text, box = pixels(drawn, 255, 255, 0), pixels(drawn, 0, 0, 128)

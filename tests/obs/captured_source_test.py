@@ -55,18 +55,26 @@ def wait_for_no_uplink(witness):
 	wait_until(is_quiet, 15, "the service hears nothing")
 
 
+def assert_gone_and_back(witness, remove, source):
+	"""The captured source is missed when it is removed, and captured again when another of its name is made."""
+	obs = witness.obs
+	witness.wait_for_uplink()
+	wait_for_dock(obs, MICROPHONE)
+	remove()
+	wait_for_dock(obs, f"{MICROPHONE} (Offline)")
+	wait_for_no_uplink(witness)
+	# OBS refuses a name as long as it has not let go of the one that was removed.
+	wait_until(lambda: MICROPHONE not in obs.inputs(), 10, "the removed one is gone")
+	obs.create_input(MICROPHONE, "ffmpeg_source", source.settings)
+	wait_for_dock(obs, MICROPHONE)
+	witness.wait_for_uplink()
+	witness.wait_for_dub()
+
+
 def test_removed_made_again_and_renamed(session, tmp_path):
 	with session(microphone(tmp_path), accessible=True) as witness:
 		obs = witness.obs
-		witness.wait_for_uplink()
-		wait_for_dock(obs, MICROPHONE)
-		obs.request("RemoveInput", inputName=MICROPHONE)
-		wait_for_dock(obs, f"{MICROPHONE} (Offline)")
-		wait_for_no_uplink(witness)
-		obs.create_input(MICROPHONE, "ffmpeg_source", microphone(tmp_path).settings)
-		wait_for_dock(obs, MICROPHONE)
-		witness.wait_for_uplink()
-		witness.wait_for_dub()
+		assert_gone_and_back(witness, lambda: obs.request("RemoveInput", inputName=MICROPHONE), microphone(tmp_path))
 
 		obs.request("SetInputName", inputName=MICROPHONE, newInputName="Headset")
 		wait_for_dock(obs, "Headset")
@@ -79,6 +87,13 @@ def test_removed_made_again_and_renamed(session, tmp_path):
 		wait_for_no_uplink(witness)
 		obs.request("SetInputMute", inputName="Headset", inputMuted=False)
 		witness.wait_for_uplink()
+
+
+def test_deleted_in_the_window_of_obs(session, tmp_path):
+	"""OBS takes what its user deletes out of the scene, and lets go of it when it is in no other."""
+	with session(microphone(tmp_path), accessible=True) as witness:
+		obs = witness.obs
+		assert_gone_and_back(witness, lambda: obs.remove_from_scene(MICROPHONE), microphone(tmp_path))
 
 
 def test_muted_switched_off_by_a_change_of_scene_and_changed(session, tmp_path):
@@ -110,10 +125,10 @@ def test_muted_switched_off_by_a_change_of_scene_and_changed(session, tmp_path):
 
 
 def test_media_that_ends_and_is_started_again(session, tmp_path):
-	short = media_file(MICROPHONE, constant_wav(tmp_path / "short.wav", 2, 8192))
+	short = media_file(MICROPHONE, constant_wav(tmp_path / "short.wav", 5, 8192))
 	with session(short) as witness:
 		for _ in range(2):
-			wait_until(lambda: witness.obs.request("GetMediaInputStatus", inputName=MICROPHONE)["mediaState"].endswith("ENDED"), 10,
+			wait_until(lambda: witness.obs.request("GetMediaInputStatus", inputName=MICROPHONE)["mediaState"].endswith("ENDED"), 20,
 				   "the file has ended")
 			wait_for_no_uplink(witness)
 			witness.obs.request("TriggerMediaInputAction", inputName=MICROPHONE,

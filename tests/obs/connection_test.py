@@ -2,6 +2,7 @@
 
 import re
 import subprocess
+import time
 
 from lab.obs import media_file, wait_until
 from sessions import AUTHENTICATED, LET_IN, MICROPHONE, constant_wav, session_config, target
@@ -58,6 +59,7 @@ def test_dropped_connection_comes_back_and_the_budget_is_restored(make_obs, make
 	with service, speaking_obs(make_obs, tmp_path) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20, count=3)
 		wait_until(lambda: len(service.uplink(3)) > 8000, 10, "audio goes on after the second drop")
+		obs.wait_for_log(STATE.format(3), count=3)
 		# Before the end of OBS, which is a requested disconnect.
 		seen = states(obs)
 	assert seen == [1, 2, 3, 4, 1, 2, 3, 4, 1, 2, 3]
@@ -67,11 +69,9 @@ def test_dropped_connection_comes_back_and_the_budget_is_restored(make_obs, make
 	assert auths[0] == auths[1] == auths[2], "a reconnect says something else than the first connection"
 
 
-def test_unreachable_service_is_given_up_after_four_reconnects(make_obs, make_service, tmp_path):
-	service = make_service(LET_IN)
+def test_unreachable_service_is_given_up_after_four_reconnects(make_obs, tmp_path):
 	with speaking_obs(make_obs, tmp_path) as obs:
-		obs.wait_for_log(r"max reconnect attempts reached", timeout=60)
-		wait_until(lambda: states(obs)[-1] == 0, 5, "the state is Disconnected")
+		obs.wait_for_log(r"Talvora WS error: Max reconnect attempts reached", timeout=60)
 		lines = messages(obs)
 		seen = states(obs)
 	assert seen == [1, 4, 1, 4, 1, 4, 1, 4, 1, 4, 0]
@@ -88,7 +88,6 @@ def test_unreachable_service_is_given_up_after_four_reconnects(make_obs, make_se
 		assert wanted * 0.95 - 0.02 <= waited <= wanted * 1.05 + 0.5, f"wait {number + 1} lasted {waited} s instead of {wanted} s"
 	gave_up = ("Talvora WS error: Max reconnect attempts reached. Check your API key and internet connection.")
 	assert [text for _, text in lines].count(gave_up) == 1
-	assert not service.received(), "nobody was listening"
 
 
 def test_wrong_key_is_reported_and_not_tried_again(make_obs, make_service, tmp_path):
@@ -110,7 +109,10 @@ def test_session_ended_by_the_service_is_not_taken_up_again(make_obs, make_servi
 	service = make_service([*LET_IN, {"after_audio_bytes": 3200}, {"send": ended}, {"close": 1000}])
 	with service, speaking_obs(make_obs, tmp_path) as obs:
 		obs.wait_for_log(r"\[talvora-obs\] Talvora: session ended — captions 1\.2 min, dubbed 0\.5 min$")
+		obs.wait_for_log(STATE.format(0))
 		wait_until(lambda: service.received("close"), 5, "the service sees the close")
+		# A reconnect would begin after one.
+		time.sleep(1.5)
 		seen = states(obs)
 	assert seen == [1, 2, 3, 0]
 	assert "reconnecting in" not in obs.log

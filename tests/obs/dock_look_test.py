@@ -28,6 +28,7 @@ def test_dock_fits_a_small_screen(desktop_obs, user_of, theme, scale, key):
 		left, top, width, height = user.settled(lambda: user.dock.place)
 		assert left >= 0 and top >= 0 and left + width <= SCREEN[0] and top + height <= SCREEN[1], "the dock is not wholly on the screen"
 		user.hands.drag((left + width - 1, top + height // 2), (left, top + height // 2))
+		wait_until(lambda: user.dock.place[2] != width, 10, "the dock is narrower")
 		narrow = user.settled(lambda: user.dock.place)
 		assert NARROWEST * scale <= narrow[2] <= (NARROWEST + 4) * scale, "the dock cannot be made as narrow as it should"
 		user.picture("top")

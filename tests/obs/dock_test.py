@@ -149,13 +149,13 @@ def change_the_caption_style(user, obs, picture):
 def test_dock_has_one_title_bar_that_closes_it(desktop_obs, user_of):
 	with desktop_obs(talvora_config={"apiKey": KEY}) as obs:
 		user = user_of(obs)
-		assert not user.hands.all("frame", "Talvora"), "the dock is open before anybody opened it"
+		assert not user.hands.docks("Talvora"), "the dock is open before anybody opened it"
 		user.open_dock()
 		user.picture("opened")
 		for name in ("Close", "Float"):
 			assert len(user.hands.all("push button", name, user.dock)) == 1, f"there is not exactly one button '{name}'"
 		user.click("push button", "Close")
-		wait_until(lambda: not user.hands.all("frame", "Talvora"), 10, "the dock is closed")
+		wait_until(lambda: not user.hands.docks("Talvora"), 10, "the dock is closed")
 		user.picture("closed")
 		user.open_dock()
 		user.wait_for_label("Disconnected")
@@ -168,7 +168,7 @@ def test_reopened_dock_lists_the_sources_there_are_now(desktop_obs, user_of):
 		user = user_of(obs)
 		user.open_dock()
 		user.click("push button", "Close")
-		wait_until(lambda: not user.hands.all("frame", "Talvora"), 10, "the dock is closed")
+		wait_until(lambda: not user.hands.docks("Talvora"), 10, "the dock is closed")
 		obs.create_input("Second microphone", "ffmpeg_source")
 		user.open_dock()
 		user.select("Audio source", "Second microphone")

@@ -110,6 +110,17 @@ def test_exit_with_a_colour_dialog_open(make_obs, usual_complaints):
 		end(obs, usual_complaints)
 
 
+def test_exit_with_a_warning_open(make_obs, usual_complaints):
+	with make_obs(accessible=True, talvora_config={"dockVisible": True}) as obs:
+		obs.wait_for_log(INITIALIZED)
+		hands = Hands(obs)
+		dock = hands.dock("Talvora")
+		hands.click(hands.find("push button", "Use an API key instead", dock))
+		hands.click(hands.find("push button", "Use this key", dock))
+		hands.find("push button", "OK")
+		end(obs, usual_complaints)
+
+
 def logged_seconds(pattern, log):
 	"""The time of day of the last log line that matches, in seconds."""
 	hours, minutes, seconds = re.findall(rf"^(\d+):(\d+):([\d.]+): .*{pattern}", log, re.MULTILINE)[-1]

@@ -171,6 +171,9 @@ def test_two_instances_with_one_file_leave_it_whole(make_obs, tmp_path):
 		for user in users:
 			user.join(60)
 			assert not user.is_alive(), "OBS has stopped answering"
+		for obs in (first, second):
+			# Answered by the thread that saves, after what it was told before.
+			obs.request("SetCurrentProgramScene", sceneName="Scene")
 		wait_until(lambda: saved(settings)["audioSource"] in ("first 19", "second 19"), 5, "the last change of either is saved")
 		second.stop()
 		assert saved(settings)["audioSource"] == "second 19", "what was saved last does not hold"

@@ -14,13 +14,12 @@ from pathlib import Path
 import numpy as np
 import pytest
 
+from lab.media import CHUNK, silent_chunks
 from lab.obs import media_file, wait_until
 from sessions import AUTHENTICATED, LET_IN, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, expected_uplink, find, session_config, target
 
 RATE = 48000
 UPLINK_RATE = 16000
-# What OBS mixes at once, in frames.
-CHUNK = 1024
 UPLINK_BYTES = 2 * UPLINK_RATE
 
 # A caption and a second of voice per language every three seconds, after ten in which everything is set up.
@@ -29,8 +28,7 @@ PERIOD = 3
 VOICE = 8192
 VOICE_SECONDS = 1
 
-# OBS's mixer does not wait: where its thread is late, it leaves a chunk of a source, or of all, silent, and goes on behind
-# it. A media source without the module had 12 such chunks in 397 s of recording on a busy machine.
+# A media source without the module had 12 such chunks in 397 s of recording on a busy machine.
 MOST_SILENT_CHUNKS_A_MINUTE = 3
 
 # What a machine that is busy with other things may add to a delay, without it being a queue that grows.
@@ -111,13 +109,13 @@ def check_uplink(uplink, frames):
 	return len(uplink) / UPLINK_RATE
 
 
-def without_silent_chunks(track):
-	"""A recorded track without OBS's whole chunks of silence, and how many there were: few."""
-	chunks = track[:len(track) // CHUNK * CHUNK].reshape(-1, CHUNK)
-	silent = ~chunks.any(axis=1)
-	count, minutes = np.count_nonzero(silent), len(track) / RATE / 60
+def of_the_source(track):
+	"""A recorded track without OBS's chunks of silence, and how many there were: few."""
+	silent = silent_chunks(track)
+	count = np.count_nonzero(silent) // CHUNK
+	minutes = len(track) / RATE / 60
 	assert count <= MOST_SILENT_CHUNKS_A_MINUTE * minutes, f"{count} chunks of silence in {minutes:.1f} minutes are not OBS's alone"
-	return chunks[~silent].ravel(), count
+	return track[~silent], count
 
 
 def check_dub(recording, clips):
@@ -125,7 +123,7 @@ def check_dub(recording, clips):
 
 	Returns its length in seconds, and how many chunks OBS has left silent in the original, and in the dub.
 	"""
-	(original, original_silent), (dub, dub_silent) = (without_silent_chunks(left_of(recording, track)) for track in (1, 2))
+	(original, original_silent), (dub, dub_silent) = (of_the_source(left_of(recording, track)) for track in (1, 2))
 
 	# OBS places the first chunk of a source to the sample, and each later one right behind the one before it.
 	ahead = original[:RATE].tobytes().find(dub[RATE // 2:RATE // 2 + 64].tobytes()) // 4 - RATE // 2
