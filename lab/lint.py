@@ -20,6 +20,9 @@ from pathlib import Path
 FOLDERS = ("src", "service", "lab/browser-source", "tests")
 # Not for Qt: libobs and the C library are called by the plug-in, too, and give containers that are not Qt's.
 CLAZY = "level0,level1,no-non-pod-global-static,no-qproperty-without-notify"
+# What a test copies, it copies once.
+CLAZY_OF_TESTS = f"{CLAZY},no-detaching-temporary,no-range-loop-detach,no-use-static-qregularexpression"
+TESTS = ("tests", "service/tests")
 
 
 def project_files(suffixes):
@@ -68,13 +71,14 @@ class Lint:
             sum_.update(Path(used).read_bytes() if Path(used).exists() else b"")
         return self.cache / sum_.hexdigest()
 
-    def each(self, tool, settings, arguments):
+    def each(self, tool, settings, command_for):
+        """Has the tool read what it has not found clean yet. command_for: gives what it is called with for a file."""
         started = time.monotonic()
         todo = {name: self.key(tool, settings, name) for name in sorted(self.commands)}
         todo = {name: key for name, key in todo.items() if not key.exists()}
 
         def read(name):
-            done = subprocess.run([*arguments, *self.plain, name], capture_output=True, text=True)
+            done = subprocess.run([*command_for(name), *self.plain, name], capture_output=True, text=True)
             said = "\n".join(line for line in (done.stdout + done.stderr).splitlines()
                              if "warnings generated" not in line and "Suppressed" not in line
                              and "warnings treated as errors" not in line and "Use -header-filter" not in line)
@@ -106,11 +110,14 @@ def main():
     lint.once("cppcheck", ["cppcheck", f"--project={commands}", f"--cppcheck-build-dir={cppcheck}", "-j2", "--quiet", "--check-level=exhaustive",
                            "--std=c++20", "--library=qt", "--enable=warning,performance,portability", "--inline-suppr",
                            "--suppressions-list=tests/cppcheck.txt", "--error-exitcode=1",
+                           # It stops reading a file at a macro that it does not know.
+                           "-DOBS_DECLARE_MODULE()=", "-DOBS_MODULE_USE_DEFAULT_LOCALE(name,locale)=",
                            "--template={file}:{line}: {severity}: {message} [{id}]"])
     settings = [Path(folder, ".clang-tidy") for folder in (".", "tests", "service/tests")]
-    lint.each("clang-tidy", version("clang-tidy") + "".join(path.read_text() for path in settings), ["clang-tidy", "--quiet"])
-    lint.each("clazy", version("clang") + CLAZY, ["clazy-standalone", f"-checks={CLAZY}",
-                                                 "-header-filter=^(?!.*_autogen).*/(src|support|browser-source)/.*"])
+    lint.each("clang-tidy", version("clang-tidy") + "".join(path.read_text() for path in settings), lambda name: ["clang-tidy", "--quiet"])
+    lint.each("clazy", version("clang") + CLAZY + CLAZY_OF_TESTS, lambda name: [
+        "clazy-standalone", f"-checks={CLAZY_OF_TESTS if name.startswith(TESTS) else CLAZY}",
+        "-header-filter=^(?!.*_autogen).*/(src|support|browser-source)/.*"])
     for failure in lint.failed:
         print(f"FAILED: {failure}")
     sys.exit(1 if lint.failed else 0)

@@ -63,7 +63,8 @@ HttpServer::~HttpServer()
 {
 	m_listener.close();
 	// Their last signals are for nobody.
-	for (QSslSocket *socket : findChildren<QSslSocket *>()) {
+	const QList<QSslSocket *> sockets = findChildren<QSslSocket *>();
+	for (QSslSocket *socket : sockets) {
 		disconnect(socket, nullptr, this, nullptr);
 		delete socket;
 	}

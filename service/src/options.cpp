@@ -80,7 +80,8 @@ OptionsResult readOptions(const QStringList &arguments)
 		return {false, {}, parser.helpText(), 0};
 	}
 	if (!parser.positionalArguments().isEmpty()) {
-		return failure(QStringLiteral("Unexpected argument: %1").arg(parser.positionalArguments().first()));
+		return failure(
+			QStringLiteral("Unexpected argument: %1").arg(parser.positionalArguments().constFirst()));
 	}
 
 	OptionsResult result;

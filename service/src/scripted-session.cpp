@@ -100,7 +100,8 @@ void ScriptedSession::sendTts(const script::SendTts &tts)
 	if (tts.start) {
 		m_connection.sendJson(messages::ttsStart(tts.language, tts.clipId, tts.sampleRate));
 	}
-	for (const QByteArray &frame : taggedFrames(tts.language, tts.pcm, tts.frameBytes)) {
+	const QList<QByteArray> frames = taggedFrames(tts.language, tts.pcm, tts.frameBytes);
+	for (const QByteArray &frame : frames) {
 		m_connection.sendBinary(frame);
 	}
 	if (tts.end) {

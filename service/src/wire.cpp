@@ -116,7 +116,8 @@ QList<QByteArray> taggedFrames(const QString &language, const QByteArray &pcm, q
 {
 	const QByteArray tag = tagBytes(language);
 	QList<QByteArray> tags{tag};
-	for (const QString &known : languageCodes()) {
+	const QStringList codes = languageCodes();
+	for (const QString &known : codes) {
 		tags.append(tagBytes(known));
 	}
 	QList<QByteArray> frames;
