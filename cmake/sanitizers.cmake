@@ -9,10 +9,8 @@ if(TALVORA_SANITIZE)
     # A copy that the compiler writes out itself is checked; one in the C library is, too, but is seen as part of it.
     add_compile_options(-fno-builtin-memcpy)
   endif()
-  set(suppressions ${PROJECT_SOURCE_DIR}/tests/sanitizers)
   set(sanitizer_environment
     "ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1:strict_init_order=1"
-    "LSAN_OPTIONS=suppressions=${suppressions}/leak.supp:print_suppressions=0"
     "UBSAN_OPTIONS=print_stacktrace=1"
     # What Qt's and OBS's libraries do is not looked at: they are built without the sanitizer, which does not see how
     # they keep their threads apart. Neither are the C library's copies then, see below.
@@ -26,7 +24,7 @@ function(talvora_sanitizer_settings)
     set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT ${sanitizer_environment})
     if(test STREQUAL audio-ring-test)
       # Threads, atomics and copies without any of these libraries: all of it is looked at.
-      set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "TSAN_OPTIONS=suppressions=${suppressions}/thread.supp:print_suppressions=0:second_deadlock_stack=1")
+      set_property(TEST ${test} APPEND PROPERTY ENVIRONMENT "TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/sanitizers/thread.supp:print_suppressions=0:second_deadlock_stack=1")
     endif()
   endforeach()
 endfunction()

@@ -7,12 +7,12 @@
 
 bool AudioQueue::push(const QByteArray &bytes)
 {
-	const QMutexLocker lock(&m_mutex);
+	const std::scoped_lock lock(m_mutex);
 	if (m_bytes.size() + bytes.size() > kCapacity) {
 		return false;
 	}
 	m_bytes.append(bytes);
-	m_changed.wakeOne();
+	m_changed.notify_one();
 	return true;
 }
 
@@ -20,10 +20,8 @@ std::vector<int16_t> AudioQueue::take()
 {
 	QByteArray bytes;
 	{
-		const QMutexLocker lock(&m_mutex);
-		while (m_bytes.size() < 2 && !m_ended) {
-			m_changed.wait(&m_mutex);
-		}
+		std::unique_lock lock(m_mutex);
+		m_changed.wait(lock, [this] { return m_bytes.size() >= 2 || m_ended; });
 		if (m_ended) {
 			return {};
 		}
@@ -38,14 +36,14 @@ std::vector<int16_t> AudioQueue::take()
 
 void AudioQueue::end()
 {
-	const QMutexLocker lock(&m_mutex);
+	const std::scoped_lock lock(m_mutex);
 	m_ended = true;
 	m_bytes.clear();
-	m_changed.wakeOne();
+	m_changed.notify_one();
 }
 
 bool AudioQueue::isEnded() const
 {
-	const QMutexLocker lock(&m_mutex);
+	const std::scoped_lock lock(m_mutex);
 	return m_ended;
 }

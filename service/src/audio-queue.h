@@ -2,10 +2,10 @@
 #pragma once
 
 #include <QByteArray>
-#include <QMutex>
-#include <QWaitCondition>
 
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <vector>
 
 /// Audio on its way from the network thread to a decoder. Holds at most a minute; what a client sends beyond that is
@@ -27,8 +27,8 @@ public:
 	[[nodiscard]] bool isEnded() const;
 
 private:
-	mutable QMutex m_mutex;
-	QWaitCondition m_changed;
+	mutable std::mutex m_mutex;
+	std::condition_variable m_changed;
 	QByteArray m_bytes;
 	bool m_ended = false;
 };

@@ -19,7 +19,7 @@ void EventLog::write(const QString &event, int connection, QJsonObject details)
 
 void EventLog::writeAt(qint64 monoMs, const QString &event, int connection, QJsonObject details)
 {
-	const QMutexLocker lock(&m_mutex);
+	const std::scoped_lock lock(m_mutex);
 	if (!m_file.isOpen()) {
 		return;
 	}

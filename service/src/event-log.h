@@ -3,8 +3,9 @@
 
 #include <QFile>
 #include <QJsonObject>
-#include <QMutex>
 #include <QString>
+
+#include <mutex>
 
 /// Writes what the service does as JSON lines, each with "event", "mono_ms" (CLOCK_MONOTONIC) and "wall" (UTC).
 /// Callable from any thread. Without a file it does nothing.
@@ -17,6 +18,6 @@ public:
 	void writeAt(qint64 monoMs, const QString &event, int connection, QJsonObject details = {});
 
 private:
-	QMutex m_mutex;
+	std::mutex m_mutex;
 	QFile m_file;
 };
