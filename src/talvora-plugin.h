@@ -146,7 +146,10 @@ private:
 
 	TalvoraPlugin();
 
-	/** One chunk of the captured source. OBS's audio thread; allocates nothing and never blocks for long. */
+	/**
+	 * One chunk of the captured source. OBS's audio thread; never blocks for long, and allocates nothing but the
+	 * event that tells the user-interface thread of a clip's start or end.
+	 */
 	static void audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted);
 	void captureChunk(obs_source_t *source, const audio_data &audio);
 

@@ -47,6 +47,8 @@ TESTS_OF = {
     "settings": ["settings-test", "talvora-plugin-test"],
     "sign-in-page": ["sign-in-page-test", "oauth-listener-test"],
     "speech-resampler": ["speech-queue-test", "exactness-test", "dubbed-source-test"],
+    "talvora-plugin-capture": ["talvora-plugin-test"],
+    "talvora-plugin-outputs": ["talvora-plugin-test"],
     "tts-assembler": ["tts-assembler-test", "exactness-test"],
     "ws-client": ["ws-client-test", "ws-client-messages-test", "ws-client-uplink-test", "ws-client-speech-test"],
     "ws-state": ["ws-client-test", "plugin-dock-test"],
