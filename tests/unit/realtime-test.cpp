@@ -23,6 +23,7 @@
 #include <optional>
 #include <shared_mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 // In front of libobs's own: what it does with a chunk is OBS's business.
@@ -48,6 +49,7 @@ private Q_SLOTS:
 
 	void guardSeesLocksWaitsAndHoldTimes();
 	void callbackWaitsForNothingButItsLocks();
+	void clipCostsOnePostedEventAtItsStartAndOneAtItsEnd();
 	void callbackMeetsItsLocksShortly();
 
 private:
@@ -157,7 +159,7 @@ void TalvoraPluginTest::callbackWaitsForNothingButItsLocks()
 {
 	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200000, 'x'), 24000);
 	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(), 24000);
-	// The start of a clip is posted to the user-interface thread; that may allocate and take the lock of its queue.
+	// The start of a clip is posted to the user-interface thread, see below.
 	play(1024);
 
 	HeapGuard heap;
@@ -177,6 +179,46 @@ void TalvoraPluginTest::callbackWaitsForNothingButItsLocks()
 		QVERIFY(guard.locked(lock));
 	}
 	QCOMPARE(guard.locks(), size_t{5});
+}
+
+void TalvoraPluginTest::clipCostsOnePostedEventAtItsStartAndOneAtItsEnd()
+{
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	plugin->onWsStateChanged(WsState::Disconnected);
+	const auto cost = [](const auto &action) {
+		HeapGuard heap;
+		BlockingGuard guard;
+		action();
+		guard.stop();
+		heap.stop();
+		return std::pair(heap.calls(), guard.waits());
+	};
+	// What Qt needs for one event of this size: memory for it, and waking the user-interface thread up.
+	const auto post = [this] {
+		QMetaObject::invokeMethod(
+			plugin,
+			[self = plugin, code = u"es"_s, clip = 1] {
+				self->dubbedSources.contains(code + QString::number(clip));
+			},
+			Qt::QueuedConnection);
+	};
+	for (int i = 0; i < 4; ++i) {
+		post();
+	}
+	QCoreApplication::processEvents();
+	const std::pair posted = cost(post);
+	QVERIFY(posted.first > 0);
+	const std::pair nothing(0, 0);
+
+	// 2400 samples at 24 kHz are 4800 frames: the start in the first chunk of 1024, the end in the fifth.
+	plugin->onTtsAudioReady(u"es"_s, 5, QByteArray(4800, 'x'), 24000);
+	plugin->onTtsAudioReady(u"es"_s, 5, QByteArray(), 24000);
+	QCOMPARE(cost([this] { play(1024); }), posted);
+	for (int chunk = 2; chunk <= 4; ++chunk) {
+		QCOMPARE(cost([this] { play(1024); }), nothing);
+	}
+	QCOMPARE(cost([this] { play(1024); }), posted);
+	QCOMPARE(cost([this] { play(1024); }), nothing);
 }
 
 void TalvoraPluginTest::callbackMeetsItsLocksShortly()
