@@ -71,6 +71,17 @@ void FaultProxy::setStalled(bool stalled)
 	stalledBoth = stalled;
 }
 
+qint64 FaultProxy::waitingDown() const
+{
+	qint64 bytes = 0;
+	for (const auto &pair : pairs) {
+		for (const Batch &batch : pair->down) {
+			bytes += batch.bytes.size();
+		}
+	}
+	return bytes;
+}
+
 void FaultProxy::setHeld(bool held)
 {
 	heldDown = held;

@@ -51,6 +51,8 @@ public:
 	void setPieces(int bytes) { pieceBytes = bytes; }
 	/** What comes from the service is held back until it is released, in one piece. */
 	void setHeld(bool held);
+	/** Bytes that have come from the service and not gone on yet, over all connections. */
+	qint64 waitingDown() const;
 
 	/** Sends bytes to the client of the newest connection as if they were the service's. */
 	void inject(const QByteArray &bytes);
