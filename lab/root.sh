@@ -112,6 +112,7 @@ build() {
 		--setup-hook="cp -al '$apt_dir'/archives/*.deb \"\$1/var/cache/apt/archives/\" 2>/dev/null || cp '$apt_dir'/archives/*.deb \"\$1/var/cache/apt/archives/\"" \
 		--customize-hook='mkdir -p "$1/talvora" "$1/var/lib/talvora-ca"' \
 		--customize-hook='CAROOT=/var/lib/talvora-ca chroot "$1" mkcert -install' \
+		--customize-hook='chroot "$1" update-ccache-symlinks' \
 		"$suite" "$part" "deb $mirror $suite main" >&2 ||
 		die "Making the root filesystem failed: see the lines above, then run the same command again."
 	mv "$part" "$root"
