@@ -4,21 +4,24 @@
 
 usage: exactness.py [--check]
 
-Log lines, keys, texts and interfaces are read from the sources and looked up in the tests. What cannot be read off the
-sources, the constants' values and the behaviour at the edges, is written down in tests/claims.txt. Ends non-zero when
-something has no test, when a test that is named does not exist, or when it does not hold the literal. With --check
-nothing is written, and a table that is not up to date is a failure, too.
+Log lines, keys, texts and interfaces are read from the sources and looked up in the tests; where that does not find the
+test, tests/claims.txt names it. There, too, is what cannot be read off the sources: the constants' values, which must be
+those of the sources, and the behaviour at the edges. Ends non-zero when something has no test, when a test that is named
+does not exist, or when it does not hold the literal. With --check nothing is written, and a table that is not up to date
+is a failure, too.
 """
 
 import re
 import sys
 from dataclasses import dataclass, field
+from functools import cache
 from pathlib import Path
 
 CHECKOUT = Path(__file__).resolve().parents[1]
 TABLE = CHECKOUT / "docs/exactness.md"
 CLAIMS = CHECKOUT / "tests/claims.txt"
 SHOWN_TESTS = 3
+SHOWN_CHARACTERS = 160
 
 STRING = r'"(?:\\.|[^"\\\n])*"'
 
@@ -27,6 +30,7 @@ def plain(text):
     """C++ text with neighbouring literals joined and characters written as themselves."""
     text = re.sub(rf"{STRING}(?:\s+(?:u8|u)?{STRING})+", lambda run: '"' + "".join(
         part[1:-1] for part in re.findall(STRING, run[0])) + '"', text)
+    text = re.sub(r"\\xe2\\x80\\x94", "\u2014", text)
     return re.sub(r"\\u([0-9a-fA-F]{4})", lambda match: chr(int(match[1], 16)), text)
 
 
@@ -35,6 +39,8 @@ class Test:
     file: str
     name: str
     text: str
+    # All that the file declares, its support's headers among it.
+    declared: str = ""
 
     def __str__(self):
         return f"{self.file} `{self.name}`"
@@ -51,6 +57,8 @@ def closure(name, chunks, seen):
 
 def unit_tests(path):
     text = plain(path.read_text())
+    headers = [path.parent / "support" / header for header in re.findall(r'#include "([\w-]+\.h)"', text)]
+    declared = code(text) + "".join(code(header.read_text()) for header in headers if header.exists())
     chunks = {}
     for match in re.finditer(r"^\t\w[^\n;=({]*?(\w+)\([^\n]*\)(?: const)?(?:\n\t\{\n.*?^\t\}| \{ [^\n]* \}$)", text, re.M | re.S):
         chunks[match[1]] = match[0]
@@ -58,13 +66,15 @@ def unit_tests(path):
     for match in re.finditer(head + r"\([^;{]*?\)(?: const)?\n\{\n.*?^\}", text, re.M | re.S):
         chunks[match[1]] = chunks.get(match[1], "") + match[0]
     for match in re.finditer(head + r"(?:\[\w*\])?(?: ?=|\{|\()[^\n]*(?:\n[\t ][^\n]*)*\n?\)*\}*;", text, re.M):
-        chunks.setdefault(match[1], match[0])
-    slots = set(re.findall(r"^\t?void (?:\w+::)?(\w+)\(\)$", text, re.M)) - {"init", "cleanup", "initTestCase", "cleanupTestCase"}
-    for name in sorted(slots):
+        if match[0] not in chunks.get(match[1], ""):
+            chunks[match[1]] = chunks.get(match[1], "") + match[0]
+    slots = "".join(re.findall(r"^private Q_SLOTS:\n(.*?)^(?:private|public|\})", text, re.M | re.S))
+    names = set(re.findall(r"^\tvoid (\w+)\(\)", slots, re.M))
+    for name in sorted(names - {"init", "cleanup", "initTestCase", "cleanupTestCase"}):
         if not name.endswith("_data"):
             seen = set()
             body = closure(name, chunks, seen) + closure(name + "_data", chunks, seen)
-            yield Test(path.name.removesuffix(".cpp"), name, body)
+            yield Test(path.name.removesuffix(".cpp"), name, body, declared)
 
 
 def obs_tests(path):
@@ -103,9 +113,33 @@ class Report:
             self.holes.append(f"{section}: {claim}")
 
 
+def code(text):
+    """A source without comments and includes. Of a page the texts between its tags are left."""
+    def kept(part):
+        if part["page"] is None:
+            return part["text"] or ""
+        return ", ".join(f'"{shown}"' for shown in re.findall(r">([^<>{}\n]+)<", part["page"]))
+
+    dropped = r"""//[^\n]*|/\*.*?\*/|^#include[^\n]*|'\\?"'"""
+    return re.sub(rf'R"\((?P<page>.*?)\)"|(?P<text>{STRING})|{dropped}', kept, text, flags=re.M | re.S)
+
+
 def sources(pattern="*"):
-    return {path.name: plain(path.read_text()) for path in sorted((CHECKOUT / "src").glob(pattern))
-            if path.suffix in (".cpp", ".h")}
+    return {path.name: plain(code(path.read_text())) for path in sorted((CHECKOUT / "src").glob(pattern))
+            if re.search(r"\.(cpp|h)(\.in)?$", path.name)}
+
+
+@cache
+def homes(name):
+    """The tests of a source: those named after it, else those named after what it is a part of."""
+    files = [path.stem.removesuffix("-test") for path in (CHECKOUT / "tests/unit").glob("*-test.cpp")]
+    stem = name.split(".")[0]
+    return [file for file in files if f"{file}-".startswith(f"{stem}-")] or [
+        file for file in files if f"{stem}-".startswith(f"{file}-")]
+
+
+def own(test, name):
+    return test.file.removesuffix("-test") in homes(name)
 
 
 def log_lines(report, tests):
@@ -135,47 +169,106 @@ def quoted(word):
     return re.compile(r'\\?["\']' + re.escape(word) + r'\\?["\']')
 
 
-def keys(report, tests, section, text, prefixes):
-    for word in dict.fromkeys(re.findall(r'"([A-Za-z_]\w*)"', text)):
+def keys(report, tests, section, file, prefixes, left):
+    for word in [text for name, text in left if name == file and re.fullmatch(r"[A-Za-z_]\w*", text)]:
+        del left[file, word]
         found = [test for test in tests if test.file.startswith(prefixes) and quoted(word).search(test.text)]
         report.add(section, f"`{word}`", found)
 
 
-def locale_keys(report, tests):
+def locale_keys(report, tests, left):
     for key in re.findall(r"^([\w.]+)=", (CHECKOUT / "data/locale/en-US.ini").read_text(), re.M):
-        report.add("Texts for the user", f"`{key}`", [test for test in tests if quoted(key).search(test.text)])
+        report.add("Keys of the texts in the user's language", f"`{key}`",
+                   [test for test in tests if quoted(key).search(test.text)])
+        for place in [place for place in left if place[1] == key]:
+            del left[place]
+
+
+def texts(report, tests, left):
+    for name, text in left:
+        report.add("Texts", f'`"{shortened(text)}"` ({name})',
+                   [test for test in tests if own(test, name) and shows(test.text, text)])
+
+
+def shows(text, literal):
+    """Whether a test holds this text whole. Where it begins or ends with a value or a space, the test's may go on."""
+    if not re.search(r"[^\W\d_]{2}", literal):
+        return quoted(literal).search(text)
+    before = "" if re.match(r" |<|%\d", literal) else r"""["'>]"""
+    after = "" if re.search(r"[ >]$|%\d+$", literal) else r"""["'<]"""
+    return contains(text, literal, before, after)
+
+
+def contains(text, literal, before=r"(?<!\w)", after=r"(?!\w)"):
+    return re.search(before + r'[^"\n]*?'.join(map(re.escape, re.split(r"%\d+", literal))) + after, text)
+
+
+def methods(kind, body, section):
+    """The public member functions of a class's body, without constructors and what overrides."""
+    found = []
+    for line in body.splitlines():
+        if re.match(r"(public|private|protected|Q_SIGNALS)", line):
+            section = line
+        elif re.match(r"(?:public|Q_SIGNALS)", section):
+            match = re.match(r"\t(?!friend|return|explicit|std::mem|Q_)[^=(\t]*?(~?\b\w+)\(", line)
+            if match and "= delete" not in line and "override" not in line and match[1].lstrip("~") != kind:
+                found.append(match[1])
+    return dict.fromkeys(found)
+
+
+@cache
+def objects(kind, declared):
+    """A pattern of what a test calls its objects of a class: by a name, as a function gives them, or made on the spot."""
+    names = re.findall(rf"\b{kind}\b(?: const)?>*\s*[*&]*\s*(?:const )?(\w+)", declared)
+    names += re.findall(rf"\bauto\b[\s*&]*(\w+) = [^;]*?\b{kind}\b", declared)
+    named = rf"\b(?:{'|'.join(sorted(set(names)))})(?:\(\)|\[[^]]*\])?|" if names else ""
+    return rf"(?:{named}\b{kind}(?:::instance\(\)|\([^()]*\)|{{[^{{}}]*}}))"
+
+
+def uses(kind, method, test):
+    """Whether a test calls or connects to this member of an object of this class."""
+    return method in test.text and re.search(
+        rf"(?:{objects(kind, test.declared)}(?:\.|->)|\b{kind}::){method}\b", test.text)
 
 
 def interfaces(report, tests):
     said = [row for rows in report.sections.values() for row in rows]
+
+    def add(name, function, used):
+        found = [test for test in tests if used(test)] or [
+            test for row in said if f"`{function}`" in row.claim for test in row.tests]
+        report.add("Interfaces", f"`{function}`", sorted(found, key=lambda test: not own(test, name)))
+
     for name, text in sources("*.h").items():
         for kind, body in re.findall(r"^(?:class|struct) (\w+)[^\n;]*\{\n(.*?)^\};", text, re.M | re.S):
-            public = []
             section = "private" if f"class {kind}" in text else "public"
-            for line in body.splitlines():
-                if re.match(r"(public|private|protected|Q_SIGNALS)", line):
-                    section = line
-                elif re.match(r"(?:public|Q_SIGNALS)", section):
-                    match = re.match(r"\t(?!friend|return|\*|/)[^=(\t]*?\b(~?\w+)\(", line)
-                    if match and "= delete" not in line and "override" not in line and not line.startswith(("\tQ_", "\tstd::mem", "\texplicit")):
-                        public.append(match[1])
-            for method in dict.fromkeys(public):
-                if method.lstrip("~") == kind:
-                    continue
-                used = re.compile(rf"(?:\.|->|::|\b){method}\b")
-                found = [test for test in tests if used.search(test.text)]
-                own = [test for test in found if Path(name).stem.startswith(test.file.removesuffix("-test"))]
-                found = found or [test for row in said if f"`{kind}::{method}`" in row.claim for test in row.tests]
-                report.add("Interfaces", f"`{kind}::{method}`", own + [test for test in found if test not in own])
+            for method in methods(kind, body, section):
+                add(name, f"{kind}::{method}", lambda test: uses(kind, method, test))
+        space = "".join(re.findall(r"^namespace (\w+)", text, re.M)[:1])
+        for function in re.findall(r"^(?!using|static_assert|Q_|#)[\w][^\n=({]*?(\w+)\(", text, re.M):
+            full = f"{space}::{function}" if space else function
+            add(name, full, lambda test: re.search(rf"(?<![\w.>:]){full}\(", test.text))
+
+
+CONSTANT = re.compile(r"^(?:\t?(?:static |inline )*constexpr|\t(?:static |inline )+const|(?:static |inline )*const) "
+                      r'[^=\n({]*?(\w+)(?:\[\w*\])?(?: = (?!\[)|(?={)|(?=\(["\d-]))'
+                      rf'((?:{STRING}|[^;"])*);', re.M)
 
 
 def constants():
     """Every constant of the sources: file and name to value."""
+    return {(name, match[1]): re.sub(rf"({STRING})|\s+", lambda part: part[1] or " ", match[2])
+            for name, text in sources().items() for match in CONSTANT.finditer(text)}
+
+
+def literals():
+    """Every other text of the sources but the log lines: file and text."""
     found = {}
     for name, text in sources().items():
-        head = r"^\t?(?:static )?constexpr [^=\n(]*?(\w+)(?:\[\])? = "
-        for constant, value in re.findall(head + rf'((?:{STRING}|[^;"])*);', text, re.M):
-            found[name, constant] = re.sub(r"\s+", " ", value)
+        text = CONSTANT.sub("", text)
+        text = re.sub(rf"static_assert\(.*?\);|talvora_log\(\w+,\s*{STRING}", "", text, flags=re.S)
+        found |= {(name, literal[1:-1]): True for literal in re.findall(STRING, text)
+                  if not re.fullmatch(r'"(%\d+)?"', literal)}
     return found
 
 
@@ -186,53 +279,89 @@ def holds(text, literal):
     return re.search(before + re.escape(literal) + after, text)
 
 
-def claims(report, tests):
-    by_name = {(test.file, test.name): test for test in tests}
-    room, claim, named, note = "", "", [], ""
-    values = constants()
+FILE = r"[\w-]+\.(?:cpp|h)(?:\.in)?"
 
-    def finish():
-        nonlocal claim, named, note
-        if claim:
-            report.add(room, claim, named, note)
-        claim, named, note = "", [], ""
 
-    for number, line in enumerate(CLAIMS.read_text().splitlines(), 1):
-        where = f"claims.txt:{number}"
-        if line.startswith("# "):
-            finish()
-            room = line[2:]
-        elif line.startswith("- "):
-            finish()
-            claim = line[2:]
-            constant = re.fullmatch(r"([\w.-]+\.(?:cpp|h)) (\w+)(?: = (.*))?", claim)
-            if constant:
-                value = values.pop((constant[1], constant[2]), None)
-                if value is None or value != constant[3] and not value.startswith('"'):
-                    report.holes.append(f"{where}: {constant[1]} {constant[2]} is {value}, not {constant[3]}")
-                claim = f"`{constant[2]}` = `{value}` ({constant[1]})"
-        elif line.startswith("  none: "):
-            note = line[8:]
-        elif line.startswith("  "):
-            match = re.fullmatch(r"  ([\w/-]+) (\w+): (.+)", line)
-            test = by_name.get((match[1], match[2])) if match else None
-            if not test:
-                report.holes.append(f"{where}: no such test: {line.strip()}")
-                continue
-            named.append(test)
-            for literal in match[3].split(" ¦ "):
-                if not holds(test.text, plain(literal)):
-                    report.holes.append(f"{where}: {test} does not hold {literal}")
-        elif line and not line.startswith("//"):
-            report.holes.append(f"{where}: not a room, a claim or a test: {line}")
-    finish()
+class Claims:
+    """Reads tests/claims.txt. What it says of constants and texts of the sources is taken out of `values` and `left`."""
+
+    def __init__(self, report, tests, values, left):
+        self.report, self.values, self.left = report, values, left
+        self.tests = {(test.file, test.name): test for test in tests}
+        self.room, self.claim, self.named, self.note, self.strings = "", "", [], "", []
+
+    def hole(self, text):
+        self.report.holes.append(f"claims.txt:{self.number}: {text}")
+
+    def read(self):
+        for self.number, line in enumerate(CLAIMS.read_text().splitlines(), 1):
+            if line.startswith("# "):
+                self.finish()
+                self.room = line[2:]
+            elif line.startswith("- "):
+                self.finish()
+                self.begin(line[2:])
+            elif line.startswith("  none: "):
+                self.note = line[8:]
+            elif line.startswith("  "):
+                self.name_test(line.strip())
+            elif line and not line.startswith("//"):
+                self.hole(f"not a room, a claim or a test: {line}")
+        self.finish()
+
+    def begin(self, claim):
+        self.claim = claim
+        if match := re.fullmatch(rf"({FILE}) (\w+)(?: = (.*))?", claim):
+            file, name, said = match.groups()
+            value = self.values.pop((file, name), "")
+            self.strings = [] if said else re.findall(STRING, value)
+            if said != value and not self.strings:
+                self.hole(f"{file} {name} is {value or 'not there'}, not {said}")
+            self.claim = f"`{name}` = `{shortened(value)}` ({file})"
+        elif match := re.fullmatch(rf"({FILE})((?: {STRING})+)", claim):
+            for text in re.findall(STRING, match[2]):
+                if not self.left.pop((match[1], text[1:-1]), None):
+                    self.hole(f"{match[1]} has no text {text}")
+            self.claim = f"`{match[2].strip()}` ({match[1]})"
+
+    def name_test(self, line):
+        match = re.fullmatch(r"([\w/-]+) (\w+): (.+)", line)
+        test = self.tests.get((match[1], match[2])) if match else None
+        if not test:
+            self.hole(f"no such test: {line}")
+            return
+        self.named.append(test)
+        for literal in match[3].split(" ¦ "):
+            if not holds(test.text, plain(literal)):
+                self.hole(f"{test} does not hold {literal}")
+
+    def finish(self):
+        if self.claim:
+            self.report.add(self.room, self.claim, self.named, self.note)
+        for string in self.strings:
+            if not self.note and not any(contains(test.text, string[1:-1]) for test in self.named):
+                self.hole(f"above this line: no test of it holds {string}")
+        self.claim, self.named, self.note, self.strings = "", [], "", []
+
+
+def unclaimed(report, values, left):
+    """A constant that is a text is looked up as one; of any other something must be said."""
     for (file, name), value in values.items():
-        text = re.match(STRING, value)
-        if text:
-            wanted = text[0][1:-1]
-            report.add("Constants that are texts", f"`{name}` ({file})", [test for test in tests if wanted in test.text])
+        if re.fullmatch(rf"\(?{STRING}\)?", value):
+            left[file, value.strip("()")[1:-1]] = True
         else:
             report.holes.append(f"claims.txt: nothing is said of {file} {name} = {value}")
+
+
+def unread(report):
+    """Constants in a form that is not read would be missing without a word."""
+    for file, text in sources().items():
+        for line in re.findall(r"^.*(?<!if )\bconstexpr\b.*$", CONSTANT.sub("", text), re.M):
+            report.holes.append(f"{file}: not read: {line.strip()}")
+
+
+def shortened(text):
+    return text if len(text) <= SHOWN_CHARACTERS else text[:SHOWN_CHARACTERS - 1] + "…"
 
 
 def cell(text):
@@ -258,13 +387,16 @@ def table(report, tests):
 def main():
     tests = all_tests()
     report = Report()
-    claims(report, tests)
+    values, left = constants(), literals()
+    Claims(report, tests, values, left).read()
+    unclaimed(report, values, left)
+    unread(report)
     log_lines(report, tests)
-    keys(report, tests, "Messages of the service: types and members",
-         "".join(text for name, text in sources().items() if name == "service-messages.cpp"),
-         ("service-messages", "ws-client", "obs/"))
-    keys(report, tests, "Settings file: members", sources()["settings.cpp"], ("settings", "talvora-plugin", "obs/"))
-    locale_keys(report, tests)
+    keys(report, tests, "Messages of the service: types and members", "service-messages.cpp",
+         ("service-messages", "ws-client", "obs/"), left)
+    keys(report, tests, "Settings file: members", "settings.cpp", ("settings", "talvora-plugin", "obs/"), left)
+    locale_keys(report, tests, left)
+    texts(report, tests, left)
     interfaces(report, tests)
 
     written = table(report, tests)

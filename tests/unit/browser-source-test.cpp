@@ -12,6 +12,7 @@
 
 #include <obs-module.h>
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 
@@ -75,6 +76,11 @@ void PluginDockTest::missingTypeIsNoticed()
 void PluginDockTest::dockShowsANote()
 {
 	QCOMPARE(notes(), 1);
+	const PluginDock dock(plugin.get(), nullptr);
+	const auto labels = dock.findChildren<QLabel *>();
+	const auto note = std::ranges::find(labels, kNoteKey, &QLabel::text);
+	QVERIFY(note != labels.end());
+	QCOMPARE((*note)->styleSheet(), u"color: orange; font-size: 11px;"_s);
 }
 
 void PluginDockTest::logSaysItOnceWhenCaptionsAreWanted()

@@ -283,6 +283,7 @@ void PluginDockTest::widgetsFromTopToBottom()
 		 u"Dock.Auth.ConnectApiKey"_s);
 
 	QWidget *section = dock->loginPanel->parentWidget();
+	QCOMPARE(section->styleSheet(), u"QPushButton:flat { background-color: transparent; }"_s);
 	QCOMPARE(section->layout()->contentsMargins(), QMargins());
 	QLayout *header = section->layout()->itemAt(0)->layout();
 	const auto *title = qobject_cast<QLabel *>(header->itemAt(0)->widget());

@@ -319,6 +319,9 @@ void PluginDockTest::swatchesAndSliders()
 		QCOMPARE(swatch->text(), QString());
 		QCOMPARE(swatch->minimumSize(), QSize(40, 24));
 		QCOMPARE(swatch->maximumSize(), QSize(40, 24));
+		QCOMPARE(swatch->parentWidget()->styleSheet(),
+			 u"QPushButton { padding: 0px; min-width: 38px; max-width: 38px; "
+			 "min-height: 22px; max-height: 22px; }"_s);
 	}
 	for (const QSlider *slider : {dock->opacitySlider, dock->duckingSlider, dock->ttsVolumeSlider}) {
 		QCOMPARE(slider->orientation(), Qt::Horizontal);

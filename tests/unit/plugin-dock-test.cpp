@@ -178,6 +178,7 @@ void PluginDockTest::brandAndTagline()
 	QCOMPARE(brand->text(), u"Talvora"_s);
 	QCOMPARE(brand->font().pointSize(), 14);
 	QCOMPARE(brand->font().weight(), QFont::Bold);
+	QCOMPARE(brand->styleSheet(), u"font-size: 14pt;"_s);
 	QCOMPARE(brand->alignment(), Qt::AlignCenter);
 	const QLabel *tagline = labels.at(1);
 	QCOMPARE(tagline->text(), u"Dock.Tagline"_s);

@@ -56,6 +56,7 @@ void SignInPageTest::successPageHoldsAllItsParts_data()
 	QTest::newRow("check mark's length") << R"(polyline \{ stroke-dasharray: 24; stroke-dashoffset: 24;)";
 	QTest::newRow("heading's look")
 		<< R"(h1 \{ margin: 0 0 8px; font-size: 22px; color: #fafafa; \}\sp \{ margin: 0 0 24px; \})";
+	QTest::newRow("pill") << R"(<div class="pill"><span class="dot"></span>Signed in</div>)";
 	QTest::newRow("pill's look")
 		<< R"(gap: 8px; padding: 4px 14px;\s*border: 1px solid #27272a; border-radius: 999px; font-size: 13px; \})";
 	QTest::newRow("closes itself")

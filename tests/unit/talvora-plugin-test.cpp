@@ -993,6 +993,8 @@ void TalvoraPluginTest::dubsFollowTheSelection()
 	QCOMPARE(log->ownLines().filter(u"Talvora: creating"_s),
 		 (QStringList{u"[talvora-obs] Talvora: creating dubbed source for 'es' (Spanish)"_s,
 			      u"[talvora-obs] Talvora: creating dubbed source for 'fr' (French)"_s}));
+	QCOMPARE(plugin->dubbingLanguages(), (QStringList{u"es"_s, u"fr"_s}));
+	QCOMPARE(plugin->captionLanguages(), (QStringList{u"de"_s, u"es"_s}));
 	QCOMPARE(plugin->dubbedSources.size(), size_t{2});
 	const DubbedSource *french = plugin->dubbedSources.at(u"fr"_s).get();
 
