@@ -31,6 +31,8 @@ SCENE = "Scene"
 
 # What OBS logs when sources are left that it wants to be rid of.
 NOT_CLEARED = "Not all sources were cleared"
+# Said of a recording during which OBS's mixer was so late that it wants to wait longer for sources from then on.
+BUFFERING_ADDED = "OBS has added audio buffering"
 
 # Lines by which OBS or Qt say that something was not cleaned up or was called at the wrong time.
 COMPLAINTS = re.compile(

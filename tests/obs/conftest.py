@@ -11,7 +11,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from dock_user import User  # noqa: E402
-from lab.obs import NOT_CLEARED, Obs, media_file, obs_version  # noqa: E402
+from lab.obs import BUFFERING_ADDED, NOT_CLEARED, Obs, media_file, obs_version  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
 from lab.service import LocalService  # noqa: E402
 from sessions import MICROPHONE, constant_wav  # noqa: E402
@@ -24,14 +24,17 @@ def pytest_addoption(parser):
 	parser.addoption("--seed", type=int, default=None, help="of what tests do at random; printed, so that it can be repeated")
 
 
-def faults_of_obs():
+def faults_of_obs(changes_scenes):
 	"""By what a test fails now and then that OBS fails without the module, too. What the module did, it would do in every run."""
+	# A machine that gives OBS's audio thread no time: it then leaves a part of all sources out of what it records, those that
+	# the module has nothing to do with among them.
+	faults = [BUFFERING_ADDED]
 	if obs_version() < (32, 0, 0):
 		# The mixer crashes at one of about a thousand changes of the collection (twice in five runs of 400 without the module).
-		return {"reruns": 2, "only_rerun": [r"OBS closed the connection after SetCurrentSceneCollection"]}
+		return {"reruns": 2, "only_rerun": [*faults, r"OBS closed the connection after SetCurrentSceneCollection"]}
 	# After a change of scene it keeps a scene for ever (3 of 26 runs without the module), or three or four pieces of memory
 	# (7 of 52). A change of scene just after one of the collection is the worst: 14 of 28 runs without the module.
-	return {"reruns": 5, "only_rerun": [NOT_CLEARED, r"Number of memory leaks: [34]\b"]}
+	return {"reruns": 5 if changes_scenes else 2, "only_rerun": [*faults, NOT_CLEARED, r"Number of memory leaks: [34]\b"]}
 
 
 def pytest_collection_modifyitems(config, items):
@@ -41,7 +44,7 @@ def pytest_collection_modifyitems(config, items):
 	config.hook.pytest_deselected(items=others)
 	items[:] = [item for number, item in enumerate(items) if number % shares == share - 1]
 	for item in items:
-		item.add_marker(pytest.mark.flaky(**faults_of_obs()))
+		item.add_marker(pytest.mark.flaky(**faults_of_obs(item.get_closest_marker("changes_scenes") is not None)))
 
 
 @pytest.fixture

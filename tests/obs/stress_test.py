@@ -7,7 +7,7 @@ import shutil
 import numpy as np
 
 from lab.media import CHUNK, read_track, silent_chunks
-from lab.obs import media_file
+from lab.obs import BUFFERING_ADDED, media_file
 from sessions import AUTHENTICATED, LET_IN, MICROPHONE, noise_wav, session_config, target
 
 SECOND = "Second microphone"
@@ -78,19 +78,22 @@ class RestlessUser:
 		self._obs.request("RemoveInput", inputName=passing)
 
 
-def check_no_gap(track, frames):
-	"""What was recorded of a source is one piece of its file, sample for sample, and was hardly ever waited for."""
+def check_no_gap(track, frames, meanwhile):
+	"""What was recorded of a source is one piece of its file, sample for sample, and was hardly ever waited for.
+
+	meanwhile: what OBS had to do, to be said with a failure.
+	"""
 	samples = np.trim_zeros(track[:, 0])
 	silent = silent_chunks(samples)
 	late = np.count_nonzero(silent) // CHUNK
-	assert late <= MOST_LATE, f"the source's audio was held up: {late} chunks came late"
+	assert late <= MOST_LATE, f"the source's audio was held up: {late} chunks came late{meanwhile}"
 	samples = samples[~silent]
 	original = frames[:, 0].astype(np.float32) / np.float32(32768)
 	place = original.tobytes().find(samples[:64].tobytes())
 	assert place >= 0 and place % 4 == 0, "what was recorded first is nowhere in the source"
 	expected = original[place // 4:][:len(samples)]
 	wrong = np.flatnonzero(samples[:len(expected)] != expected)
-	assert not len(wrong), f"samples of the source are missing or doubled after {wrong[0] / 48000:.3f} s"
+	assert not len(wrong), f"samples of the source are missing or doubled after {wrong[0] / 48000:.3f} s{meanwhile}"
 
 
 def test_audio_flows_through_everything_a_user_does(make_obs, make_service, user_of, tmp_path, chance, usual_complaints, artefacts):
@@ -113,7 +116,7 @@ def test_audio_flows_through_everything_a_user_does(make_obs, make_service, user
 		held_up = re.findall(r"audio buffering is now (\d+) milliseconds \(source: (.*)\)", obs.log[before:])
 	print(f"{actions} actions")
 	for track in tracks:
-		check_no_gap(track, frames)
+		check_no_gap(track, frames, f"; {BUFFERING_ADDED} for {held_up}" if held_up else "")
 	assert not [name for _, name in held_up if name.startswith("Talvora")], f"a dub's audio came late: {held_up}"
 	assert obs.exit_status == 0
 	assert "Number of memory leaks: 0" in obs.log
