@@ -142,6 +142,7 @@ def test_full_disk_without_a_file_leaves_none(make_obs, folder, mount):
 	assert not (folder / "config.json").exists()
 
 
+@pytest.mark.changes_scenes
 def test_two_instances_with_one_file_leave_it_whole(make_obs, tmp_path):
 	"""Each renames its microphone over and over, which is saved each time. Who saves last has the last word."""
 	wav = constant_wav(tmp_path / "constant.wav", 60, 0)
