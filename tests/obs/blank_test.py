@@ -3,10 +3,11 @@ browser for each, as OBS's own does."""
 
 import json
 import subprocess
+import time
 
 import numpy as np
 
-from lab.obs import wait_until
+from lab.obs import Input, wait_until
 from sessions import AUTHENTICATED, LET_IN, SPANISH_CAPTIONS, session_config, target
 from streaming import microphone
 
@@ -14,8 +15,17 @@ STYLE = {"captionTextColor": "#ffffff00", "captionBgColor": "#ff000080", "captio
 
 WIDTH, HEIGHT, FRAMES_A_SECOND = 1280, 720, 30
 
-# Each is shown for 1.8 s.
-TEXTS = ["HOLA", "BUENOS DIAS", "HOLA", "ADIOS"]
+TEXTS = ["HOLA", "BUENOS DIAS", "ADIOS", "HASTA LUEGO"] * 2
+
+# Between two captions that are sent, of which each is shown for 1.8 s if no other follows.
+PERIOD_MS = 1900
+
+# A browser source of the test's own, above the captions: whatever the module shows, it shows half a period later.
+PEER = "Peer"
+PEER_TOP, CAPTIONS_TOP = 60, 420
+
+# By how much a number of frames may be off at the start and at the end of each of two blanks.
+FRAMES_OFF = 2
 
 
 def caption(text):
@@ -26,9 +36,9 @@ def shows(obs, text):
 	return f'"{text}"' in obs.input_settings(SPANISH_CAPTIONS).get("css", "")
 
 
-def captioned(make_obs, tmp_path, **options):
+def captioned(make_obs, tmp_path, inputs=(), **options):
 	config = session_config(target("es", captions=True), **STYLE)
-	return make_obs(inputs=[microphone(tmp_path)], talvora_config=config, **options)
+	return make_obs(inputs=[microphone(tmp_path), *inputs], talvora_config=config, **options)
 
 
 def test_source_is_updated_once_a_caption_and_not_for_the_same_text(make_obs, make_service, tmp_path):
@@ -44,31 +54,40 @@ def test_source_is_updated_once_a_caption_and_not_for_the_same_text(make_obs, ma
 	assert texts == ["HOLA", "ADIOS", ""], f"the source was updated to {texts}"
 
 
-def yellow_in_each_frame(recording):
-	"""How many pixels of each frame have the colour of the text."""
-	data = subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "error", "-i", str(recording), "-vf", "crop=1024:240:128:420,scale=512:120",
+def blanks(recording, top):
+	"""Lengths in frames of the stretches without text, in a source whose upper edge is there, between the first frame that has
+	some and the last."""
+	data = subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "error", "-i", str(recording), "-vf", f"crop=1024:240:128:{top},scale=512:120",
 			       "-f", "rawvideo", "-pix_fmt", "rgb24", "-"], capture_output=True, check=True).stdout
-	frames = np.frombuffer(data, np.uint8).reshape(-1, 120, 512, 3).astype(np.int16)
-	return ((frames[..., 0] > 150) & (frames[..., 1] > 150) & (frames[..., 2] < 110)).sum(axis=(1, 2))
-
-
-def blanks(yellow):
-	"""Lengths in frames of the stretches without text between the first frame that has some and the last."""
+	frames = np.frombuffer(data, np.uint8).reshape(-1, 120, 512, 3)
+	yellow = ((frames[..., 0] > 150) & (frames[..., 1] > 150) & (frames[..., 2] < 110)).sum(axis=(1, 2))
 	readable = np.flatnonzero(yellow > 20)
 	return [int(gap) - 1 for gap in np.diff(readable) if gap > 1]
 
 
 def test_blank_between_two_captions_is_short(make_obs, make_service, tmp_path, artefacts):
-	script = [*LET_IN, {"after_audio_bytes": 64000}, *[caption(text) for text in TEXTS]]
-	with make_service(script), captioned(make_obs, tmp_path, fps=FRAMES_A_SECOND) as obs:
+	"""The blank is as long as the browser needs to start, which is the machine's affair; what the module adds to it is not. So the
+	bound is the blank of a browser source that the module has nothing to do with, from the same seconds."""
+	peer = Input(PEER, "browser_source", {"width": 1024, "height": 240}, position=(128, PEER_TOP))
+	script = [*LET_IN, {"after_audio_bytes": 64000}]
+	for text in TEXTS:
+		script += [caption(text), {"after_ms": PERIOD_MS}]
+	with make_service(script), captioned(make_obs, tmp_path, inputs=[peer], fps=FRAMES_A_SECOND) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20)
 		obs.start_recording()
-		wait_until(lambda: shows(obs, TEXTS[-1]), 30, "the last caption is shown")
+		for number, text in enumerate(TEXTS):
+			wait_until(lambda: shows(obs, text), 30, f"caption {number} is shown")
+			# So that the two browsers do not start at the same time.
+			time.sleep(PERIOD_MS / 2000)
+			obs.request("SetInputSettings", inputName=PEER, inputSettings=obs.input_settings(SPANISH_CAPTIONS))
 		wait_until(lambda: not shows(obs, TEXTS[-1]), 10, "the last caption is taken away")
 		recording = obs.stop_recording()
-		found = blanks(yellow_in_each_frame(recording))
-	milliseconds = [round(1000 * one / FRAMES_A_SECOND) for one in found]
+		found = {"captions": blanks(recording, CAPTIONS_TOP), "peer": blanks(recording, PEER_TOP)}
+	milliseconds = {which: [round(1000 * one / FRAMES_A_SECOND) for one in lengths] for which, lengths in found.items()}
 	(artefacts / "blank.json").write_text(json.dumps({"blank_ms": milliseconds}), encoding="utf-8")
 	print(f"blank between captions, ms: {milliseconds}")
-	assert len(found) == len(TEXTS) - 1, f"there are {len(found)} blanks between {len(TEXTS)} captions"
-	assert max(milliseconds) <= 700
+	for which, lengths in found.items():
+		assert len(lengths) == len(TEXTS) - 1, f"there are {len(lengths)} blanks between {len(TEXTS)} texts of the {which}"
+	assert np.median(found["captions"]) <= np.median(found["peer"]) + FRAMES_OFF, f"the module makes blanks longer: {milliseconds}"
+	# No single one either is so long that a reader would take the caption for gone.
+	assert max(milliseconds["captions"]) <= 700

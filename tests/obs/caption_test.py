@@ -1,10 +1,17 @@
 """Captions from the service in the browser source's settings and in the rendered picture."""
 
+import os
+
 import numpy as np
 
 from lab.media import read_picture
 from lab.obs import media_file, wait_until
 from sessions import LET_IN, MICROPHONE, SPANISH_CAPTIONS, constant_wav, session_config, target
+from streaming import assert_clean_exit, saved_collection
+
+PAGE = "talvora_caption_ui_es.html"
+PLANTED = "<!DOCTYPE html><p>Planted"
+NOBODY = 65534
 
 # Where a caption source is on a canvas of 1280 by 720: 1024 by 240, bottom-centre at (640, 660).
 LEFT, TOP, RIGHT, BOTTOM = 128, 420, 1152, 660
@@ -16,10 +23,10 @@ def caption(text, language="es", duration=8.0, clip_id=0):
 	return {"send": {"type": "caption", "language": language, "text": text, "duration": duration, "clipId": clip_id}}
 
 
-def captioned_obs(make_obs, tmp_path, *targets, **settings):
+def captioned_obs(make_obs, tmp_path, *targets, home=None, **settings):
 	wav = constant_wav(tmp_path / "constant.wav", 60, 8000)
 	config = session_config(*(targets or (target("es", captions=True),)), **STYLE, **settings)
-	return make_obs(inputs=[media_file(MICROPHONE, wav)], talvora_config=config)
+	return make_obs(home=home, inputs=[media_file(MICROPHONE, wav)], talvora_config=config)
 
 
 def css(obs, source=SPANISH_CAPTIONS):
@@ -92,12 +99,43 @@ def test_caption_of_an_unknown_language_is_dropped_and_logged(make_obs, make_ser
 		assert "::after" not in css(obs)
 
 
-def test_exit_takes_the_caption_sources_out_of_the_scene(make_obs, make_service, tmp_path):
+def test_exit_lets_go_of_the_caption_sources_and_the_collection_keeps_them(make_obs, tmp_path, usual_complaints):
+	"""OBS saves the collection and removes what is in it before the module hears that OBS ends: what the module has not let go
+	of by then, OBS misses."""
 	home = tmp_path / "home"
-	wav = constant_wav(tmp_path / "constant.wav", 60, 8000)
-	config = session_config(target("es", captions=True), autoConnect=False)
-	with make_obs(home=home, inputs=[media_file(MICROPHONE, wav)], talvora_config=config) as obs:
+	with captioned_obs(make_obs, tmp_path, autoConnect=False, home=home) as obs:
 		obs.wait_for_log(r"CaptionManager: placed")
 		assert SPANISH_CAPTIONS in obs.scene_items()
-	assert "Not all sources were cleared" not in obs.log, "Not all sources were cleared"
-	assert "Number of memory leaks: 0" in obs.log
+	assert_clean_exit(obs, usual_complaints)
+	ending = obs.log[obs.log.index("==== Shutting down ="):]
+	assert ending.index("All scene data cleared") < ending.index("[talvora-obs] Talvora plugin shut down")
+	sources = saved_collection(home)
+	assert sources[SPANISH_CAPTIONS]["settings"]["local_file"] == str(home / "tmp" / PAGE)
+	assert SPANISH_CAPTIONS in [one["name"] for one in sources["Scene"]["settings"]["items"]]
+
+
+def plant(page):
+	"""Puts a page there as another user does, or, where the tests may not, a link to one."""
+	if os.geteuid() == 0:
+		page.write_text(PLANTED, encoding="utf-8")
+		os.chown(page, NOBODY, NOBODY)
+	else:
+		elsewhere = page.with_name("planted.html")
+		elsewhere.write_text(PLANTED, encoding="utf-8")
+		page.symlink_to(elsewhere)
+
+
+def test_page_planted_while_obs_was_away_is_left_at_the_next_start(make_obs, make_service, tmp_path):
+	home = tmp_path / "home"
+	with captioned_obs(make_obs, tmp_path, autoConnect=False, home=home) as obs:
+		obs.wait_for_log(r"CaptionManager: placed")
+	page = home / "tmp" / PAGE
+	page.unlink()
+	plant(page)
+	with make_service([*LET_IN, caption("Hola")]), captioned_obs(make_obs, tmp_path, home=home) as obs:
+		wait_until(lambda: '"Hola"' in css(obs), 20, "the caption is in the css")
+		used = obs.input_settings(SPANISH_CAPTIONS)["local_file"]
+		assert used == str(home / "run" / PAGE)
+		assert 'id="caption-text"' in (home / "run" / PAGE).read_text(encoding="utf-8")
+	assert saved_collection(home)[SPANISH_CAPTIONS]["settings"]["local_file"] == used
+	assert page.read_text(encoding="utf-8") == PLANTED, "the module wrote to what was planted"

@@ -9,6 +9,8 @@ from lab.obs import scene_collection, wait_until
 from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
 from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
 
+pytestmark = pytest.mark.changes_scenes
+
 SECOND, BARE = "Second", "Bare"
 
 
@@ -59,7 +61,7 @@ def test_outputs_come_back_and_capture_waits_for_its_source(stage, usual_complai
 
 		switch(obs, BARE)
 		obs.wait_for_log(PLACED, count=5)
-		witness.wait_for_silent_dub()
+		witness.wait_for_captions_alone()
 		obs.create_input(MICROPHONE, "ffmpeg_source", microphone(tmp_path).settings)
 		witness.wait_for_everything()
 		obs.request("CreateSceneCollection", sceneCollectionName="Made", timeout=30)

@@ -7,6 +7,7 @@ import pytest
 
 from lab.obs import PLUGIN, media_file, obs_version, wait_until
 from sessions import AUTHENTICATED, LET_IN, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, constant_wav, session_config, target
+from streaming import level
 
 
 class TakenAway:
@@ -23,7 +24,7 @@ class TakenAway:
 
 
 class Disabled:
-	"""As the plug-in manager of OBS 32 does it: by what it keeps on disk of each module it has ever loaded."""
+	"""As the plug-in manager of OBS 32 does it, but by hand: in its file about each module it has ever loaded."""
 
 	@classmethod
 	def switch_off(cls, home):
@@ -55,11 +56,14 @@ def test_module_that_was_off_finds_everything_again(make_obs, make_service, tmp_
 			wait_until(lambda: SPANISH_CAPTIONS in obs.scene_items(), 10, "the captions are in the scene")
 			obs.add_to_scene(SPANISH_DUB)
 			obs.set_tracks(SPANISH_DUB, 3)
+			wait_until(lambda: level(obs, SPANISH_DUB) > 0, 10, "the dub is heard")
 		settings = obs.talvora_config_path.read_text(encoding="utf-8")
 
 		options = way.switch_off(home)
 		with make_obs(home=home, **options) as obs:
 			assert sorted(obs.scene_items()) == [MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB]
+			wait_until(lambda: level(obs, MICROPHONE) > 0, 10, "the microphone is heard")
+			assert level(obs, SPANISH_DUB) == 0, "the dub is heard without the module"
 		assert obs.exit_status == 0
 		assert "Number of memory leaks: 0" in obs.log
 		assert "[talvora-obs]" not in obs.log
@@ -73,6 +77,7 @@ def test_module_that_was_off_finds_everything_again(make_obs, make_service, tmp_
 			assert obs.inputs("talvora_dubbed_source") == [SPANISH_DUB]
 			assert obs.request("GetInputAudioTracks", inputName=SPANISH_DUB)["inputAudioTracks"]["3"] is True
 			wait_until(lambda: len(service.uplink(2)) > 8000, 10, "the service gets audio again")
+			wait_until(lambda: level(obs, SPANISH_DUB) > 0, 10, "the dub is heard again")
 		assert obs.exit_status == 0
 		assert "Number of memory leaks: 0" in obs.log
 		assert obs.complaints() == usual_complaints

@@ -8,11 +8,14 @@ import pytest
 from lab.hands import Hands
 from lab.obs import SCENE, Input, scene_collection, wait_until
 from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
-from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
+from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit, dub_in_scene, level, microphone, spanish
+
+pytestmark = pytest.mark.changes_scenes
 
 OTHER_SCENE = "Other"
 SECOND, THIRD = "Second", "Third"
 GROUP = "Group"
+MY_CAPTIONS, MY_DUB = "My captions", "My dub"
 
 SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but source is null$"
 
@@ -48,6 +51,31 @@ def item(obs, scene=SCENE, source=SPANISH_CAPTIONS):
 	return next(one for one in items if one["sourceName"] == source)
 
 
+def rename(obs):
+	"""Gives captions and dub names of the user's own."""
+	obs.request("SetInputName", inputName=SPANISH_CAPTIONS, newInputName=MY_CAPTIONS)
+	obs.request("SetInputName", inputName=SPANISH_DUB, newInputName=MY_DUB)
+
+
+def assert_renamed_go_on(witness):
+	witness.wait_for_caption(MY_CAPTIONS)
+	witness.wait_for_dub(MY_DUB)
+	assert not [name for name in witness.obs.inputs() if name.startswith("Talvora")], "the renamed ones have successors"
+
+
+def assert_renamed_have_successors(witness):
+	"""There are new ones with the usual names, which the session uses; the renamed ones are left as they were."""
+	obs = witness.obs
+	kept = obs.input_settings(MY_CAPTIONS)
+	assert SPANISH_CAPTIONS in obs.scene_items()
+	obs.add_to_scene(SPANISH_DUB)
+	witness.wait_for_everything()
+	witness.wait_for_caption()
+	assert obs.input_settings(MY_CAPTIONS) == kept, "a caption is shown in the source that was renamed"
+	assert level(obs, MY_DUB) == 0, "the dub is heard in the source that was renamed"
+	assert {MY_CAPTIONS, MY_DUB} <= set(obs.scene_items())
+
+
 def test_removed_ones_are_taken_up_again_and_renamed_ones_go_on(session):
 	with session() as witness:
 		obs = witness.obs
@@ -62,31 +90,60 @@ def test_removed_ones_are_taken_up_again_and_renamed_ones_go_on(session):
 		witness.wait_for_everything()
 		obs.wait_for_log(PLACED, count=2)
 
-		obs.request("SetInputName", inputName=SPANISH_CAPTIONS, newInputName="My captions")
-		obs.request("SetInputName", inputName=SPANISH_DUB, newInputName="My dub")
-		witness.wait_for_caption("My captions")
-		witness.wait_for_dub("My dub")
-		assert not [name for name in obs.inputs() if name.startswith("Talvora")], "the renamed ones have successors"
-		obs.request("SetInputName", inputName="My captions", newInputName=SPANISH_CAPTIONS)
-		obs.request("SetInputName", inputName="My dub", newInputName=SPANISH_DUB)
+		rename(obs)
+		assert_renamed_go_on(witness)
+		obs.request("SetInputName", inputName=MY_CAPTIONS, newInputName=SPANISH_CAPTIONS)
+		obs.request("SetInputName", inputName=MY_DUB, newInputName=SPANISH_DUB)
 		witness.assert_one_session()
+
+
+def test_renamed_ones_have_successors_when_the_collection_is_opened_anew(session):
+	with session() as witness:
+		obs = witness.obs
+		rename(obs)
+		assert_renamed_go_on(witness)
+		for count, collection in enumerate((SECOND, "Untitled"), 2):
+			obs.request("SetCurrentSceneCollection", sceneCollectionName=collection, timeout=30)
+			obs.wait_for_log(PLACED, count=count)
+		assert_renamed_have_successors(witness)
+		witness.assert_one_session()
+
+
+def test_renamed_ones_have_successors_when_obs_is_started_again(make_obs, make_service, usual_complaints, tmp_path):
+	options = {"home": tmp_path / "home", "inputs": [microphone(tmp_path), dub_in_scene()], "talvora_config": spanish()}
+	for run in ("first", "second"):
+		with make_service(NUMBERED, name=f"service-{run}") as service, make_obs(**options) as obs:
+			obs.wait_for_log(AUTHENTICATED, timeout=20)
+			obs.wait_for_log(PLACED)
+			witness = Witness(obs, service)
+			if run == "first":
+				rename(obs)
+				assert_renamed_go_on(witness)
+			else:
+				assert_renamed_have_successors(witness)
+		assert_clean_exit(obs, usual_complaints)
+
+
+def begin_anew(obs):
+	"""Stop and Start in the dock."""
+	hands = Hands(obs)
+	dock = hands.dock("Talvora")
+	hands.click(hands.find("push button", "Stop", dock))
+	start = hands.find("push button", "Start", dock)
+	wait_until(lambda: start.has_state("enabled"), 10, "a session can be started")
+	hands.click(start)
+
+
+def take_out_of_scene(obs):
+	obs.request("RemoveSceneItem", sceneName=SCENE, sceneItemId=item(obs)["sceneItemId"])
 
 
 def test_missing_ones_are_back_with_the_next_session(session):
 	with session(accessible=True) as witness:
 		obs = witness.obs
-		hands = Hands(obs)
-		dock = hands.dock("Talvora")
-
-		def begin_anew():
-			hands.click(hands.find("push button", "Stop", dock))
-			start = hands.find("push button", "Start", dock)
-			wait_until(lambda: start.has_state("enabled"), 10, "a session can be started")
-			hands.click(start)
-
 		obs.request("RemoveInput", inputName=SPANISH_CAPTIONS)
 		obs.request("RemoveInput", inputName=SPANISH_DUB)
-		begin_anew()
+		begin_anew(obs)
 		obs.wait_for_log(PLACED, count=2)
 		assert SPANISH_CAPTIONS in obs.scene_items()
 		# The dub is back too; where it is heard is the user's choice.
@@ -96,13 +153,57 @@ def test_missing_ones_are_back_with_the_next_session(session):
 		# Taken out of the only scene that they are in, captions go on unseen.
 		obs.wait_for_log(AUTHENTICATED, count=2)
 		witness.join_session(2)
-		obs.request("RemoveSceneItem", sceneName=SCENE, sceneItemId=item(obs)["sceneItemId"])
+		take_out_of_scene(obs)
 		witness.wait_for_caption()
-		begin_anew()
+		begin_anew(obs)
 		obs.wait_for_log(PLACED, count=3)
 		assert SPANISH_CAPTIONS in obs.scene_items()
 		obs.wait_for_log(AUTHENTICATED, count=3)
 		witness.join_session(3)
+
+
+def test_captions_that_went_with_their_scene_are_back_with_the_next_session(session):
+	with session(accessible=True) as witness:
+		obs = witness.obs
+		for name in (MICROPHONE, SPANISH_DUB):
+			obs.add_to_scene(name, OTHER_SCENE)
+		put_on_air(obs, "SetCurrentProgramScene", sceneName=OTHER_SCENE)
+		obs.request("RemoveScene", sceneName=SCENE)
+		wait_until(lambda: [one["sceneName"] for one in obs.request("GetSceneList")["scenes"]] == [OTHER_SCENE], 10, "the scene is gone")
+		# In no scene any more, they go on unseen.
+		witness.wait_for_caption()
+		assert SPANISH_CAPTIONS not in obs.scene_items(OTHER_SCENE)
+		begin_anew(obs)
+		obs.wait_for_log(PLACED, count=2)
+		assert SPANISH_CAPTIONS in obs.scene_items(OTHER_SCENE)
+		obs.wait_for_log(AUTHENTICATED, count=2)
+		witness.join_session(2)
+
+
+def test_missing_captions_are_back_when_languages_or_style_are_changed(session, user_of):
+	with session(accessible=True) as witness:
+		obs = witness.obs
+		user = user_of(obs)
+		obs.request("RemoveInput", inputName=SPANISH_DUB)
+		for count, change in enumerate((lambda: user.select("Caption alignment", "Left"), lambda: user.mark("French", "Captions"))):
+			obs.request("RemoveInput", inputName=SPANISH_CAPTIONS)
+			wait_until(lambda: SPANISH_CAPTIONS not in obs.inputs(), 10, "the captions are gone")
+			change()
+			obs.wait_for_log(PLACED, count=2 * count + 2)
+			assert SPANISH_CAPTIONS in obs.scene_items()
+			witness.wait_for_caption()
+
+			take_out_of_scene(obs)
+			witness.wait_for_caption()
+			assert SPANISH_CAPTIONS not in obs.scene_items()
+			(lambda: user.select("Caption alignment", "Right"), lambda: user.mark("German", "Captions"))[count]()
+			obs.wait_for_log(PLACED, count=2 * count + 3)
+			assert SPANISH_CAPTIONS in obs.scene_items()
+		# For a dub it takes a session's start, or a source of its name.
+		assert SPANISH_DUB not in obs.inputs()
+		obs.create_input(SPANISH_DUB, "talvora_dubbed_source")
+		witness.wait_for_everything()
+		witness.assert_one_session()
 
 
 def test_what_the_user_does_to_the_item_stays(session):
@@ -163,6 +264,18 @@ def last_logged(obs, words):
 	return int(hours) * 3600 + int(minutes) * 60 + float(seconds)
 
 
+def preview_was_changed_first(remote, since):
+	"""Whether the other scene was in the preview when the captions were put into a scene."""
+	remote.wait_for_event("SceneItemCreated", lambda data: data["sourceName"] == SPANISH_CAPTIONS, since)
+	for event in remote.events[since:]:
+		data = event.get("eventData", {})
+		if event["eventType"] == "CurrentPreviewSceneChanged" and data["sceneName"] == OTHER_SCENE:
+			return True
+		if event["eventType"] == "SceneItemCreated" and data["sourceName"] == SPANISH_CAPTIONS:
+			return False
+	return False
+
+
 def test_captions_are_placed_in_the_scene_on_air(session):
 	with session() as witness:
 		obs = witness.obs
@@ -176,13 +289,14 @@ def test_captions_are_placed_in_the_scene_on_air(session):
 		assert waited >= 0.49, f"the captions were placed after {waited:.3f} s, before OBS has done its own part"
 
 		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
-		obs.request("SetCurrentSceneCollection", sceneCollectionName=THIRD, timeout=30)
-		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		seen = len(obs.remote.events)
+		obs.batch(("SetCurrentSceneCollection", {"sceneCollectionName": THIRD}),
+			  ("SetCurrentPreviewScene", {"sceneName": OTHER_SCENE}))
 		obs.wait_for_log(PLACED, count=3)
 		assert SPANISH_CAPTIONS in obs.scene_items(SCENE)
 		assert SPANISH_CAPTIONS not in obs.scene_items(OTHER_SCENE)
+		assert preview_was_changed_first(obs.remote, seen), "the captions were placed before the preview was another scene"
 		witness.wait_for_everything()
-		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
 		put_on_air(obs, "TriggerStudioModeTransition")
 		assert obs.request("GetCurrentProgramScene")["currentProgramSceneName"] == OTHER_SCENE
 		witness.wait_for_caption()

@@ -4,7 +4,7 @@ import pytest
 
 from lab.obs import Input, wait_until
 from sessions import LET_IN, SPANISH_CAPTIONS, SPANISH_DUB, session_config, target
-from streaming import assert_clean_exit, dub_in_scene, microphone
+from streaming import PLACED, assert_clean_exit, dub_in_scene, microphone, saved_collection
 
 FRENCH_CAPTIONS = "Talvora Captions — French"
 
@@ -59,6 +59,20 @@ def test_second_run_goes_on_with_the_sources_of_the_first(make_obs, make_service
 			assert_own_sources_once(obs)
 		assert_first_captions_had_a_source(obs.log, how)
 		assert_clean_exit(obs, usual_complaints)
+
+
+def test_caption_that_was_up_when_obs_ended_is_gone_without_another(make_obs, make_service, tmp_path, usual_complaints):
+	home = tmp_path / "home"
+	captions = target("es", captions=True)
+	with make_service(AT_ONCE), make_obs(home=home, inputs=[microphone(tmp_path)], talvora_config=session_config(captions)) as obs:
+		obs.wait_for_log(PLACED)
+		wait_until(lambda: '"Primero"' in css(obs, SPANISH_CAPTIONS), 20, "the caption is shown")
+	assert '"Primero"' in saved_collection(home)[SPANISH_CAPTIONS]["settings"]["css"]
+	with make_obs(home=home, talvora_config=session_config(captions, autoConnect=False)) as obs:
+		obs.wait_for_log(rf"CaptionManager: reattached to existing source '{SPANISH_CAPTIONS}'$")
+		wait_until(lambda: "#caption-text { display: none; }" in css(obs, SPANISH_CAPTIONS), 10, "nothing is shown")
+		assert "Primero" not in css(obs, SPANISH_CAPTIONS)
+	assert_clean_exit(obs, usual_complaints)
 
 
 def assert_own_sources_once(obs):

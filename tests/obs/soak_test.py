@@ -33,8 +33,13 @@ MOST_SILENT_CHUNKS_A_MINUTE = 3
 
 # What a machine that is busy with other things may add to a delay, without it being a queue that grows.
 SCHEDULING_SECONDS = 0.3
-# An allocator's habits; a leak of a hundred bytes per chunk of audio would be more within half an hour.
-GROWTH_MIB = 16
+# What waits in a queue is late by as long as it waits, whichever queue it is: the uplink's ring holds 8 s, the socket any
+# amount, a language's captions 5 s and more, its speech 10 s. So a bound of every delay is one of everything that is queued.
+QUEUED_SECONDS = 2
+# An allocator's habits, which were 3 MiB. The two medians that are compared are two thirds of the time apart, in half an hour
+# 1200 s. So a leak of 400 bytes per chunk of the source, which comes in 4096 frames, would be more: 14062 chunks, 5.4 MiB; or
+# one of 50 bytes per frame of the uplink, of which there are a hundred a second: 5.7 MiB.
+GROWTH_MIB = 5
 
 
 def write_noise(path, seconds):
@@ -95,35 +100,45 @@ def left_of(path, track):
 
 
 def check_uplink(uplink, frames):
-	"""All that the service has heard is one piece of the source, sample for sample. Returns how long it is, in seconds."""
+	"""All that the service has heard is one piece of the source, sample for sample. Returns where in the source it begins, in
+	frames."""
 	head = {phase: find(uplink[:64], expected_uplink(frames[:60 * RATE], phase)) for phase in range(3)}
 	found = [(phase, place) for phase, place in head.items() if place is not None]
 	assert found, "what came in first is nowhere in the first minute of the source"
 	phase, place = found[0]
+	begin = phase + 3 * place
 	for start in range(0, len(uplink), 60 * UPLINK_RATE):
 		heard = uplink[start:start + 60 * UPLINK_RATE]
-		first = phase + 3 * (place + start)
+		first = begin + 3 * start
 		expected = expected_uplink(frames[first:first + 3 * len(heard)], 0)
 		wrong = np.flatnonzero(expected != heard)
 		assert not len(wrong), f"from sample {start + wrong[0]} on the service has not heard what was said"
-	return len(uplink) / UPLINK_RATE
+	return begin
 
 
 def of_the_source(track):
-	"""A recorded track without OBS's chunks of silence, and how many there were: few."""
+	"""A recorded track without OBS's chunks of silence, where in it they were, and how many: few."""
 	silent = silent_chunks(track)
 	count = np.count_nonzero(silent) // CHUNK
 	minutes = len(track) / RATE / 60
 	assert count <= MOST_SILENT_CHUNKS_A_MINUTE * minutes, f"{count} chunks of silence in {minutes:.1f} minutes are not OBS's alone"
-	return track[~silent], count
+	return track[~silent], np.unique(np.cumsum(~silent)[silent]), count
 
 
-def check_dub(recording, clips):
+def skipped_by_obs(log):
+	"""How many samples at most OBS has left out by itself, of every source at once: it does so when its mixer was very late."""
+	added = re.findall(r"adding (\d+) milliseconds of audio buffering", log)
+	return sum((int(ms) * RATE // 1000 // CHUNK + 1) * CHUNK + 1 for ms in added)
+
+
+def check_dub(recording, clips, frames, skipped):
 	"""The dub is the original and the voice, at the same distance to the sample, all the time.
 
-	Returns its length in seconds, and how many chunks OBS has left silent in the original, and in the dub.
+	skipped: samples that OBS may have left out of both, beside a silence.
+	Returns its length in seconds, how many chunks OBS has left silent in the original and in the dub, and where in the source
+	each clip is heard, in frames.
 	"""
-	(original, original_silent), (dub, dub_silent) = (of_the_source(left_of(recording, track)) for track in (1, 2))
+	(original, cuts, original_silent), (dub, _, dub_silent) = (of_the_source(left_of(recording, track)) for track in (1, 2))
 
 	# OBS places the first chunk of a source to the sample, and each later one right behind the one before it.
 	ahead = original[:RATE].tobytes().find(dub[RATE // 2:RATE // 2 + 64].tobytes()) // 4 - RATE // 2
@@ -132,34 +147,62 @@ def check_dub(recording, clips):
 	length = min(len(original), len(dub))
 	voice = dub[:length] - original[:length]
 	# Between silence and a voice of one value there is the middle of the two.
+	if skipped:
+		# What is left out of both at one time is not the same in both, but for what they are apart.
+		for cut in cuts - max(ahead, 0):
+			voice[max(cut - abs(ahead), 0):max(cut + abs(ahead), 0)] = 0
+		skipped += 2 * abs(ahead) * len(cuts)
 	strange = np.flatnonzero(~np.isin(voice, np.float32([0, 0.5, 1]) * np.float32(VOICE / 32768)))
 	assert not len(strange), f"the dub is apart from the original at {strange[0] / RATE:.3f} s"
-	assert np.count_nonzero(voice) == clips * VOICE_SECONDS * RATE, "samples of the voice are missing or doubled"
-	return length / RATE, original_silent, dub_silent
+	missing = clips * VOICE_SECONDS * RATE - np.count_nonzero(voice)
+	assert 0 <= missing <= skipped, "samples of the voice are missing or doubled"
+
+	begin = find(np.int16(original[:64] * 32768), np.ascontiguousarray(frames[:60 * RATE, 0]))
+	assert begin is not None, "what was recorded first is nowhere in the first minute of the source"
+	heard = np.flatnonzero(np.diff(voice != 0, prepend=False))[::2]
+	# Where something was left out, a clip may be in two pieces.
+	heard = heard[np.diff(heard, prepend=-PERIOD * RATE) > PERIOD * RATE // 2]
+	assert len(heard) == clips, f"{clips} clips are heard in {len(heard)} pieces"
+	return length / RATE, original_silent, dub_silent, begin + heard
+
+
+def start_end_worst(late, what, tenth):
+	"""The median of the first and of the last delays, and the longest, in seconds."""
+	first, last, worst = np.median(late[:tenth]), np.median(late[-tenth:]), late.max()
+	assert last - first < SCHEDULING_SECONDS, f"{what} is {last - first:.2f} s later at the end than at the start"
+	assert worst < QUEUED_SECONDS, f"{what} has waited for {worst:.2f} s"
+	return first, last, worst
 
 
 def check_uplink_lag(service):
-	"""How long samples took to the service after they were due, by the clock: at the start, at the end, at worst, in seconds."""
+	"""How long samples took to the service.
+
+	The first comes with the first chunk that is captured after the service has let OBS in, and each later one is due after it by
+	the clock. So, but for the length of that chunk, this is the time between capture and service, also what it is from the start.
+	"""
 	frames = service.received("binary")
-	late = np.array([one["mono_ms"] / 1000 - (one["offset"] + one["bytes"]) / UPLINK_BYTES for one in frames])
-	late -= late.min()
-	tenth = len(late) // 10
-	first, last = np.median(late[:tenth]), np.median(late[-tenth:])
-	assert last - first < SCHEDULING_SECONDS, f"the uplink is {last - first:.2f} s later at the end than at the start"
-	return first, last, late.max()
+	let_in = service.events("script_step")[len(LET_IN) - 1]["mono_ms"] / 1000
+	late = np.array([one["mono_ms"] / 1000 - let_in - (one["offset"] + one["bytes"]) / UPLINK_BYTES for one in frames])
+	return start_end_worst(late, "the uplink", len(late) // 10)
 
 
 def check_caption_lag(service, script, shown):
-	"""The time from a caption's message until it is in its source: at the start, at the end, at worst, in seconds."""
+	"""The time from a caption's message until it is in its source."""
 	times = [one["mono_ms"] / 1000 for one in service.events("script_step")]
 	sent = {int(step["send"]["text"].split()[1]): at for step, at in zip(script, times, strict=True)
 		if step.get("send", {}).get("language") == "es"}
 	assert set(shown) == set(sent), "captions were never seen"
 	late = np.array([shown[number] - sent[number] for number in sorted(sent)])
-	tenth = max(len(late) // 10, 5)
-	first, last = np.median(late[:tenth]), np.median(late[-tenth:])
-	assert last - first < SCHEDULING_SECONDS, f"captions come {last - first:.2f} s later at the end than at the start"
-	return first, last, late.max()
+	return start_end_worst(late, "a caption", max(len(late) // 10, 5))
+
+
+def check_round_trip(uplink_begin, heard):
+	"""The time from the sample upon which the service sends a clip until that clip is in the dub, by the source's own samples.
+
+	It has passed all that is queued: the uplink's ring, the sockets, the dub's speech.
+	"""
+	due = uplink_begin + 3 * UPLINK_RATE * (FIRST_CAPTION + PERIOD * np.arange(len(heard)))
+	return start_end_worst((heard - due) / RATE, "speech", max(len(heard) // 10, 5))
 
 
 def check_memory(memory):
@@ -172,12 +215,15 @@ def check_memory(memory):
 	return early, late, max(amount for _, amount in memory)
 
 
-def measure(service, recording, frames, script, count, observer):
-	dub_seconds, original_silent, dub_silent = check_dub(recording, count)
+def measure(service, recording, frames, script, count, observer, log):
+	dub_seconds, original_silent, dub_silent, heard = check_dub(recording, count, frames, skipped_by_obs(log))
+	uplink = service.uplink()
+	uplink_begin = check_uplink(uplink, frames)
 	return {
-		"uplink": {"seconds": check_uplink(service.uplink(), frames), "lag_s": check_uplink_lag(service)},
+		"uplink": {"seconds": len(uplink) / UPLINK_RATE, "lag_s": check_uplink_lag(service)},
 		"captions": {"shown": len(observer.shown), "lag_s": check_caption_lag(service, script, observer.shown)},
 		"dub": {"seconds": dub_seconds, "clips": count, "chunks_obs_left_silent": {"original": original_silent, "dub": dub_silent}},
+		"speech": {"lag_s": check_round_trip(uplink_begin, heard)},
 		"memory_mib": check_memory(observer.memory),
 	}
 
@@ -200,6 +246,7 @@ def test_long_session_neither_grows_nor_lags_nor_loses(make_obs, make_service, a
 		obs.set_tracks(MICROPHONE, 1)
 		obs.set_tracks(SPANISH_DUB, 2)
 		obs.wait_for_log(AUTHENTICATED)
+		before = len(obs.log)
 		obs.start_recording()
 		observer = Observer(obs)
 		observer.start()
@@ -207,7 +254,7 @@ def test_long_session_neither_grows_nor_lags_nor_loses(make_obs, make_service, a
 		recording = obs.wait_for_recording_length(obs.recorded_seconds() + PERIOD)
 		observer.stop()
 
-	figures = measure(service, recording, frames, script, count, observer)
+	figures = measure(service, recording, frames, script, count, observer, obs.log[before:])
 	figures["audio_buffering_ms"] = re.findall(r"total audio buffering is now (\d+) milliseconds", obs.log)
 	(artefacts / "figures.json").write_text(json.dumps(figures, indent=1, default=float), encoding="utf-8")
 	assert obs.exit_status == 0

@@ -1,6 +1,10 @@
 """A session that is under way while a test does something to OBS around it, and what can be seen of it from outside."""
 
+import json
 import re
+import time
+
+from websockets.sync.client import connect
 
 from lab.obs import Input, media_file, wait_until
 from sessions import LET_IN, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, constant_wav, session_config, target
@@ -30,12 +34,50 @@ def spanish(connect=True, **settings):
 	return session_config(target("es", dubbing=True, captions=True), autoConnect=connect, **settings)
 
 
-class Witness:
-	"""Tells what a user would see and hear of captions and dub. service: None when there is no session."""
+def saved_collection(home):
+	"""The sources of the scene collection that OBS starts with, as it has saved them, by their names."""
+	text = (home / ".config" / "obs-studio" / "basic" / "scenes" / "Untitled.json").read_text(encoding="utf-8")
+	return {one["name"]: one for one in json.loads(text)["sources"]}
 
-	def __init__(self, obs, service=None):
+
+# Kinds of messages of OBS's remote control, and its twenty measurements a second of how loud inputs are.
+_IDENTIFY, _EVENT = 1, 5
+_VOLUME_METERS = 1 << 16
+
+
+def remote_port(obs):
+	settings = obs.home / ".config" / "obs-studio" / "plugin_config" / "obs-websocket" / "config.json"
+	return json.loads(settings.read_text(encoding="utf-8"))["server_port"]
+
+
+def level(obs, name):
+	"""The loudest sample of an input in 0.3 s, before its volume; 0 for one that is not in use.
+
+	OBS makes a meter for whoever asks. It says 0 until the source's next chunk, and counts into that chunk whatever its memory
+	had in it. So what it says in the first 0.3 s is left out.
+	"""
+	with connect(f"ws://127.0.0.1:{remote_port(obs)}", max_size=None, open_timeout=10, close_timeout=2, compression=None) as socket:
+		socket.recv(timeout=10)
+		socket.send(json.dumps({"op": _IDENTIFY, "d": {"rpcVersion": 1, "eventSubscriptions": _VOLUME_METERS}}))
+		events = []
+		while len(events) < 12:
+			message = json.loads(socket.recv(timeout=10))
+			if message["op"] == _EVENT:
+				events.append(message["d"]["eventData"]["inputs"])
+	return max((channel[2] for inputs in events[6:] for one in inputs if one["inputName"] == name
+		    for channel in one["inputLevelsMul"]), default=0)
+
+
+class Witness:
+	"""Tells what a user would see and hear of captions and dub.
+
+	service: None when there is no session. steps_a_caption: how many steps of its script there are from one to the next.
+	"""
+
+	def __init__(self, obs, service=None, steps_a_caption=2):
 		self.obs = obs
 		self._service = service
+		self._steps_a_caption = steps_a_caption
 		self._connection = 1
 
 	def caption(self, source=SPANISH_CAPTIONS):
@@ -51,7 +93,7 @@ class Witness:
 	def sent(self):
 		"""The number of the last caption that the service has sent in this session."""
 		steps = [one for one in self._service.events("script_step") if one["connection"] == self._connection]
-		return (len(steps) - len(LET_IN)) // 2
+		return (len(steps) - len(LET_IN)) // self._steps_a_caption
 
 	def wait_for_caption(self, source=SPANISH_CAPTIONS):
 		"""Waits for a caption that has not been sent yet."""
@@ -63,6 +105,16 @@ class Witness:
 		before = self.heard()
 		wait_until(lambda: self.heard() >= before + 4000, 10, "the service hears the microphone")
 
+	def wait_for_no_uplink(self):
+		"""Waits until the service hears nothing for half a second."""
+
+		def is_quiet():
+			before = self.heard()
+			time.sleep(0.5)
+			return self.heard() == before
+
+		wait_until(is_quiet, 15, "the service hears nothing")
+
 	def uplink(self):
 		return self._service.uplink(self._connection)
 
@@ -71,16 +123,23 @@ class Witness:
 		return len(self.uplink())
 
 	def wait_for_dub(self, source=SPANISH_DUB):
-		wait_until(lambda: self.obs.remote.level(source) > 0, 10, "the dub is heard")
+		wait_until(lambda: level(self.obs, source) > 0, 10, "the dub is heard")
 
 	def wait_for_silent_dub(self, source=SPANISH_DUB):
-		wait_until(lambda: self.obs.remote.level(source) == 0, 10, "the dub is silent")
+		wait_until(lambda: level(self.obs, source) == 0, 10, "the dub is silent")
 
 	def wait_for_everything(self):
 		"""Captions, capture and dub, as far as there is a session."""
 		self.wait_for_dub()
 		if self._service:
 			self.wait_for_uplink()
+			self.wait_for_caption()
+
+	def wait_for_captions_alone(self):
+		"""Captions, as far as there is a session, while there is nothing to capture or to dub."""
+		self.wait_for_silent_dub()
+		if self._service:
+			self.wait_for_no_uplink()
 			self.wait_for_caption()
 
 	def assert_one_session(self):
