@@ -13,10 +13,11 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
-constexpr const char *NAME = "video42";
+constexpr std::string_view NAME = "video42";
 constexpr const char *PATH = "/dev/video42";
 
 // The descriptor that stands for the device; there is one at a time.
@@ -121,7 +122,7 @@ CAMERA_EXPORT int scandir(const char *folder, dirent ***list, Filter *filter, Or
 	if (!entry || !entries) {
 		std::abort();
 	}
-	std::strcpy(entry->d_name, NAME);
+	NAME.copy(entry->d_name, NAME.size());
 	*entries = entry;
 	*list = entries;
 	return 1;
