@@ -31,6 +31,8 @@ SCENE = "Scene"
 
 # What OBS logs when sources are left that it wants to be rid of.
 NOT_CLEARED = "Not all sources were cleared"
+# Said where a media source has nothing to give, whoever asks.
+NOTHING_PLAYED = "OBS does not play the source itself"
 # Said of a recording during which OBS's mixer was so late that it wants to wait longer for sources from then on.
 BUFFERING_ADDED = "OBS has added audio buffering"
 

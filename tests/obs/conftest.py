@@ -11,7 +11,7 @@ import pytest
 sys.path.insert(0, str(Path(__file__).resolve().parents[2]))
 
 from dock_user import User  # noqa: E402
-from lab.obs import BUFFERING_ADDED, NOT_CLEARED, Obs, media_file, obs_version  # noqa: E402
+from lab.obs import BUFFERING_ADDED, NOT_CLEARED, NOTHING_PLAYED, Obs, media_file, obs_version  # noqa: E402
 from lab.paths import OUT, SUITE  # noqa: E402
 from lab.service import LocalService  # noqa: E402
 from sessions import MICROPHONE, constant_wav  # noqa: E402
@@ -34,7 +34,10 @@ def faults_of_obs(changes_scenes):
 		return {"reruns": 2, "only_rerun": [*faults, r"OBS closed the connection after SetCurrentSceneCollection"]}
 	# After a change of scene it keeps a scene for ever (3 of 26 runs without the module), or three or four pieces of memory
 	# (7 of 52). A change of scene just after one of the collection is the worst: 14 of 28 runs without the module.
-	return {"reruns": 5 if changes_scenes else 2, "only_rerun": [*faults, NOT_CLEARED, r"Number of memory leaks: [34]\b"]}
+	# A media source that has just begun may stand still, and be "playing", until OBS ends (once in about thirty starts when other
+	# programs use the machine, too).
+	own = [NOT_CLEARED, NOTHING_PLAYED, r"Number of memory leaks: [34]\b"]
+	return {"reruns": 5 if changes_scenes else 2, "only_rerun": [*faults, *own]}
 
 
 def pytest_collection_modifyitems(config, items):

@@ -6,7 +6,7 @@ import time
 
 from websockets.sync.client import connect
 
-from lab.obs import Input, media_file, wait_until
+from lab.obs import NOTHING_PLAYED, Input, media_file, wait_until
 from sessions import LET_IN, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, constant_wav, session_config, target
 
 # Numbered captions for longer than any test lasts. Each is shown for 1.8 s, so none has to wait for the one before.
@@ -103,7 +103,12 @@ class Witness:
 	def wait_for_uplink(self):
 		"""Waits until the service has heard another quarter of a second."""
 		before = self.heard()
-		wait_until(lambda: self.heard() >= before + 4000, 10, "the service hears the microphone")
+		try:
+			wait_until(lambda: self.heard() >= before + 4000, 10, "the service hears the microphone")
+		except TimeoutError as error:
+			if MICROPHONE in self.obs.inputs() and level(self.obs, MICROPHONE) == 0:
+				raise TimeoutError(f"{error}: {NOTHING_PLAYED}") from None
+			raise
 
 	def wait_for_no_uplink(self):
 		"""Waits until the service hears nothing for half a second."""
