@@ -36,14 +36,13 @@ def shows(obs, text):
 	return f'"{text}"' in obs.input_settings(SPANISH_CAPTIONS).get("css", "")
 
 
-def captioned(make_obs, tmp_path, inputs=(), **options):
-	config = session_config(target("es", captions=True), **STYLE)
-	return make_obs(inputs=[microphone(tmp_path), *inputs], talvora_config=config, **options)
+def captioned(make_obs, *inputs, **options):
+	return make_obs(inputs=inputs, talvora_config=session_config(target("es", captions=True), **STYLE), **options)
 
 
 def test_source_is_updated_once_a_caption_and_not_for_the_same_text(make_obs, make_service, tmp_path):
 	script = [*LET_IN, {"after_audio_bytes": 64000}, caption("HOLA"), caption("HOLA"), caption("ADIOS")]
-	with make_service(script), captioned(make_obs, tmp_path) as obs:
+	with make_service(script), captioned(make_obs, microphone(tmp_path)) as obs:
 		obs.wait_for_log(r"CaptionManager: placed")
 		seen = len(obs.remote.events)
 		wait_until(lambda: shows(obs, "ADIOS"), 20, "the third caption is shown")
@@ -72,9 +71,13 @@ def test_blank_between_two_captions_is_short(make_obs, make_service, tmp_path, a
 	script = [*LET_IN, {"after_audio_bytes": 64000}]
 	for text in TEXTS:
 		script += [caption(text), {"after_ms": PERIOD_MS}]
-	with make_service(script), captioned(make_obs, tmp_path, inputs=[peer], fps=FRAMES_A_SECOND) as obs:
+	with make_service(script), captioned(make_obs, peer, fps=FRAMES_A_SECOND) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20)
+		# The first browser of a machine takes seconds to start, in which a caption could come and go.
+		obs.wait_for_log(rf"'{SPANISH_CAPTIONS}': shown after", timeout=60)
 		obs.start_recording()
+		speech = microphone(tmp_path)
+		obs.create_input(speech.name, speech.kind, speech.settings)
 		for number, text in enumerate(TEXTS):
 			wait_until(lambda: shows(obs, text), 30, f"caption {number} is shown")
 			# So that the two browsers do not start at the same time.
