@@ -6,34 +6,34 @@
 namespace {
 
 /** Custom CSS is one line: three blanks stand where a line of a rule would break. */
-constexpr QLatin1String styleTemplate("body {"
-				      "   background-color: transparent;"
-				      "   margin: 0px auto;"
-				      "   overflow: hidden;"
-				      "   display: flex;"
-				      "   flex-direction: column;"
-				      "   justify-content: flex-end;"
-				      "   align-items: %1;"
-				      " }"
-				      " #caption-text {"
-				      "   background-color: rgba(%2, %3, %4, %5);"
-				      "   opacity: %6;"
-				      "   font-family: \"%7\", sans-serif;"
-				      "   font-size: %8px;"
-				      "   font-weight: %9;"
-				      "   color: rgba(%10, %11, %12, %13);"
-				      "   text-align: %14;"
-				      "   white-space: pre-wrap;"
-				      "   padding: 10px;"
-				      "   border-radius: 8px;"
-				      "   text-shadow: -2px -2px 0 #000, 2px -2px 0 #000,"
-				      " -2px 2px 0 #000, 2px 2px 0 #000,"
-				      " 0px 4px 4px rgba(0,0,0,0.8);"
-				      " }");
+constexpr QLatin1String kStyleTemplate("body {"
+				       "   background-color: transparent;"
+				       "   margin: 0px auto;"
+				       "   overflow: hidden;"
+				       "   display: flex;"
+				       "   flex-direction: column;"
+				       "   justify-content: flex-end;"
+				       "   align-items: %1;"
+				       " }"
+				       " #caption-text {"
+				       "   background-color: rgba(%2, %3, %4, %5);"
+				       "   opacity: %6;"
+				       "   font-family: \"%7\", sans-serif;"
+				       "   font-size: %8px;"
+				       "   font-weight: %9;"
+				       "   color: rgba(%10, %11, %12, %13);"
+				       "   text-align: %14;"
+				       "   white-space: pre-wrap;"
+				       "   padding: 10px;"
+				       "   border-radius: 8px;"
+				       "   text-shadow: -2px -2px 0 #000, 2px -2px 0 #000,"
+				       " -2px 2px 0 #000, 2px 2px 0 #000,"
+				       " 0px 4px 4px rgba(0,0,0,0.8);"
+				       " }");
 
-constexpr int defaultFontSize = 40;
+constexpr int kDefaultFontSize = 40;
 /** Heavier fonts are written as bold. */
-constexpr int heaviestNormalWeight = 500;
+constexpr int kHeaviestNormalWeight = 500;
 
 QString flexPosition(const QString &alignment)
 {
@@ -86,18 +86,18 @@ QString fraction(double value)
 QString captionStyleRules(const CaptionStyle &style)
 {
 	const int pointSize = style.font.pointSize();
-	const bool bold = style.font.weight() > heaviestNormalWeight;
+	const bool bold = style.font.weight() > kHeaviestNormalWeight;
 
 	// From the highest number down, so that "%1" does not hit "%10" to "%14". The family comes last: it is text
 	// of the user's machine, in which nothing may be replaced.
-	QString css = styleTemplate;
+	QString css = kStyleTemplate;
 	css.replace(QLatin1String("%14"), style.alignment);
 	css.replace(QLatin1String("%13"), fraction(static_cast<double>(style.textColor.alphaF())));
 	css.replace(QLatin1String("%12"), QString::number(style.textColor.blue()));
 	css.replace(QLatin1String("%11"), QString::number(style.textColor.green()));
 	css.replace(QLatin1String("%10"), QString::number(style.textColor.red()));
 	css.replace(QLatin1String("%9"), bold ? QLatin1String("bold") : QLatin1String("normal"));
-	css.replace(QLatin1String("%8"), QString::number(pointSize > 0 ? pointSize : defaultFontSize));
+	css.replace(QLatin1String("%8"), QString::number(pointSize > 0 ? pointSize : kDefaultFontSize));
 	css.replace(QLatin1String("%6"), fraction(style.opacity / 100.0));
 	css.replace(QLatin1String("%5"), fraction(static_cast<double>(style.backgroundColor.alphaF())));
 	css.replace(QLatin1String("%4"), QString::number(style.backgroundColor.blue()));

@@ -22,21 +22,21 @@
 
 namespace {
 
-constexpr int minDisplayMs = 1800;
-constexpr int maxDisplayMs = 8000;
+constexpr int kMinDisplayMs = 1800;
+constexpr int kMaxDisplayMs = 8000;
 /** How long a caption stays up after it was spoken. */
-constexpr int afterSpeechMs = 500;
-constexpr double msPerCharacter = 75.0;
-constexpr int clearAfterLastCaptionMs = 2000;
-constexpr int clearAfterClipMs = 1500;
-constexpr int loggedCharacters = 50;
-constexpr uint32_t fallbackSourceWidth = 1536;
-constexpr uint32_t sourceHeight = 240;
+constexpr int kAfterSpeechMs = 500;
+constexpr double kMsPerCharacter = 75.0;
+constexpr int kClearAfterLastCaptionMs = 2000;
+constexpr int kClearAfterClipMs = 1500;
+constexpr int kLoggedCharacters = 50;
+constexpr uint32_t kFallbackSourceWidth = 1536;
+constexpr uint32_t kSourceHeight = 240;
 
 /** `ms` as a whole number within the bounds of a display time; any double is allowed. */
 int toDisplayMs(double ms)
 {
-	return static_cast<int>(std::clamp(std::trunc(ms), double{minDisplayMs}, double{maxDisplayMs}));
+	return static_cast<int>(std::clamp(std::trunc(ms), double{kMinDisplayMs}, double{kMaxDisplayMs}));
 }
 
 /** Size of the canvas in pixels; 0 by 0 while OBS has no video. */
@@ -174,8 +174,8 @@ OBSSourceAutoRelease createBrowserSource(const char *name, const QByteArray &pag
 {
 	const uint32_t baseWidth = canvas().base_width;
 	const OBSDataAutoRelease settings = pageSettings(pagePath, css);
-	obs_data_set_int(settings, "width", baseWidth ? static_cast<uint32_t>(baseWidth * 0.8) : fallbackSourceWidth);
-	obs_data_set_int(settings, "height", sourceHeight);
+	obs_data_set_int(settings, "width", baseWidth ? static_cast<uint32_t>(baseWidth * 0.8) : kFallbackSourceWidth);
+	obs_data_set_int(settings, "height", kSourceHeight);
 	return obs_source_create(kBrowserSourceId, name, settings, nullptr);
 }
 
@@ -330,14 +330,14 @@ void CaptionManager::onCaption(const QString &language, const QString &text, dou
 		return;
 	}
 	talvora_log(LOG_INFO, "CaptionManager: caption for '%s': \"%s\"", language.toUtf8().constData(),
-		    QStringView(text).left(loggedCharacters).toUtf8().constData());
+		    QStringView(text).left(kLoggedCharacters).toUtf8().constData());
 	enqueueCaption(*state, text, durationSec, clipId, syncWithAudio);
 }
 
 void CaptionManager::enqueueCaption(LanguageCaptionState &state, const QString &text, double durationSec, int clipId,
 				    bool syncWithAudio)
 {
-	const int displayMs = durationSec > 0 ? toDisplayMs(std::trunc(durationSec * 1000) + afterSpeechMs)
+	const int displayMs = durationSec > 0 ? toDisplayMs(std::trunc(durationSec * 1000) + kAfterSpeechMs)
 					      : calcDisplayMs(text, readingSpeed);
 	while (state.queue.size() >= state.maxQueue) {
 		state.queue.removeFirst();
@@ -354,13 +354,13 @@ void CaptionManager::enqueueCaption(LanguageCaptionState &state, const QString &
 int CaptionManager::calcDisplayMs(const QString &text, float speed)
 {
 	const double factor = speed > 0 ? double{speed} : 1.0;
-	return toDisplayMs(static_cast<double>(text.size()) * msPerCharacter / factor);
+	return toDisplayMs(static_cast<double>(text.size()) * kMsPerCharacter / factor);
 }
 
 void CaptionManager::advanceQueue(LanguageCaptionState &state)
 {
 	if (state.queue.isEmpty()) {
-		state.clearTimer->start(clearAfterLastCaptionMs);
+		state.clearTimer->start(kClearAfterLastCaptionMs);
 		return;
 	}
 	state.clearTimer->stop();
@@ -410,7 +410,7 @@ void CaptionManager::onClipEnded(const QString &language, int)
 {
 	// Whichever clip it was: unless another caption is shown before, there is nothing left to read.
 	if (LanguageCaptionState *state = findState(language)) {
-		state->clearTimer->start(clearAfterClipMs);
+		state->clearTimer->start(kClearAfterClipMs);
 	}
 }
 

@@ -17,7 +17,7 @@ constexpr const char *kSourceTypeId = "talvora_dubbed_source";
 /** Chunks of up to so many frames (one second) are mixed without allocating. */
 constexpr size_t kUsualFrames = 48000;
 
-obs_source_t *find_or_create(const char *name)
+obs_source_t *findOrCreate(const char *name)
 {
 	obs_source_t *source = obs_get_source_by_name(name);
 	// A source that OBS has removed can still be found for as long as anyone holds it, but it is not to be used.
@@ -40,7 +40,7 @@ obs_source_t *find_or_create(const char *name)
 }
 
 /** Into 0 to 1; NaN counts as 1. */
-float clamped_level(float level)
+float clampedLevel(float level)
 {
 	if (!(level < 1.0f)) {
 		return 1.0f;
@@ -54,7 +54,7 @@ DubbedSource::DubbedSource(const std::string &language_, const std::string &disp
 	: language(language_), sourceName("Talvora Dub \u2014 " + displayName), outLeft(kUsualFrames),
 	  outRight(kUsualFrames), gains(kUsualFrames), ttsMixBuf(kUsualFrames)
 {
-	source.adopt(find_or_create(sourceName.c_str()));
+	source.adopt(findOrCreate(sourceName.c_str()));
 }
 
 DubbedSource::~DubbedSource()
@@ -141,12 +141,12 @@ void DubbedSource::ttsClipEnded(int clipId)
 
 void DubbedSource::setDuckingLevel(float level)
 {
-	duckingLevel.store(clamped_level(level));
+	duckingLevel.store(clampedLevel(level));
 }
 
 void DubbedSource::setTtsLevel(float level)
 {
-	ttsLevel.store(clamped_level(level));
+	ttsLevel.store(clampedLevel(level));
 }
 
 void DubbedSource::setMuteOriginal(bool mute)
@@ -174,7 +174,7 @@ void DubbedSource::restoreSource()
 {
 	if (!hasSource()) {
 		flush();
-		source.adopt(find_or_create(sourceName.c_str()));
+		source.adopt(findOrCreate(sourceName.c_str()));
 	}
 }
 

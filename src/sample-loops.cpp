@@ -7,11 +7,6 @@ namespace {
 
 constexpr float kFullScale = 32767.0f;
 
-float toFloat(int16_t sample)
-{
-	return static_cast<float>(sample) / 32768.0f;
-}
-
 } // namespace
 
 namespace sample_loops {

@@ -10,6 +10,12 @@
  */
 namespace sample_loops {
 
+/** @return -1 to just below 1 */
+inline float toFloat(int16_t sample)
+{
+	return static_cast<float>(sample) / 32768.0f;
+}
+
 /** Averages two channels, which may be the same. */
 void downmix(const float *left, const float *right, size_t frames, float *mono);
 

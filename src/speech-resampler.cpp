@@ -14,11 +14,6 @@ bool isInUnits(double value)
 	return std::floor(value * sample_loops::kWholePhase) == value * sample_loops::kWholePhase;
 }
 
-float toFloat(int16_t sample)
-{
-	return static_cast<float>(sample) / 32768.0f;
-}
-
 /** Moves the phase on by one input sample and takes its whole units off (exact in binary arithmetic). */
 uint64_t advance(double &position, double ratio)
 {
@@ -64,7 +59,7 @@ size_t SpeechResampler::resampleFew(const int16_t *pcm, size_t count, double rat
 	const auto perSample = static_cast<uint64_t>(ratio * sample_loops::kWholePhase);
 	const size_t made = sample_loops::stretch(last, pcm, count, position, perSample, buffer.data());
 	phase = static_cast<double>(position) / sample_loops::kWholePhase;
-	last = count > 0 ? toFloat(pcm[count - 1]) : last;
+	last = count > 0 ? sample_loops::toFloat(pcm[count - 1]) : last;
 	return made;
 }
 
@@ -73,7 +68,7 @@ void SpeechResampler::resampleAny(const int16_t *pcm, size_t count, double ratio
 {
 	float *out = buffer.data();
 	for (size_t i = 0; i < count; ++i) {
-		const float to = toFloat(pcm[i]);
+		const float to = sample_loops::toFloat(pcm[i]);
 		const uint64_t made = advance(phase, ratio);
 		if (made <= skipped) {
 			skipped -= made;
