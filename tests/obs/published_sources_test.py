@@ -22,15 +22,15 @@ SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but sourc
 
 @pytest.fixture
 def session(make_obs, make_service, usual_complaints, tmp_path):
-	"""Makes a context: an OBS in a session whose captions are in place, with two scenes; gives a Witness of both.
+	"""Makes a context: an OBS in a session whose captions are in place, with a second scene; gives a Witness of both.
 
 	The other collections are the same but for captions.
 	"""
 
 	@contextlib.contextmanager
-	def make(**options):
+	def make(scenes=(OTHER_SCENE,), **options):
 		inputs = [microphone(tmp_path), dub_in_scene()]
-		stored = [scene_collection(name, inputs, scenes=[OTHER_SCENE]) for name in ("Untitled", SECOND, THIRD)]
+		stored = [scene_collection(name, inputs, scenes=scenes) for name in ("Untitled", SECOND, THIRD)]
 		service = make_service(NUMBERED)
 		with service:
 			with make_obs(collections=stored, talvora_config=spanish(dockVisible=True), **options) as obs:
@@ -98,7 +98,8 @@ def test_removed_ones_are_taken_up_again_and_renamed_ones_go_on(session):
 
 
 def test_renamed_ones_have_successors_when_the_collection_is_opened_anew(session):
-	with session() as witness:
+	# In one scene alone: OBS 32 by itself loses half of all second changes between collections that have another.
+	with session(scenes=()) as witness:
 		obs = witness.obs
 		rename(obs)
 		assert_renamed_go_on(witness)
