@@ -13,7 +13,7 @@ from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit,
 pytestmark = pytest.mark.changes_scenes
 
 OTHER_SCENE = "Other"
-SECOND, THIRD = "Second", "Third"
+SECOND = "Second"
 GROUP = "Group"
 MY_CAPTIONS, MY_DUB = "My captions", "My dub"
 
@@ -24,13 +24,13 @@ SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but sourc
 def session(make_obs, make_service, usual_complaints, tmp_path):
 	"""Makes a context: an OBS in a session whose captions are in place, with a second scene; gives a Witness of both.
 
-	The other collections are the same but for captions.
+	The other collection is the same but for captions.
 	"""
 
 	@contextlib.contextmanager
 	def make(scenes=(OTHER_SCENE,), **options):
 		inputs = [microphone(tmp_path), dub_in_scene()]
-		stored = [scene_collection(name, inputs, scenes=scenes) for name in ("Untitled", SECOND, THIRD)]
+		stored = [scene_collection(name, inputs, scenes=scenes) for name in ("Untitled", SECOND)]
 		service = make_service(NUMBERED)
 		with service:
 			with make_obs(collections=stored, talvora_config=spanish(dockVisible=True), **options) as obs:
@@ -288,12 +288,18 @@ def test_captions_are_placed_in_the_scene_on_air(session):
 		assert SPANISH_CAPTIONS not in obs.scene_items(SCENE)
 		waited = (last_logged(obs, f"placed '{SPANISH_CAPTIONS}'") - last_logged(obs, f"created source '{SPANISH_CAPTIONS}'")) % 86400
 		assert waited >= 0.49, f"the captions were placed after {waited:.3f} s, before OBS has done its own part"
+		put_on_air(obs, "SetCurrentProgramScene", sceneName=SCENE)
+		witness.assert_one_session()
 
+
+def test_captions_are_not_placed_in_the_preview(session):
+	with session() as witness:
+		obs = witness.obs
 		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
 		seen = len(obs.remote.events)
-		obs.batch(("SetCurrentSceneCollection", {"sceneCollectionName": THIRD}),
+		obs.batch(("SetCurrentSceneCollection", {"sceneCollectionName": SECOND}),
 			  ("SetCurrentPreviewScene", {"sceneName": OTHER_SCENE}))
-		obs.wait_for_log(PLACED, count=3)
+		obs.wait_for_log(PLACED, count=2)
 		assert SPANISH_CAPTIONS in obs.scene_items(SCENE)
 		assert SPANISH_CAPTIONS not in obs.scene_items(OTHER_SCENE)
 		assert preview_was_changed_first(obs.remote, seen), "the captions were placed before the preview was another scene"
