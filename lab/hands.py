@@ -133,7 +133,7 @@ class Hands:
 			x = left + round(width * value / 100)
 			for _ in range(width):
 				self._xdotool("mousemove", x, y)
-				now = self._settled(lambda: slider.value)
+				now = self.settled(lambda: slider.value)
 				if now == value:
 					return
 				x += 1 if now < value else -1
@@ -189,14 +189,14 @@ class Hands:
 				return
 		raise TimeoutError(f"'{target.name}' does not come into sight")
 
-	def _settled(self, measure):
-		"""A value, asked for until it is the same twice."""
-		before = measure()
-		while True:
-			time.sleep(_SETTLED_SECONDS)
-			if (now := measure()) == before:
-				return now
-			before = now
+	def settled(self, measure, seconds=_SETTLED_SECONDS):
+		"""A value that stays the same for so long: things come to their places step by step."""
+		def same():
+			before = measure()
+			time.sleep(seconds)
+			return [before] if measure() == before else None
+
+		return wait_until(same, 10, "the screen comes to rest")[0]
 
 	def _click_at(self, x, y):
 		self._xdotool("mousemove", x, y, "click", 1)

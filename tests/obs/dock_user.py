@@ -3,7 +3,6 @@
 import itertools
 import json
 import re
-import time
 
 from lab.hands import Hands
 from lab.obs import wait_until
@@ -54,12 +53,7 @@ class User:
 
 	def settled(self, measure):
 		"""A value that stays the same for a while: windows come to their places step by step."""
-		def same():
-			before = measure()
-			time.sleep(_SETTLED_SECONDS)
-			return [before] if measure() == before else None
-
-		return wait_until(same, 10, "the screen comes to rest")[0]
+		return self.hands.settled(measure, _SETTLED_SECONDS)
 
 	def sees(self, role, name):
 		return bool(self.hands.all(role, name, self.dock))

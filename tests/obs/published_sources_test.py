@@ -22,9 +22,9 @@ SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but sourc
 
 @pytest.fixture
 def session(make_obs, make_service, usual_complaints, tmp_path):
-	"""Makes a context: an OBS in a session whose captions are in place, with a second scene; gives a Witness of both.
+	"""Makes a context: an OBS in a session whose captions are in place; gives a Witness of both.
 
-	The other collection is the same but for captions.
+	The other collection is the same but for captions. `scenes`: those that each has besides the one on air.
 	"""
 
 	@contextlib.contextmanager
