@@ -16,6 +16,7 @@
 #include <QUuid>
 #include <QVariant>
 
+#include <memory>
 #include <optional>
 
 namespace {
@@ -27,8 +28,48 @@ constexpr qsizetype kMostConnections = 64;
 /** What waits unread on a connection that is not heard, in bytes; more waits at its sender. */
 constexpr qint64 kMostUnread = 64 * 1024;
 
+/** Ports tried before an attempt ends. That one is in use on ::1 happens; that all are is somebody's intent. */
+constexpr int kMostPorts = 8;
+
 /** Where a connection keeps the head it has received so far. */
 constexpr const char *kBufferProperty = "_httpBuf";
+
+/**
+ * Takes a port of ::1, without listening, for as long as the socket lives.
+ * @return false when somebody else has it; where there is no IPv6 nobody has, and there is nothing to take
+ */
+bool holdOnIpv6(QTcpSocket &socket, quint16 port)
+{
+	// Whoever shares an address can be joined on it by others.
+	return socket.bind(QHostAddress::LocalHostIPv6, port, QAbstractSocket::DontShareAddress) ||
+	       socket.error() == QAbstractSocket::UnsupportedSocketOperationError ||
+	       socket.error() == QAbstractSocket::SocketAddressNotAvailableError;
+}
+
+/**
+ * A server on 127.0.0.1 that a browser finds as "localhost", and nobody else in its place.
+ *
+ * Browsers try ::1 first, where any account of this machine may have the port of the same number, and would be brought
+ * the key. So it is held for as long as the server lives; a browser is refused there at once and goes on to 127.0.0.1.
+ *
+ * @param[out] error why there is none, when null is returned
+ */
+std::unique_ptr<QTcpServer> listenAsLocalhost(QString &error)
+{
+	for (int port = 0; port < kMostPorts; ++port) {
+		auto server = std::make_unique<QTcpServer>();
+		if (!server->listen(QHostAddress::LocalHost, 0)) {
+			error = server->errorString();
+			return nullptr;
+		}
+		auto *sameOnIpv6 = new QTcpSocket(server.get());
+		if (holdOnIpv6(*sameOnIpv6, server->serverPort())) {
+			return server;
+		}
+		error = sameOnIpv6->errorString();
+	}
+	return nullptr;
+}
 
 QUrl signInAddress(const QString &provider, quint16 port, const QString &state)
 {
@@ -62,14 +103,15 @@ bool OAuthListener::startLogin(const QString &provider)
 	cleanup();
 	requestHandled = false;
 
-	server = new QTcpServer(this);
-	if (!server->listen(QHostAddress::LocalHost, 0)) {
-		talvora_log(LOG_WARNING, "OAuthListener: failed to start server: %s",
-			    qUtf8Printable(server->errorString()));
+	QString error;
+	server = listenAsLocalhost(error).release();
+	if (!server) {
+		talvora_log(LOG_WARNING, "OAuthListener: failed to start server: %s", qUtf8Printable(error));
 		Q_EMIT loginFailed(QStringLiteral("Failed to start local auth server"));
 		cleanup();
 		return false;
 	}
+	server->setParent(this);
 	const quint16 port = server->serverPort();
 	talvora_log(LOG_INFO, "OAuthListener: listening on port %u for %s login", static_cast<unsigned>(port),
 		    qUtf8Printable(provider));

@@ -12,7 +12,7 @@ class QTimer;
 /**
  * Signs the user in through the system browser: opens the web sign-in with a redirect to a one-shot HTTP server on
  * 127.0.0.1 (the loopback redirection of RFC 8252, section 7.3) and waits for the browser to come back with the
- * service's API key.
+ * service's API key. Meanwhile nobody else can have the same port of ::1.
  *
  * An attempt that startLogin() began ends with exactly one of the two signals, or with none when another attempt
  * replaces it. It takes the first complete request, whatever that is, and no other.
@@ -59,7 +59,7 @@ private:
 	/** The oldest goes, not the newest: it is not the browser's, which sends its request at once. */
 	void dropOldestOfTooMany();
 
-	/** Null between attempts, like the timer. Both are children. */
+	/** Null between attempts, like the timer. Both are children. What holds the port of ::1 is the server's child. */
 	QTcpServer *server = nullptr;
 	QTimer *timeoutTimer = nullptr;
 	/** Says that a callback answers this attempt and not one that somebody else began. */

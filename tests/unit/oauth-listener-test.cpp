@@ -21,21 +21,97 @@
 #include <QUrlQuery>
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
 #include <memory>
 #include <vector>
 
+#include <netinet/in.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #if defined(__GNUC__)
 // QTRY_COMPARE and its kind narrow a duration's count where they are used (Qt 6.8).
 #pragma GCC diagnostic ignored "-Wconversion"
 #endif
 
+using namespace std::chrono_literals;
+
 namespace {
+
+/** How many of the next ports of 127.0.0.1 somebody else takes on ::1 in the moment in which they are listened on. */
+int portsToTake = 0;
+std::vector<int> taken;
+
+sockaddr_in6 addressOfIpv6(in6_addr host, in_port_t port)
+{
+	sockaddr_in6 address{};
+	address.sin6_family = AF_INET6;
+	address.sin6_port = port;
+	address.sin6_addr = host;
+	return address;
+}
+
+void takeOnIpv6(int ipv4Socket)
+{
+	sockaddr_in bound{};
+	socklen_t size = sizeof(bound);
+	getsockname(ipv4Socket, reinterpret_cast<sockaddr *>(&bound), &size);
+	const sockaddr_in6 address = addressOfIpv6(in6addr_loopback, bound.sin_port);
+	const int socket = ::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0);
+	bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof(address));
+	syscall(SYS_listen, socket, 1);
+	taken.push_back(socket);
+}
+
+/**
+ * Another account of the machine (where the tests may become one) tries to listen on a port.
+ * @param options of SOL_SOCKET, which are set before
+ * @return 0, or the error number of what did not work
+ */
+int strangerListens(in6_addr host, quint16 port, const std::vector<int> &options)
+{
+	const sockaddr_in6 address = addressOfIpv6(host, htons(port));
+	const pid_t child = fork();
+	if (child == 0) {
+		if (geteuid() == 0 && setuid(65534) != 0) {
+			_exit(errno);
+		}
+		const int on = 1;
+		const int socket = ::socket(AF_INET6, SOCK_STREAM, 0);
+		setsockopt(socket, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on));
+		for (const int option : options) {
+			setsockopt(socket, SOL_SOCKET, option, &on, sizeof(on));
+		}
+		const bool listens = bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 &&
+				     syscall(SYS_listen, socket, 1) == 0;
+		_exit(listens ? 0 : errno);
+	}
+	int status = 0;
+	return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
 
 const QString kPrefix = QStringLiteral("[talvora-obs] OAuthListener: ");
 const QString kCleanedUp = kPrefix + "cleaned up";
 const QString kSecret = QStringLiteral("tk_secret_0123456789");
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int listen(int socket, int backlog) noexcept
+{
+	const int result = static_cast<int>(syscall(SYS_listen, socket, backlog));
+	if (portsToTake > 0) {
+		--portsToTake;
+		takeOnIpv6(socket);
+	}
+	return result;
+}
+
+namespace {
 
 /** Stands in for the system's browser: keeps the addresses it is to open. One at a time. */
 class Browser : public QObject {
@@ -75,7 +151,10 @@ struct Session {
 		log.clear();
 		return opened;
 	}
-	QList<QTcpSocket *> connections() const { return listener->findChildren<QTcpSocket *>(); }
+	QList<QTcpSocket *> connections() const
+	{
+		return listener->findChildren<QTcpSocket *>(Qt::FindDirectChildrenOnly);
+	}
 	/** What the newest connection has received of a head that has no end yet. */
 	QByteArray buffered() const
 	{
@@ -166,6 +245,15 @@ private Q_SLOTS:
 	void stateIsARandomUuid();
 	void saysWhyItCannotListen();
 	void saysThatTheBrowserDoesNotOpen();
+
+	// The same port of ::1, where browsers look for "localhost" first
+	void nobodyElseCanHaveThePortOnIpv6_data();
+	void nobodyElseCanHaveThePortOnIpv6();
+	void browserIsRefusedOnIpv6AtOnce();
+	void takesAnotherPortWhenSomebodyHasItOnIpv6();
+	void givesUpWhenSomebodyHasAllPortsOnIpv6();
+	void portOnIpv6IsFreeAfterTheAttempt();
+	void waitingCostsNoTime();
 
 	// What the browser brings back
 	void signsIn();
@@ -330,6 +418,99 @@ void OAuthListenerTest::saysThatTheBrowserDoesNotOpen()
 	QCOMPARE(failed.count(), 1);
 	QCOMPARE(failed[0][0].toString(), "Could not open your browser for login");
 	QVERIFY(!listener.isListening());
+}
+
+void OAuthListenerTest::nobodyElseCanHaveThePortOnIpv6_data()
+{
+	QTest::addColumn<std::vector<int>>("options");
+	QTest::newRow("plainly") << std::vector<int>{};
+	QTest::newRow("shared with whoever closes it") << std::vector<int>{SO_REUSEADDR};
+	QTest::newRow("shared with others") << std::vector<int>{SO_REUSEPORT};
+	QTest::newRow("shared in both ways") << std::vector<int>{SO_REUSEADDR, SO_REUSEPORT};
+}
+
+void OAuthListenerTest::nobodyElseCanHaveThePortOnIpv6()
+{
+	QFETCH(std::vector<int>, options);
+	Session session;
+	QVERIFY(session.start());
+	QCOMPARE(strangerListens(in6addr_loopback, session.browser.port(), options), EADDRINUSE);
+	QCOMPARE(strangerListens(in6addr_any, session.browser.port(), options), EADDRINUSE);
+	// The attempt does not mind.
+	Connection connection(session, session.callback("&token=t"));
+	QCOMPARE(connection.answer(), response("200", signInSuccessPage()));
+}
+
+void OAuthListenerTest::browserIsRefusedOnIpv6AtOnce()
+{
+	Session session;
+	QVERIFY(session.start());
+	QTcpSocket browser;
+	browser.connectToHost(QHostAddress(QHostAddress::LocalHostIPv6), session.browser.port());
+	QTRY_COMPARE(browser.error(), QAbstractSocket::ConnectionRefusedError);
+	QVERIFY(session.connections().isEmpty());
+}
+
+void OAuthListenerTest::takesAnotherPortWhenSomebodyHasItOnIpv6()
+{
+	const auto release = qScopeGuard([] {
+		std::for_each(taken.begin(), taken.end(), ::close);
+		taken.clear();
+	});
+	portsToTake = 7;
+	Session session;
+	QVERIFY(session.listener->startLogin("google"));
+	QCOMPARE(portsToTake, 0);
+	const QString port = QString::number(session.browser.port());
+	QCOMPARE(session.log.lines(LOG_INFO).value(1), kPrefix + "listening on port " + port + " for google login");
+	QCOMPARE(session.log.ownLines().size(), 3);
+	QCOMPARE(strangerListens(in6addr_loopback, session.browser.port(), {}), EADDRINUSE);
+	QTcpSocket browser;
+	browser.connectToHost(QHostAddress(QHostAddress::LocalHostIPv6), session.browser.port());
+	QTRY_COMPARE(browser.error(), QAbstractSocket::ConnectionRefusedError);
+	Connection connection(session, session.callback("&token=t"));
+	QCOMPARE(connection.answer(), response("200", signInSuccessPage()));
+	QCOMPARE(session.succeeded.count(), 1);
+}
+
+void OAuthListenerTest::givesUpWhenSomebodyHasAllPortsOnIpv6()
+{
+	const auto release = qScopeGuard([] {
+		std::for_each(taken.begin(), taken.end(), ::close);
+		taken.clear();
+		portsToTake = 0;
+	});
+	portsToTake = 100;
+	Session session;
+	QVERIFY(!session.listener->startLogin("google"));
+	QCOMPARE(taken.size(), size_t{8});
+	QCOMPARE(session.log.lines(LOG_WARNING),
+		 QStringList(kPrefix + "failed to start server: The bound address is already in use"));
+	QCOMPARE(session.failed.count(), 1);
+	QCOMPARE(session.failed[0][0].toString(), "Failed to start local auth server");
+	QVERIFY(!session.listener->isListening());
+	QVERIFY(session.browser.opened.isEmpty());
+}
+
+void OAuthListenerTest::portOnIpv6IsFreeAfterTheAttempt()
+{
+	Session session;
+	QVERIFY(session.start());
+	const quint16 port = session.browser.port();
+	Connection connection(session, session.callback("&token=t"));
+	QCOMPARE(connection.answer(), response("200", signInSuccessPage()));
+	QTRY_COMPARE(strangerListens(in6addr_loopback, port, {}), 0);
+}
+
+/** A socket that is bound and nothing else is ready for something in the eyes of the system, all the time. */
+void OAuthListenerTest::waitingCostsNoTime()
+{
+	Session session;
+	QVERIFY(session.start());
+	const auto used = [] { return std::chrono::duration<double>(static_cast<double>(clock()) / CLOCKS_PER_SEC); };
+	const auto before = used();
+	QTest::qWait(500);
+	QVERIFY2(used() - before < 100ms, qPrintable(QString::number((used() - before).count())));
 }
 
 void OAuthListenerTest::signsIn()
