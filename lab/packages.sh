@@ -47,7 +47,7 @@ lab_packages() {
 workshop_packages() {
 	packages=(
 		# Coverage, sanitizers, fuzzing, and other readers of the code.
-		gcovr cppcheck clazy
+		gcovr cppcheck clazy shellcheck pyflakes3
 
 		# Peers that benchmarks put beside the program's own code, and what times them.
 		libbenchmark-dev libboost-dev libreaderwriterqueue-dev libsamplerate0-dev libswresample-dev

@@ -5,7 +5,7 @@ set -euo pipefail
 cd "$(dirname "$0")/../.."
 
 usage() {
-	echo "usage: ./dev fuzz TARGET|all SECONDS   (targets: $(echo $(targets)))"
+	echo "usage: ./dev fuzz TARGET|all SECONDS   (targets: $(targets | paste -sd ' '))"
 }
 
 targets() {
