@@ -59,7 +59,8 @@ private:
 	/** The oldest goes, not the newest: it is not the browser's, which sends its request at once. */
 	void dropOldestOfTooMany();
 
-	/** Null between attempts, like the timer. Both are children. What holds the port of ::1 is the server's child. */
+	/** Null between attempts, like the timer. Both are children. What holds the port of ::1 is the server's child.
+	 */
 	QTcpServer *server = nullptr;
 	QTimer *timeoutTimer = nullptr;
 	/** Says that a callback answers this attempt and not one that somebody else began. */
