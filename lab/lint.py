@@ -17,7 +17,7 @@ import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
-FOLDERS = ("src", "service", "lab/browser-source", "lab/virtual-camera", "tests")
+FOLDERS = ("src", "service", "lab/audio-tap", "lab/browser-source", "lab/virtual-camera", "tests")
 # Not for Qt: libobs and the C library are called by the plug-in, too, and give containers that are not Qt's.
 CLAZY = "level0,level1,no-non-pod-global-static,no-qproperty-without-notify"
 # What a test copies, it copies once.
@@ -117,7 +117,7 @@ def main():
     lint.each("clang-tidy", version("clang-tidy") + "".join(path.read_text() for path in settings), lambda name: ["clang-tidy", "--quiet"])
     lint.each("clazy", version("clang") + CLAZY + CLAZY_OF_TESTS, lambda name: [
         "clazy-standalone", f"-checks={CLAZY_OF_TESTS if name.startswith(TESTS) else CLAZY}",
-        "-header-filter=^(?!.*_autogen).*/(src|support|browser-source|virtual-camera)/.*"])
+        "-header-filter=^(?!.*_autogen).*/(src|support|audio-tap|browser-source|virtual-camera)/.*"])
     for failure in lint.failed:
         print(f"FAILED: {failure}")
     sys.exit(1 if lint.failed else 0)

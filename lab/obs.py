@@ -176,13 +176,14 @@ class Obs:
 	path: folders whose programs OBS finds before the machine's. environment: more variables of its environment.
 	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
 	modules: files of more modules to install.
+	tap: a lab.audio_tap.AudioTap that is given the audio of its sources, or None.
 	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
 	"""
 
 	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
 		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
 		     verbose=False, accessible=False, path=(), environment=None, wait=True, theme=None,
-		     scale=1, modules=(), build=BUILD):
+		     scale=1, modules=(), tap=None, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -202,8 +203,8 @@ class Obs:
 		self._verbose = verbose
 		self._accessible = accessible
 		self._path = path
-		self._more_environment = environment or {}
-		self._modules = modules
+		self._more_environment = {**(tap.environment if tap else {}), **(environment or {})}
+		self._modules = [*modules, *([tap.module] if tap else [])]
 		self._wait = wait
 		self._theme = theme
 		self.scale = scale

@@ -1,11 +1,17 @@
 """The lab's own promises, without which no other result here means anything."""
 
+import struct
+import time
 import wave
 
 import numpy as np
+import pytest
 
+from exact_audio import SECOND, FileFollower
+from lab.audio_tap import LAST, AudioTap
 from lab.media import read_picture, read_track
 from lab.obs import media_file
+from sessions import noise_wav
 
 
 def write_tone(path, seconds):
@@ -33,6 +39,41 @@ def test_lossless_recording_keeps_a_tone_on_its_own_track(make_obs, tmp_path):
 		silent, heard = read_track(recording, 1), read_track(recording, 2)
 	assert not silent.any(), "track 1 has sound although nothing was sent to it"
 	assert abs(np.abs(heard).max() - 20000 / 32768) < 1e-3
+
+
+def test_tap_keeps_every_sample_of_sources_that_come_and_go(make_obs, tmp_path):
+	wav, frames = noise_wav(tmp_path / "noise.wav", 60)
+	noise = media_file("Noise", wav)
+	tap = AudioTap(tmp_path / "tap", ["Noise", "Nobody"])
+	with make_obs(inputs=[noise, media_file("Other", wav)], plugin=False, browser=False, tap=tap, verbose=True) as obs:
+		tap.wait_for(obs, "Noise", time.monotonic_ns() + SECOND)
+		obs.request("RemoveInput", inputName="Noise")
+		# Whoever held it would keep OBS from destroying it.
+		obs.wait_for_log("source 'Noise' destroyed$")
+		obs.create_input(noise.name, noise.kind, noise.settings)
+		tap.wait_for(obs, "Noise", time.monotonic_ns() + SECOND)
+	chunks = list(tap.chunks())
+	assert {one.source for one in chunks} == {"Noise"}
+	assert [one.arrival for one in chunks] == sorted(one.arrival for one in chunks)
+	assert {one.life for one in chunks} == {1, 2}
+	for life in (1, 2):
+		follower = FileFollower(frames)
+		for chunk in chunks:
+			if chunk.life == life:
+				follower.follow(chunk)
+		assert follower.begin == 0 and follower.seconds > 0.5
+	assert f"[talvora-lab-tap] {len(chunks)} chunks written, 0 lost" in obs.log
+	assert obs.exit_status == 0
+	assert "Number of memory leaks: 0" in obs.log
+
+
+@pytest.mark.parametrize("end, said", [(b"", "has no end"), (struct.pack("=IIQQ16x", LAST, 0, 0, 3), "has lost 3 chunks"),
+				       (struct.pack("=IIQQ16x", LAST, 0, 1, 0), "written 1 chunks, and 0 are there")])
+def test_reader_says_what_the_tap_has_not_kept(tmp_path, end, said):
+	tap = AudioTap(tmp_path / "tap", ["Noise"])
+	(tap.folder / "tap-00000").write_bytes(end)
+	with pytest.raises((AssertionError, RuntimeError), match=said):
+		list(tap.chunks())
 
 
 def test_picture_shows_on_the_program(make_obs, artefacts):
