@@ -58,6 +58,14 @@ def noise_wav(path, seconds):
 	return write_wav(path, frames), frames
 
 
+def loud_noise(seconds, seed):
+	"""16-bit frames of noise between a quarter and a half of full scale, either side of zero, different left and right. Whatever is
+	done to its gain can be read off each of them, and any piece of it is found in one place only."""
+	chance = np.random.default_rng(seed)
+	size = (seconds * 48000, 2)
+	return (chance.integers(8192, 16384, size) * chance.choice((-1, 1), size)).astype(np.int16)
+
+
 def expected_uplink(frames, phase):
 	"""The captured samples for a file of 16-bit frames, when the first group of three begins at `phase`."""
 	left, right = (frames[phase:, side].astype(np.float32) / np.float32(32768) for side in (0, 1))
