@@ -1,21 +1,29 @@
 """Everything a user can do to the audio path, at random and fast, in a real OBS in a session."""
 
+import datetime
 import itertools
 import re
-import shutil
+import time
 
 import numpy as np
 
-from lab.media import CHUNK, read_track, silent_chunks
-from lab.obs import BUFFERING_ADDED, media_file
-from sessions import AUTHENTICATED, LET_IN, MICROPHONE, noise_wav, session_config, target
+from exact_audio import RATE, FileFollower, deliveries
+from lab.audio_tap import AudioTap
+from lab.obs import media_file
+from sessions import AUTHENTICATED, LET_IN, MICROPHONE, loud_noise, session_config, target, write_wav
 
 SECOND = "Second microphone"
 LANGUAGES = ("Spanish", "French")
+DUBS = [f"Talvora Dub — {language}" for language in LANGUAGES]
 SECONDS = 15
 
-# How many chunks of a source may come late: 64 ms of the whole time.
-MOST_LATE = 3
+VOICE = 8192
+
+# The gain of the original moves by no more from one sample to the next: from 1 to 0 in 150 ms.
+LARGEST_STEP = 1 / 7200
+# How exactly gain and voice can be told from samples of 32 bits whose sides are this far apart.
+APART = 0.05
+TOLD_TO = 1e-5
 
 
 def speech(count):
@@ -23,7 +31,7 @@ def speech(count):
 	steps = [*LET_IN]
 	for number in range(1, count + 1):
 		steps.append({"after_ms": 2000})
-		steps += [{"send_tts": {"language": language, "clip_id": number, "pcm": "sine 440 1.5s"}} for language in ("es", "fr")]
+		steps += [{"send_tts": {"language": language, "clip_id": number, "pcm": "voice.pcm"}} for language in ("es", "fr")]
 		steps.append({"send": {"type": "caption", "language": "es", "text": f"Uno {number}", "duration": 1, "clipId": number}})
 	return steps
 
@@ -78,46 +86,90 @@ class RestlessUser:
 		self._obs.request("RemoveInput", inputName=passing)
 
 
-def check_no_gap(track, frames, meanwhile):
-	"""What was recorded of a source is one piece of its file, sample for sample, and was hardly ever waited for.
-
-	meanwhile: what OBS had to do, to be said with a failure.
-	"""
-	samples = np.trim_zeros(track[:, 0])
-	silent = silent_chunks(samples)
-	late = np.count_nonzero(silent) // CHUNK
-	assert late <= MOST_LATE, f"the source's audio was held up: {late} chunks came late{meanwhile}"
-	samples = samples[~silent]
-	original = frames[:, 0].astype(np.float32) / np.float32(32768)
-	place = original.tobytes().find(samples[:64].tobytes())
-	assert place >= 0 and place % 4 == 0, "what was recorded first is nowhere in the source"
-	expected = original[place // 4:][:len(samples)]
-	wrong = np.flatnonzero(samples[:len(expected)] != expected)
-	assert not len(wrong), f"samples of the source are missing or doubled after {wrong[0] / 48000:.3f} s{meanwhile}"
+def detachments(log, source):
+	"""When the module has let go of a source, by the day's clock in ms, as the log has it."""
+	found = re.findall(rf"^(\d+):(\d+):(\d+)\.(\d+): \[talvora-obs\] Talvora: detached audio capture from '{source}'$", log, re.MULTILINE)
+	return [((int(hours) * 60 + int(minutes)) * 60 + int(seconds)) * 1000 + int(ms) for hours, minutes, seconds, ms in found]
 
 
-def test_audio_flows_through_everything_a_user_does(make_obs, make_service, user_of, tmp_path, chance, usual_complaints, artefacts):
-	wav, frames = noise_wav(tmp_path / "noise.wav", 120)
-	inputs = [media_file(MICROPHONE, wav, tracks=(1,)), media_file(SECOND, wav, tracks=(2,))]
+def time_of_day(arrival):
+	"""A moment of time.monotonic_ns() by the day's clock, in whole ms."""
+	wall = datetime.datetime.fromtimestamp((arrival + time.time_ns() - time.monotonic_ns()) / 1e9)
+	return ((wall.hour * 60 + wall.minute) * 60 + wall.second) * 1000 + wall.microsecond // 1000
+
+
+class RestlessDub:
+	"""Follows one dub from when it was made until it is removed: it leaves nothing of the captured source out, and every sample of it
+	is that sample of the source at a gain that moves slowly, with the voice on top."""
+
+	def __init__(self, name, log):
+		self._name = name
+		self._log = log
+		self._source, self._number, self._arrival = None, None, None
+		# The gain that was told last, and how many samples came after that.
+		self._gain, self._since = None, 0
+		self.chunks = 0
+		self.spoken = 0
+
+	def follow(self, original, number, chunk):
+		"""number: which chunk of its source the original is."""
+		if original.source == self._source and number != self._number + 1:
+			# It was not listened to for a while.
+			begin, end = time_of_day(self._arrival), time_of_day(original.arrival)
+			assert any(begin <= one <= end for one in detachments(self._log, self._source)), \
+				f"'{self._name}' has left out {number - self._number - 1} chunks of '{self._source}'"
+		self._source, self._number, self._arrival = original.source, number, original.arrival
+		self.chunks += 1
+		self._check_mix(original.samples.astype(np.float64), chunk.samples.astype(np.float64))
+
+	def _check_mix(self, original, dub):
+		"""The voice is the same on both sides, so that it is not in their difference."""
+		difference = original[0] - original[1]
+		told = np.flatnonzero(np.abs(difference) > APART)
+		gain = (dub[0] - dub[1])[told] / difference[told]
+		assert gain.min() > -TOLD_TO and gain.max() < 1 + TOLD_TO, f"a sample of the original is missing or doubled in '{self._name}'"
+		apart = np.diff(told, prepend=-1 - self._since)
+		moved = np.abs(np.diff(gain, prepend=gain[0] if self._gain is None else self._gain))
+		assert (moved < apart * LARGEST_STEP + 2 * TOLD_TO).all(), f"the original jumps by {moved.max():.3f} in '{self._name}'"
+		self._gain, self._since = gain[-1], len(difference) - 1 - told[-1]
+		voice = dub[0][told] - gain * original[0][told]
+		level = voice.max()
+		assert level < VOICE / 32768 + TOLD_TO
+		# Half of it where the voice begins.
+		strange = np.min([np.abs(voice - part * level) for part in (0, 0.5, 1)], axis=0)
+		assert strange.max() < TOLD_TO, f"the voice is not in '{self._name}' as it is"
+		self.spoken += np.count_nonzero(voice > 2 * TOLD_TO)
+
+
+def test_audio_flows_through_everything_a_user_does(make_obs, make_service, user_of, tmp_path, chance, usual_complaints):
+	frames = {MICROPHONE: loud_noise(120, seed=20), SECOND: loud_noise(120, seed=21)}
+	inputs = [media_file(name, write_wav(tmp_path / f"{name}.wav", heard)) for name, heard in frames.items()]
 	config = session_config(target("es", dubbing=True, captions=True), target("fr", dubbing=True), dockVisible=True)
-	script = speech(SECONDS)
-	with make_service(script), make_obs(accessible=True, inputs=inputs, talvora_config=config, tracks=(1, 2), lossless_audio=True,
-					    screen=(1280, 1100)) as obs:
+	service = make_service(speech(SECONDS))
+	(service.folder / "voice.pcm").write_bytes(np.full(36000, VOICE, "<i2").tobytes())
+	tap = AudioTap(tmp_path / "tap", [MICROPHONE, SECOND, *DUBS])
+	with service, make_obs(accessible=True, inputs=inputs, talvora_config=config, screen=(1280, 1100), tap=tap) as obs:
 		obs.wait_for_log(AUTHENTICATED)
 		user = RestlessUser(user_of(obs), chance)
-		obs.start_recording()
-		before = len(obs.log)
+		begin = time.monotonic()
+		for dub in DUBS:
+			tap.wait_for(obs, dub, time.monotonic_ns())
 		actions = 0
-		while obs.recorded_seconds() < SECONDS or actions < 10:
+		while time.monotonic() < begin + SECONDS or actions < 10:
 			user.act()
 			actions += 1
-		recording = shutil.copy(obs.stop_recording(), artefacts)
-		tracks = [read_track(recording, track) for track in (1, 2)]
-		held_up = re.findall(r"audio buffering is now (\d+) milliseconds \(source: (.*)\)", obs.log[before:])
-	print(f"{actions} actions")
-	for track in tracks:
-		check_no_gap(track, frames, f"; {BUFFERING_ADDED} for {held_up}" if held_up else "")
-	assert not [name for _, name in held_up if name.startswith("Talvora")], f"a dub's audio came late: {held_up}"
+	originals = {name: FileFollower(heard) for name, heard in frames.items()}
+	numbers = dict.fromkeys(originals, 0)
+	dubs = {}
+	for delivery in deliveries(tap.chunks(), originals):
+		source = delivery.original.source
+		originals[source].follow(delivery.original)
+		numbers[source] += 1
+		for name, chunk in delivery.dubs.items():
+			dubs.setdefault(chunk.life, RestlessDub(name, obs.log)).follow(delivery.original, numbers[source], chunk)
+	print(f"{actions} actions, {sum(one.chunks for one in dubs.values())} chunks of {len(dubs)} dubs, "
+	      f"{sum(one.spoken for one in dubs.values()) / RATE:.1f} s and more of voice")
+	assert all(one.seconds > SECONDS for one in originals.values())
 	assert obs.exit_status == 0
 	assert "Number of memory leaks: 0" in obs.log
 	assert obs.complaints() == usual_complaints
