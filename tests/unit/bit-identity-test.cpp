@@ -88,7 +88,7 @@ bool sameSpeech(std::mt19937 &random, int speechRate, uint32_t outputRate)
 
 } // namespace
 
-class ExactnessTest : public QObject {
+class BitIdentityTest : public QObject {
 	Q_OBJECT
 
 private Q_SLOTS:
@@ -106,7 +106,7 @@ private Q_SLOTS:
 	void captionText();
 };
 
-void ExactnessTest::loopsWriteAsMuchAsTheyAreTold()
+void BitIdentityTest::loopsWriteAsMuchAsTheyAreTold()
 {
 	constexpr size_t kSpare = 64;
 	const std::vector<float> in(3 * (40 + kSpare), 0.25f);
@@ -144,7 +144,7 @@ void ExactnessTest::loopsWriteAsMuchAsTheyAreTold()
 	}
 }
 
-void ExactnessTest::captureOfEveryLengthAtEveryCarry()
+void BitIdentityTest::captureOfEveryLengthAtEveryCarry()
 {
 	std::mt19937 random(31);
 	std::vector<float> left;
@@ -174,7 +174,7 @@ void ExactnessTest::captureOfEveryLengthAtEveryCarry()
 	}
 }
 
-void ExactnessTest::gainOnEveryWayAtEveryRate()
+void BitIdentityTest::gainOnEveryWayAtEveryRate()
 {
 	for (const uint32_t rate : {8000u, 44100u, 48000u, 96000u, 192000u}) {
 		for (int percent = 0; percent <= 100; ++percent) {
@@ -197,7 +197,7 @@ void ExactnessTest::gainOnEveryWayAtEveryRate()
 	}
 }
 
-void ExactnessTest::gainOnRandomWays()
+void BitIdentityTest::gainOnRandomWays()
 {
 	std::mt19937 random(32);
 	std::uniform_real_distribution<float> level(0.0f, 1.0f);
@@ -216,7 +216,7 @@ void ExactnessTest::gainOnRandomWays()
 	}
 }
 
-void ExactnessTest::gainWhoseStepIsHalfWay()
+void BitIdentityTest::gainWhoseStepIsHalfWay()
 {
 	// Between a half and one, floats are this far apart: the step is exactly between two of them.
 	constexpr float kDistance = 0x1p-24f;
@@ -245,7 +245,7 @@ void ExactnessTest::gainWhoseStepIsHalfWay()
 	QVERIFY2(found >= 100, qPrintable(QStringLiteral("only %1 such steps").arg(found)));
 }
 
-void ExactnessTest::mixOfEveryLength()
+void BitIdentityTest::mixOfEveryLength()
 {
 	std::mt19937 random(33);
 	std::vector<float> left;
@@ -279,7 +279,7 @@ void ExactnessTest::mixOfEveryLength()
 	}
 }
 
-void ExactnessTest::speechAtEveryRate()
+void BitIdentityTest::speechAtEveryRate()
 {
 	std::mt19937 random(34);
 	const int speechRates[] = {8000,  11025, 12000, 16000,  22050, 24000, 32000,      44100,
@@ -293,7 +293,7 @@ void ExactnessTest::speechAtEveryRate()
 	}
 }
 
-void ExactnessTest::speechAtRandomRates()
+void BitIdentityTest::speechAtRandomRates()
 {
 	std::mt19937 random(38);
 	std::uniform_int_distribution<int> speech(4000, 200000);
@@ -306,7 +306,7 @@ void ExactnessTest::speechAtRandomRates()
 	}
 }
 
-void ExactnessTest::speechThatOverflows()
+void BitIdentityTest::speechThatOverflows()
 {
 	std::mt19937 random(35);
 	SpeechQueue fast;
@@ -328,7 +328,7 @@ void ExactnessTest::speechThatOverflows()
 	QVERIFY(sameBits(taken, plain.take(taken.size(), 48000).samples));
 }
 
-void ExactnessTest::framesOfManyTags_data()
+void BitIdentityTest::framesOfManyTags_data()
 {
 	QTest::addColumn<QByteArray>("alphabet");
 	QTest::addColumn<int>("frames");
@@ -339,7 +339,7 @@ void ExactnessTest::framesOfManyTags_data()
 	QTest::newRow("noise") << QByteArray() << 300 << 40000;
 }
 
-void ExactnessTest::framesOfManyTags()
+void BitIdentityTest::framesOfManyTags()
 {
 	QFETCH(QByteArray, alphabet);
 	QFETCH(int, frames);
@@ -381,7 +381,7 @@ void ExactnessTest::framesOfManyTags()
 	}
 }
 
-void ExactnessTest::captionText()
+void BitIdentityTest::captionText()
 {
 	std::mt19937 random(37);
 	const QString alphabet = QString::fromUtf8("\\\"'{};%1A \n\r\fé😀") + QChar(u'\0') + QChar(u'\xd800');
@@ -403,5 +403,5 @@ void ExactnessTest::captionText()
 	}
 }
 
-QTEST_APPLESS_MAIN(ExactnessTest)
-#include "exactness-test.moc"
+QTEST_APPLESS_MAIN(BitIdentityTest)
+#include "bit-identity-test.moc"
