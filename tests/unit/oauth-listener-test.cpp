@@ -411,7 +411,8 @@ void OAuthListenerTest::saysThatTheBrowserDoesNotOpen()
 	LogCapture log;
 	OAuthListener listener;
 	const QSignalSpy failed(&listener, &OAuthListener::loginFailed);
-	QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^This plugin does not support QPlatformServices::openUrl"));
+	QTest::ignoreMessage(QtWarningMsg,
+			     QRegularExpression("^This plugin does not support QPlatformServices::openUrl"));
 	QVERIFY(!listener.startLogin("twitch"));
 	QCOMPARE(log.lines(LOG_WARNING), QStringList(kPrefix + "failed to open system browser"));
 	QCOMPARE(log.lines(LOG_INFO).size(), 4);

@@ -33,7 +33,8 @@ void handle(QtMsgType type, const QMessageLogContext &context, const QString &me
 
 } // namespace
 
-// In front of Qt's own, since Qt Test puts its handler into place only when a test runs, and takes it away again behind.
+// In front of Qt's own, since Qt Test puts its handler into place only when a test runs, and takes it away again
+// behind.
 Q_DECL_EXPORT QtMessageHandler qInstallMessageHandler(QtMessageHandler handler)
 {
 	static auto *const original =
