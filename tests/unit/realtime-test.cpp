@@ -40,6 +40,17 @@ extern "C" __attribute__((visibility("default"))) void obs_source_output_audio(o
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
+namespace {
+
+/** How many times as long the same work may take in a build that watches every access to memory. */
+#ifdef __SANITIZE_ADDRESS__
+constexpr int64_t kSlower = 8;
+#else
+constexpr int64_t kSlower = 1;
+#endif
+
+} // namespace
+
 class TalvoraPluginTest : public QObject {
 	Q_OBJECT
 
@@ -270,10 +281,12 @@ void TalvoraPluginTest::callbackMeetsItsLocksShortly()
 	QVERIFY(map.count() >= 99);
 	QVERIFY(source.count() > 0);
 	QVERIFY(speech.count() >= 200);
-	// A chunk of 1024 frames lasts 21.3 ms. The processor's time is what the plug-in can answer for.
-	QVERIFY(map.longestOnProcessor() < 21'300'000);
-	QVERIFY(source.longestOnProcessor() < 21'300'000);
-	QVERIFY(speech.longestOnProcessor() < 21'300'000);
+	// The processor's time is what the plug-in can answer for. On a busy machine of two cores it was 63 us, 22 us
+	// and, for two seconds of speech that are put into the queue, 78 us at most: some ten times as much is no
+	// longer the same work. A chunk of 1024 frames lasts 21.3 ms.
+	QVERIFY(map.longestOnProcessor() < kSlower * 500'000);
+	QVERIFY(source.longestOnProcessor() < kSlower * 500'000);
+	QVERIFY(speech.longestOnProcessor() < kSlower * 1'000'000);
 }
 
 QTEST_MAIN(TalvoraPluginTest)

