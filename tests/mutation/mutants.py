@@ -38,14 +38,28 @@ PLAIN = re.compile(r"set[A-Z]\w*|(?:dis)?connect|signal_handler_\w+|obs_data_set
                    r"|memcpy|copy_n|resize|replace")
 
 
+# Looks like a call, but makes an object: "const" is in CALL, and "Type name(...);" is this.
+DECLARATION = re.compile(r"^\t+[\w:<>*& ]+[\s*&]\w+\(")
+# What may be left out: a call, a lock, and a return from within a block.
+LOCK = re.compile(r"^\t+(?:const )?(?:std::(?:lock_guard|unique_lock|shared_lock|scoped_lock)|QMutexLocker|QReadLocker|QWriteLocker)\b.*;$")
+RETURN = re.compile(r"^\t\t+return\b[^;]*;$")
+
+
 @dataclass(frozen=True)
 class Mutant:
+    """One change: text[start:end] of the file becomes `replacement`."""
+
     file: str
     line: int
     kind: str
     before: str
     after: str
-    source: str
+    start: int
+    end: int
+    replacement: str
+
+    def applied(self, text):
+        return text[: self.start] + self.replacement + text[self.end :]
 
     def __str__(self):
         return f"{self.file}:{self.line} ({self.kind})\n-\t{self.before}\n+\t{self.after}"
@@ -56,6 +70,8 @@ def other_number(number):
     digits, suffix = re.fullmatch(r"(0x[0-9a-fA-F]+|[\d.]+(?:[eE][-+]?\d+)?)([a-zA-Z]*)", number).groups()
     if digits.startswith("0x"):
         return hex(int(digits, 16) + 1) + suffix
+    if re.fullmatch("0[0-7]+", digits):
+        return f"0{int(digits, 8) + 1:o}{suffix}"
     if digits.isdigit():
         return str(int(digits) + 1) + suffix
     value = float(digits)
@@ -82,20 +98,26 @@ def token_mutants(name, text):
         kind = match.lastgroup
         if kind == "skip":
             continue
-        token = match.group()
-        changed = other_token(kind, token)
+        changed = other_token(kind, match.group())
         source = text[: match.start()] + changed + text[match.end() :]
         line = text.count("\n", 0, match.start()) + 1
         yield Mutant(name, line, kind, shown(text, match.start(), match.end()),
-                     shown(source, match.start(), match.start() + len(changed)), source)
+                     shown(source, match.start(), match.start() + len(changed)), match.start(), match.end(), changed)
+
+
+def lines_with_places(text):
+    place = 0
+    for number, line in enumerate(text.split("\n"), 1):
+        yield number, place, line
+        place += len(line) + 1
 
 
 def order_mutants(name, text):
     """Two statements that follow each other, the other way round."""
-    lines = text.split("\n")
-    for i in range(len(lines) - 1):
-        first, second = CALL.match(lines[i]), CALL.match(lines[i + 1])
-        if not first or not second or first["indent"] != second["indent"] or lines[i] == lines[i + 1]:
+    lines = list(lines_with_places(text))
+    for (number, start, one), (_, _, two) in zip(lines, lines[1:]):
+        first, second = CALL.match(one), CALL.match(two)
+        if not first or not second or first["indent"] != second["indent"] or one == two:
             continue
         # Filling one layout and then another comes to the same.
         layouts = first["callee"].startswith("add") and second["callee"].startswith("add")
@@ -103,9 +125,33 @@ def order_mutants(name, text):
             continue
         if PLAIN.fullmatch(first["callee"]) or PLAIN.fullmatch(second["callee"]):
             continue
-        swapped = lines[:i] + [lines[i + 1], lines[i]] + lines[i + 2 :]
-        yield Mutant(name, i + 1, "order", f"{lines[i].strip()} {lines[i + 1].strip()}",
-                     f"{lines[i + 1].strip()} {lines[i].strip()}", "\n".join(swapped))
+        yield Mutant(name, number, "order", f"{one.strip()} {two.strip()}", f"{two.strip()} {one.strip()}",
+                     start, start + len(one) + 1 + len(two), f"{two}\n{one}")
+
+
+def ends_early(lines, number):
+    """Whether the statement on this line is in a block that is entered only sometimes, so that the function goes on."""
+    indent = lines[number - 1][2].index("return")
+    for _, _, line in reversed(lines[: number - 1]):
+        depth = len(line) - len(line.lstrip("\t"))
+        if line and depth < indent:
+            return re.match(r"\t+(?:if|else|\} else|for|while|case)\b", line) is not None
+    return False
+
+
+def left_out(name, text):
+    """A statement on one line that is not there any more."""
+    lines = list(lines_with_places(text))
+    for number, start, line in lines:
+        if LOCK.match(line):
+            kind = "lock"
+        elif CALL.match(line) and not DECLARATION.match(line):
+            kind = "call"
+        elif RETURN.match(line) and ends_early(lines, number):
+            kind = "return"
+        else:
+            continue
+        yield Mutant(name, number, kind, line.strip(), ";", start, start + len(line), ";")
 
 
 def all_mutants(root):
@@ -115,6 +161,6 @@ def all_mutants(root):
             continue
         text = path.read_text()
         name = f"src/{path.name}"
-        found = list(token_mutants(name, text)) + list(order_mutants(name, text))
+        found = [*token_mutants(name, text), *order_mutants(name, text), *left_out(name, text)]
         mutants += sorted(found, key=lambda mutant: (mutant.line, mutant.kind))
     return mutants
