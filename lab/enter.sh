@@ -6,12 +6,15 @@ set -euo pipefail
 
 usage() {
 	cat <<TXT
-usage: lab/enter.sh SUITE [NAME=VALUE ...] -- COMMAND [ARGUMENT ...]
+usage: lab/enter.sh [--throw-away] SUITE [NAME=VALUE ...] -- COMMAND [ARGUMENT ...]
 
 The command starts in /talvora (the checkout) with a clean environment plus the
 given variables, a network of its own that has nothing but the loopback
 interface, and a private /tmp. All that it started ends with it. When DISPLAY is
 among the variables, that display can be used inside.
+
+  --throw-away  what the command changes in the root filesystem is kept in memory and gone with it; the checkout is
+                itself in both cases
 TXT
 }
 
@@ -23,7 +26,13 @@ inside() {
 	trap 'exit 130' INT
 	trap 'exit 143' TERM HUP
 	mount --make-rprivate /
-	mount --bind "$root" "$root"
+	if [ -n "$LAB_THROW_AWAY" ]; then
+		mount -t tmpfs tmpfs "$root/mnt"
+		mkdir "$root/mnt/changes" "$root/mnt/work"
+		mount -t overlay -o "lowerdir=$root,upperdir=$root/mnt/changes,workdir=$root/mnt/work" overlay "$root"
+	else
+		mount --bind "$root" "$root"
+	fi
 	mount -t proc proc "$root/proc"
 	mount --rbind /sys "$root/sys"
 	mount --rbind /dev "$root/dev"
@@ -52,10 +61,12 @@ if [ "${1:-}" = --inside ]; then
 	inside "$@"
 fi
 
+export LAB_THROW_AWAY=''
 case ${1:-} in
 '' | -h | --help) usage; exit 0 ;;
+--throw-away) LAB_THROW_AWAY=1; shift ;;
 esac
-suite=$1
+suite=${1:-}
 shift
 check_suite "$suite"
 

@@ -361,7 +361,8 @@ class Obs:
 
 	def _prepare(self, port):
 		config = self.home / ".config" / "obs-studio"
-		fresh = not config.exists()
+		# Modules may have been installed for the user before OBS was ever started.
+		fresh = not (config / "global.ini").exists()
 		if fresh:
 			self._write_settings(config)
 			self._write_profile(config / "basic" / "profiles" / "Untitled")
