@@ -40,8 +40,12 @@ inside() {
 	mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
 	mount -t tmpfs -o mode=755 tmpfs "$root/run"
 	mount --bind "$checkout_dir" "$root/talvora"
-	mkdir -p "$lab_cache/ccache" "$root/root/.cache/ccache"
-	mount --bind "$lab_cache/ccache" "$root/root/.cache/ccache"
+	# What outlives the checkout: the compiler's results, and what the readers of the code have found clean.
+	local kept
+	for kept in ccache talvora-lint; do
+		mkdir -p "$lab_cache/$kept" "$root/root/.cache/$kept"
+		mount --bind "$lab_cache/$kept" "$root/root/.cache/$kept"
+	done
 	# Only with a display to use: a display server started inside would leave its socket in the machine's folder.
 	if [ -n "${LAB_DISPLAY:-}" ] && [ -d /tmp/.X11-unix ]; then
 		mkdir "$root/tmp/.X11-unix"
