@@ -196,7 +196,8 @@ void StressTest::everythingChangesWhileAudioFlows()
 		QVERIFY2(QTest::qWaitFor([&] { return heard > 10; }), "no audio reaches the dub any more");
 		obs_source_remove_audio_capture_callback(dub, count, &heard);
 		for (const auto &source : sources) {
-			qInfo("%d chunks, the longest took %.3f ms, others held one up for %.3f ms, and %d for more than 1 ms",
+			qInfo("%d chunks, the longest took %.3f ms, others held one up for %.3f ms, and %d for more "
+			      "than 1 ms",
 			      source->chunks.load(), static_cast<double>(source->longestNs.load()) / 1e6,
 			      static_cast<double>(source->longestHeldUpNs.load()) / 1e6, source->heldUp.load());
 			QVERIFY(source->chunks > 100);
