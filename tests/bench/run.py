@@ -82,6 +82,8 @@ def main():
 		rows += measure(BUILD, out, chosen.rows)
 	print(header)
 	print(as_text(rows))
+	with (out / "history").open("a", encoding="utf-8") as history:
+		history.writelines(f"{json.dumps([datetime.date.today().isoformat(), *row.cells()])}\n" for row in rows)
 	(out / "table.json").write_text(json.dumps([row.cells() for row in rows], indent=1), encoding="utf-8")
 	if not chosen.keep and not chosen.rows:
 		rewrite(rows, header)
