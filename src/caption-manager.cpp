@@ -221,6 +221,10 @@ void CaptionManager::setLanguages(const QList<QString> &languages, const QMap<QS
 			++it;
 			continue;
 		}
+		if (!it->second.currentText.isEmpty() && hasSource(it->second)) {
+			// The source stays in the scene, and nobody would take the text away any more.
+			updateObsText(it->second, QString());
+		}
 		destroySourceForLanguage(it->second);
 		it = states.erase(it);
 	}
@@ -363,10 +367,10 @@ void CaptionManager::advanceQueue(LanguageCaptionState &state)
 		state.clearTimer->start(kClearAfterLastCaptionMs);
 		return;
 	}
-	state.clearTimer->stop();
 	if (state.queue.first().syncWithAudio) {
 		return;
 	}
+	state.clearTimer->stop();
 	const CaptionEntry entry = state.queue.takeFirst();
 	updateObsText(state, entry.text);
 	state.displayTimer->start(entry.displayMs);
@@ -376,12 +380,21 @@ void CaptionManager::onDisplayTimerTick(const QString &language)
 {
 	if (LanguageCaptionState *state = findState(language)) {
 		advanceQueue(*state);
+		// The next one may wait for its clip.
+		blankUntimedCaption(*state, kClearAfterLastCaptionMs);
 	}
 }
 
 void CaptionManager::onClearTimerTick(const QString &language)
 {
-	if (LanguageCaptionState *state = findState(language)) {
+	LanguageCaptionState *state = findState(language);
+	if (!state) {
+		return;
+	}
+	// Captions that waited for their clips behind the one that goes now: no timer runs that would show them.
+	if (!state->displayTimer->isActive() && !state->queue.isEmpty() && !state->queue.first().syncWithAudio) {
+		advanceQueue(*state);
+	} else {
 		updateObsText(*state, QString());
 	}
 }
@@ -411,6 +424,29 @@ void CaptionManager::onClipEnded(const QString &language, int)
 	// Whichever clip it was: unless another caption is shown before, there is nothing left to read.
 	if (LanguageCaptionState *state = findState(language)) {
 		state->clearTimer->start(kClearAfterClipMs);
+	}
+}
+
+void CaptionManager::onClipLost(const QString &language)
+{
+	if (const LanguageCaptionState *state = findState(language)) {
+		blankUntimedCaption(*state, kClearAfterClipMs);
+	}
+}
+
+void CaptionManager::endSession()
+{
+	for (auto &[language, state] : states) {
+		state.queue.clear();
+		state.displayTimer->stop();
+		blankUntimedCaption(state, kClearAfterLastCaptionMs);
+	}
+}
+
+void CaptionManager::blankUntimedCaption(const LanguageCaptionState &state, int ms)
+{
+	if (!state.currentText.isEmpty() && !state.displayTimer->isActive() && !state.clearTimer->isActive()) {
+		state.clearTimer->start(ms);
 	}
 }
 

@@ -47,6 +47,9 @@ public:
 	void setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
 		      const QFont &font);
 
+	/** No more captions come for now: drops what waits, and blanks within 2 s what is up. */
+	void endSession();
+
 	/** Takes the caption sources out of OBS and forgets them: the end of the program. */
 	void abandonAll();
 
@@ -79,6 +82,8 @@ public Q_SLOTS:
 	void onClipStarted(const QString &language, int clipId);
 	/** The clip's last sample has been played. */
 	void onClipEnded(const QString &language, int clipId);
+	/** The clip that was being played will not be heard to its end; its caption goes as if it had been. */
+	void onClipLost(const QString &language);
 	void onDisplayTimerTick(const QString &language);
 	void onClearTimerTick(const QString &language);
 
@@ -95,6 +100,8 @@ private:
 	void enqueueCaption(LanguageCaptionState &state, const QString &text, double durationSec, int clipId,
 			    bool syncWithAudio);
 	void advanceQueue(LanguageCaptionState &state);
+	/** Blanks the caption that is up after this time, unless a timer will take it away anyway. */
+	static void blankUntimedCaption(const LanguageCaptionState &state, int ms);
 	void createSourceForLanguage(LanguageCaptionState &state);
 	void destroySourceForLanguage(LanguageCaptionState &state);
 	/** Finds or creates the source of a language that has lost its own. */

@@ -32,7 +32,8 @@ struct LanguageCaptionState {
 	PublicSource source;
 	/** Its name in OBS. */
 	QString sourceName;
-	/** What is on screen; empty when nothing is. */
+	/** What is on screen; empty when nothing is. Goes by one of the timers, or stays for the clip that is played.
+	 */
 	QString currentText;
 	/** Waiting captions, oldest first. */
 	QList<CaptionEntry> queue;

@@ -7,6 +7,7 @@
 
 #include <obs-module.h>
 #include <obs.hpp>
+#include <util/platform.h>
 
 #include <algorithm>
 
@@ -97,6 +98,9 @@ void DubbedSource::pushOriginalAudio(const float *left, const float *right, size
 	{
 		const std::lock_guard speechGuard(lock);
 		voiced = speech.take(ttsMixBuf.data(), frames, sampleRate, started, ended);
+		if (voiced > 0) {
+			lastHeard = os_gettime_ns();
+		}
 	}
 
 	const float unmutedTarget = voiced > 0 ? ducked : 1.0f;
@@ -129,8 +133,15 @@ void DubbedSource::pushTtsAudio(int clipId, const int16_t *pcm, size_t count, in
 {
 	// Outside the lock: a long piece takes longer than the audio thread may wait.
 	const SpeechResampler::Made made = speech.resample(pcm, count, sampleRate, outputSampleRate.load());
-	const std::lock_guard guard(lock);
-	speech.append(clipId, made);
+	int lost;
+	{
+		const std::lock_guard guard(lock);
+		const int started = speech.startedClip();
+		speech.append(clipId, made);
+		// What goes over the bound pushes out the oldest speech, which is that of the clip being played.
+		lost = speech.startedClip() == started ? 0 : started;
+	}
+	tellLostClip(lost);
 }
 
 void DubbedSource::ttsClipEnded(int clipId)
@@ -156,12 +167,33 @@ void DubbedSource::setMuteOriginal(bool mute)
 
 void DubbedSource::flush()
 {
+	int lost;
 	{
 		const std::lock_guard guard(lock);
+		lost = speech.startedClip();
 		speech.clear();
 	}
-	const std::lock_guard guard(sourceLock);
-	originalGain.reset();
+	{
+		const std::lock_guard guard(sourceLock);
+		originalGain.reset();
+	}
+	tellLostClip(lost);
+}
+
+void DubbedSource::tellLostClip(int clipId) const
+{
+	if (clipId != 0 && onClipLost) {
+		onClipLost(language, clipId);
+	}
+}
+
+std::optional<std::chrono::nanoseconds> DubbedSource::timeSinceHeard()
+{
+	const std::lock_guard guard(lock);
+	if (speech.startedClip() == 0) {
+		return std::nullopt;
+	}
+	return std::chrono::nanoseconds(os_gettime_ns() - lastHeard);
 }
 
 bool DubbedSource::hasSource()

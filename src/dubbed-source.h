@@ -8,10 +8,12 @@
 #include <obs.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -60,8 +62,14 @@ public:
 	/** Leave the original out altogether. */
 	void setMuteOriginal(bool mute);
 
-	/** Drops all queued speech and puts the original back to full level at once. No callback is called. */
+	/**
+	 * Drops all queued speech and puts the original back to full level at once. Of the callbacks only onClipLost is
+	 * called, for a clip that has started.
+	 */
 	void flush();
+
+	/** For how long nothing of the clip that has started has been heard; no value when none has. Any thread. */
+	std::optional<std::chrono::nanoseconds> timeSinceHeard();
 
 	/** Whether there is an OBS source to put out to. User-interface thread. */
 	bool hasSource();
@@ -86,11 +94,17 @@ public:
 
 	ClipCallback onClipStarted;
 	ClipCallback onClipEnded;
+	/**
+	 * A clip that has started was dropped: its end will not be told. Unlike the others called on the user-interface
+	 * thread, by flush(), pushTtsAudio() and the destructor, without a lock of this object.
+	 */
+	ClipCallback onClipLost;
 
 private:
 	friend class DubbedSourceTest;
 	friend class TalvoraPluginTest;
 
+	void tellLostClip(int clipId) const;
 	void mix(const float *left, const float *right, size_t frames, size_t voiced, float voiceGain);
 
 	const std::string language;
@@ -103,6 +117,8 @@ private:
 	/** Guards the speech alone, so that handing speech over never waits for what OBS does with a chunk. */
 	std::mutex lock;
 	SpeechQueue speech;
+	/** When speech was last taken for a chunk, by os_gettime_ns(). */
+	uint64_t lastHeard = 0;
 	std::vector<float> outLeft;
 	std::vector<float> outRight;
 	std::vector<float> gains;

@@ -75,6 +75,9 @@ public:
 
 	bool isPlaying() const { return playing; }
 
+	/** The clip whose first sample has been played and whose end has not been told; 0 when there is none. */
+	int startedClip() const { return hasMarker() && front().started ? front().clipId : 0; }
+
 private:
 	friend class SpeechQueueTest;
 

@@ -93,6 +93,11 @@ std::unique_ptr<DubbedSource> TalvoraPlugin::createDubbedSource(const QString &c
 		QMetaObject::invokeMethod(
 			this, [this, code, clipId] { onClipEnded(code, clipId); }, Qt::QueuedConnection);
 	};
+	// Queued too, although it is called on this thread: the start of the clip may still be on its way.
+	source->onClipLost = [this, code](const std::string &, int clipId) {
+		QMetaObject::invokeMethod(
+			this, [this, code, clipId] { onClipLost(code, clipId); }, Qt::QueuedConnection);
+	};
 	return source;
 }
 

@@ -17,9 +17,22 @@
 #include <util/profiler.hpp>
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
+
+namespace {
+
+/**
+ * After that without sound a clip's caption is treated as if the clip had ended: the captured source is muted or has
+ * come to its end, the dub's source has been removed, or the service has not sent the rest of the clip.
+ */
+constexpr std::chrono::seconds kLongestClipSilence{2};
+constexpr std::chrono::milliseconds kClipWatchInterval{250};
+
+} // namespace
 
 TalvoraPlugin *TalvoraPlugin::instance()
 {
@@ -27,7 +40,10 @@ TalvoraPlugin *TalvoraPlugin::instance()
 	return &plugin;
 }
 
-TalvoraPlugin::TalvoraPlugin() = default;
+TalvoraPlugin::TalvoraPlugin()
+{
+	connect(&clipWatch, &QTimer::timeout, this, &TalvoraPlugin::watchClips);
+}
 
 TalvoraPlugin::~TalvoraPlugin()
 {
@@ -104,6 +120,7 @@ void TalvoraPlugin::shutdown()
 	}
 	shuttingDown = true;
 	sceneWatcher.reset();
+	clipWatch.stop();
 
 	if (dock) {
 		settings.dockVisible = dock->isVisible();
@@ -262,10 +279,19 @@ void TalvoraPlugin::onWsStateChanged(WsState newState)
 {
 	talvora_log(LOG_INFO, "Talvora: WS state → %d", static_cast<int>(newState));
 	Q_EMIT wsStateChanged(newState);
-	// A lost connection also takes along the end of a clip that was being received, which would block the next
-	// ones.
-	if (newState == WsState::Disconnected || newState == WsState::Reconnecting) {
+	const bool isDown = newState == WsState::Disconnected || newState == WsState::Reconnecting;
+	if (isDown || newState == WsState::Disconnecting) {
+		sessionIsOver = true;
+	} else if (newState == WsState::Authenticated) {
+		sessionIsOver = false;
+	}
+	if (isDown) {
+		// A lost connection also takes along the end of a clip that was being received, which would block the
+		// next ones.
 		flushDubbedSources();
+		if (captionManager) {
+			captionManager->endSession();
+		}
 	}
 }
 
@@ -289,7 +315,7 @@ void TalvoraPlugin::onSessionEnded(double captionMinutes, double dubbedMinutes)
 
 void TalvoraPlugin::onCaptionUpdated(const QString &language, const QString &text, double durationSec, int clipId)
 {
-	if (captionManager) {
+	if (captionManager && !sessionIsOver) {
 		captionManager->onCaption(language, text, durationSec, clipId, false);
 	}
 }
@@ -303,12 +329,17 @@ void TalvoraPlugin::onCaptionCleared(const QString &language)
 
 void TalvoraPlugin::onTranscriptInterim(const QString &text)
 {
-	Q_EMIT transcriptUpdated(text);
+	if (!sessionIsOver) {
+		Q_EMIT transcriptUpdated(text);
+	}
 }
 
 void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const QByteArray &pcmData,
 				    int sourceSampleRate)
 {
+	if (sessionIsOver) {
+		return;
+	}
 	const std::shared_lock guard(dubbedMutex);
 	const auto found = dubbedSources.find(language);
 	if (found == dubbedSources.end()) {
@@ -335,6 +366,7 @@ void TalvoraPlugin::onClipStarted(const QString &language, int clipId)
 {
 	if (captionManager) {
 		captionManager->onClipStarted(language, clipId);
+		clipWatch.start(kClipWatchInterval);
 	}
 }
 
@@ -342,6 +374,29 @@ void TalvoraPlugin::onClipEnded(const QString &language, int clipId)
 {
 	if (captionManager) {
 		captionManager->onClipEnded(language, clipId);
+	}
+}
+
+void TalvoraPlugin::onClipLost(const QString &language, int)
+{
+	if (captionManager) {
+		captionManager->onClipLost(language);
+	}
+}
+
+void TalvoraPlugin::watchClips()
+{
+	bool playing = false;
+	const std::shared_lock guard(dubbedMutex);
+	for (auto &[code, source] : dubbedSources) {
+		const std::optional<std::chrono::nanoseconds> silence = source->timeSinceHeard();
+		playing |= silence.has_value();
+		if (silence >= kLongestClipSilence) {
+			captionManager->onClipLost(code);
+		}
+	}
+	if (!playing) {
+		clipWatch.stop();
 	}
 }
 

@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QObject>
 #include <QPointer>
+#include <QTimer>
 
 #include <obs.h>
 
@@ -122,6 +123,8 @@ public Q_SLOTS:
 	void onTtsAudioReady(const QString &language, int clipId, const QByteArray &pcmData, int sourceSampleRate);
 	void onClipStarted(const QString &language, int clipId);
 	void onClipEnded(const QString &language, int clipId);
+	/** A clip that has started will not be heard to its end. */
+	void onClipLost(const QString &language, int clipId);
 
 Q_SIGNALS:
 	void wsStateChanged(WsState newState);
@@ -189,6 +192,8 @@ private:
 	/** Says in the log, once, that captions are wanted in an OBS that cannot draw them. */
 	void reportMissingBrowserSource();
 	void flushDubbedSources();
+	/** Takes clips for lost of which nothing has been heard for a while: nothing else would end their captions. */
+	void watchClips();
 	void sendConfigUpdate();
 	/** False when the thread did not stop in time: then thread and client are left to themselves. */
 	bool stopClientThread();
@@ -211,11 +216,15 @@ private:
 	CaptionManager *captionManager = nullptr;
 	QPointer<PluginDock> dock;
 	std::unique_ptr<SceneWatcher> sceneWatcher;
+	/** Runs while a clip is being played. */
+	QTimer clipWatch;
 
 	Settings settings;
 	SettingsFile settingsFile;
 	int maxTargetLanguages = 0;
 	std::atomic<bool> shuttingDown{false};
 	bool initialized = false;
+	/** The service may go on sending after the end of a session; none of it is shown or spoken. */
+	bool sessionIsOver = false;
 	bool missingBrowserSourceReported = false;
 };

@@ -233,6 +233,12 @@ private Q_SLOTS:
 	void clipStartOfAnUnknownIdChangesNothing();
 	void clipEndBlanksAfter1500MsWhateverItsId();
 	void captionReplacesASynchronisedOneAtOnce();
+	void captionOfALostClipGoesLikeThatOfAnEndedOne();
+	void lostClipLeavesTimedCaptionsAlone();
+	void captionsThatWaitedForLostClipsAreShown();
+	void captionInFrontOfASynchronisedOneGoes();
+	void endOfASessionDropsWhatWaitsAndBlanksWhatIsUp_data();
+	void endOfASessionDropsWhatWaitsAndBlanksWhatIsUp();
 	void clearedCaptionsAreGone();
 	void eventsOfUnknownLanguagesAreIgnoredSilently();
 	void languagesDoNotDisturbEachOther();
@@ -651,6 +657,119 @@ void CaptionManagerTest::captionReplacesASynchronisedOneAtOnce()
 	QVERIFY(state().displayTimer->isActive());
 }
 
+void CaptionManagerTest::captionOfALostClipGoesLikeThatOfAnEndedOne()
+{
+	makeSpanish();
+	manager->onCaption("es", "spoken", 0, 5, true);
+	manager->onClipStarted("es", 5);
+	manager->onClipLost("es");
+	QVERIFY(state().clearTimer->isActive());
+	QCOMPARE(state().clearTimer->interval(), 1500);
+	QCOMPARE(state().currentText, "spoken");
+	manager->onClearTimerTick("es");
+	QCOMPARE(cssOf(spanish), shown(""));
+	state().clearTimer->stop();
+
+	// With nothing up there is nothing to blank.
+	manager->onClipLost("es");
+	manager->onClipLost("fr");
+	QVERIFY(!state().clearTimer->isActive());
+}
+
+void CaptionManagerTest::lostClipLeavesTimedCaptionsAlone()
+{
+	makeSpanish();
+	manager->onCaption("es", "timed", 8.0, 1, false);
+	manager->onClipLost("es");
+	QVERIFY(state().displayTimer->isActive());
+	QVERIFY(!state().clearTimer->isActive());
+
+	// Nor does a second loss give the caption more time.
+	manager->onDisplayTimerTick("es");
+	state().displayTimer->stop();
+	QCOMPARE(state().clearTimer->interval(), 2000);
+	manager->onClipLost("es");
+	QCOMPARE(state().clearTimer->interval(), 2000);
+}
+
+void CaptionManagerTest::captionsThatWaitedForLostClipsAreShown()
+{
+	makeSpanish();
+	manager->onCaption("es", "1", 0, 1, false);
+	manager->onCaption("es", "2", 0, 2, false);
+	manager->onCaption("es", "3", 0, 3, false);
+	manager->onClipStarted("es", 2);
+	manager->onClipEnded("es", 2);
+	QCOMPARE(state().currentText, "2");
+	QCOMPARE(waiting(), QStringList({"3"}));
+	manager->onClearTimerTick("es");
+	QCOMPARE(cssOf(spanish), shown("3"));
+	QVERIFY(state().displayTimer->isActive());
+	QVERIFY(!state().clearTimer->isActive());
+
+	// The end of a clip blanks a timed caption, too; the next one keeps its turn.
+	manager->onCaption("es", "4", 0, 4, false);
+	manager->onClearTimerTick("es");
+	QCOMPARE(cssOf(spanish), shown(""));
+	QCOMPARE(waiting(), QStringList({"4"}));
+}
+
+void CaptionManagerTest::captionInFrontOfASynchronisedOneGoes()
+{
+	makeSpanish();
+	manager->onCaption("es", "timed", 0, 1, false);
+	manager->onCaption("es", "spoken", 0, 2, true);
+	state().displayTimer->stop();
+	manager->onDisplayTimerTick("es");
+	QCOMPARE(state().currentText, "timed");
+	QVERIFY(state().clearTimer->isActive());
+	QCOMPARE(state().clearTimer->interval(), 2000);
+	// One that comes behind it does not keep it up.
+	manager->onCaption("es", "behind", 0, 3, false);
+	QVERIFY(state().clearTimer->isActive());
+	manager->onClearTimerTick("es");
+	QCOMPARE(cssOf(spanish), shown(""));
+	QCOMPARE(waiting(), QStringList({"spoken", "behind"}));
+}
+
+void CaptionManagerTest::endOfASessionDropsWhatWaitsAndBlanksWhatIsUp_data()
+{
+	QTest::addColumn<bool>("clipIsPlaying");
+	QTest::addColumn<bool>("clipHasEnded");
+	QTest::addColumn<int>("ms");
+	QTest::newRow("timed") << false << false << 2000;
+	QTest::newRow("a clip is playing") << true << false << 2000;
+	QTest::newRow("going already") << true << true << 1500;
+}
+
+void CaptionManagerTest::endOfASessionDropsWhatWaitsAndBlanksWhatIsUp()
+{
+	QFETCH(bool, clipIsPlaying);
+	QFETCH(bool, clipHasEnded);
+	QFETCH(int, ms);
+	manager->setLanguages({"es", "de"}, names);
+	for (const char *text : {"1", "2", "3"}) {
+		manager->onCaption("es", text, 8.0, QByteArray(text).toInt(), false);
+	}
+	if (clipIsPlaying) {
+		manager->onClipStarted("es", 2);
+	}
+	if (clipHasEnded) {
+		manager->onClipEnded("es", 2);
+	}
+	manager->endSession();
+	QVERIFY(waiting().isEmpty());
+	QVERIFY(!state().displayTimer->isActive());
+	QVERIFY(state().clearTimer->isActive());
+	QCOMPARE(state().clearTimer->interval(), ms);
+	QVERIFY2(!state("de").clearTimer->isActive(), "nothing is up in German");
+
+	// Neither a clip of that session nor its last drop keeps it up longer.
+	manager->onClipStarted("es", 3);
+	manager->endSession();
+	QVERIFY(QTest::qWaitFor([this] { return cssOf(spanish) == shown(""); }, 2100));
+}
+
 void CaptionManagerTest::clearedCaptionsAreGone()
 {
 	makeSpanish();
@@ -780,6 +899,7 @@ void CaptionManagerTest::droppedLanguageLeavesItsSourceInTheScene()
 	manager->onCaption("es", "Hola", 0, 0, false);
 
 	manager->setLanguages({"de", "ES"}, names);
+	QCOMPARE(cssOf(spanish), shown(""));
 	QVERIFY(!manager->states.contains("es"));
 	QVERIFY(manager->states.contains("de"));
 	QVERIFY(!displayTimer->isActive());

@@ -235,6 +235,9 @@ private Q_SLOTS:
 	void speechIsOnBothChannelsFromTheStartOfTheChunk();
 	void ttsLevelScalesTheSpeech();
 	void flushIsImmediateAndSilent();
+	void clipThatHasStartedIsToldWhenItIsDropped_data();
+	void clipThatHasStartedIsToldWhenItIsDropped();
+	void timeSinceHeardIsThatOfTheStartedClip();
 	void matchesTheTranscription();
 	void allocatesNothingForChunksOfUpToOneSecond();
 	void longerChunksArePlayed();
@@ -899,6 +902,63 @@ void DubbedSourceTest::flushIsImmediateAndSilent()
 	dub->ttsClipEnded(1);
 	dub.play(1000);
 	QVERIFY2(dub.events.size() == 1, "dropped clips are not told");
+}
+
+void DubbedSourceTest::clipThatHasStartedIsToldWhenItIsDropped_data()
+{
+	QTest::addColumn<std::function<void(std::optional<Dub> &)>>("drop");
+	QTest::addColumn<bool>("told");
+	using Drop = std::function<void(std::optional<Dub> &)>;
+	const auto row = [](const char *name, const Drop &drop, bool told) { QTest::newRow(name) << drop << told; };
+	row("flushed", [](std::optional<Dub> &dub) { (*dub)->flush(); }, true);
+	row("destroyed", [](std::optional<Dub> &dub) { dub.reset(); }, true);
+	row("pushed out", [](std::optional<Dub> &dub) { dub->speak(2, 480000, 100); }, true);
+	row("part of it pushed out", [](std::optional<Dub> &dub) { dub->speak(2, 440000, 100); }, false);
+	row(
+		"heard to its end",
+		[](std::optional<Dub> &dub) {
+			(*dub)->ttsClipEnded(1);
+			dub->play(48000);
+			(*dub)->flush();
+		},
+		false);
+}
+
+void DubbedSourceTest::clipThatHasStartedIsToldWhenItIsDropped()
+{
+	QFETCH(const std::function<void(std::optional<Dub> &)>, drop);
+	QFETCH(bool, told);
+	std::vector<Event> lost;
+	std::optional<Dub> dub(std::in_place);
+	(*dub)->onClipLost = [&](const std::string &language, int clipId) { lost.push_back({'l', language, clipId}); };
+	dub->speak(1, 48000, 100);
+	(*dub)->flush();
+	QVERIFY2(lost.empty(), "a clip that has not started is told");
+	dub->speak(1, 48000, 100);
+	dub->play(10);
+	drop(dub);
+	QCOMPARE(lost, told ? (std::vector<Event>{{'l', "es", 1}}) : std::vector<Event>());
+}
+
+void DubbedSourceTest::timeSinceHeardIsThatOfTheStartedClip()
+{
+	using namespace std::chrono_literals;
+	Dub dub;
+	QVERIFY(!dub->timeSinceHeard());
+	dub.speak(1, 48000, 100);
+	QVERIFY2(!dub->timeSinceHeard(), "the clip has not started");
+	dub.play(48000);
+	std::this_thread::sleep_for(20ms);
+	const std::optional<std::chrono::nanoseconds> dry = dub->timeSinceHeard();
+	QVERIFY2(dry >= 20ms, "a clip that has run dry counts from its last sample");
+	dub.play(10);
+	QVERIFY2(dub->timeSinceHeard() >= dry, "a chunk without speech counts");
+	dub.speak(1, 48000, 100);
+	dub.play(10);
+	QVERIFY(dub->timeSinceHeard() < dry);
+	dub->ttsClipEnded(1);
+	dub.play(48000);
+	QVERIFY2(!dub->timeSinceHeard(), "the clip has ended");
 }
 
 void DubbedSourceTest::matchesTheTranscription()

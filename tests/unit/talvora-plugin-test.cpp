@@ -15,6 +15,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -35,6 +36,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <shared_mutex>
@@ -131,6 +133,11 @@ private Q_SLOTS:
 	void styleReachesTheCaptionSources();
 	void captionModeLeavesTheCaptionSourcesAlone();
 	void clipEventsOfADubReachTheCaptions();
+	void captionOfAClipThatIsNotHeardToItsEndGoes_data();
+	void captionOfAClipThatIsNotHeardToItsEndGoes();
+	void captionOfAPlayingClipStays();
+	void nothingIsShownOrSpokenAfterASession_data();
+	void nothingIsShownOrSpokenAfterASession();
 	void lostConnectionFlushesTheDubs_data();
 	void lostConnectionFlushesTheDubs();
 	void removedDubComesBackWithTheNextSession();
@@ -176,6 +183,11 @@ private:
 	/** A session of the plug-in with `service`, authenticated. */
 	void authenticate(LoopbackService &service);
 	static void setTargets(TalvoraPlugin &plugin, const LanguageTargets &targets);
+	/** Gives the Spanish dub a silent chunk of the original, and the clip's events their turn. */
+	void playOriginal(size_t frames);
+	/** A fresh plug-in with a caption up that the clip being played has brought there. */
+	void showCaptionOfAPlayingClip();
+	QString spanishCss() const;
 
 	std::optional<ObsFixture> obs;
 	std::optional<QTemporaryDir> home;
@@ -1132,6 +1144,121 @@ void TalvoraPluginTest::clipEventsOfADubReachTheCaptions()
 	QCoreApplication::processEvents();
 	QVERIFY(css().contains(u"hola"_s));
 	QVERIFY(QTest::qWaitFor([&] { return !css().contains(u"hola"_s); }));
+}
+
+static void removeSource(const char *name)
+{
+	const OBSSourceAutoRelease source = obs_get_source_by_name(name);
+	obs_source_remove(source);
+}
+
+/** Speech of a language for one second, as a piece of a clip. */
+static QByteArray secondOfSpeech()
+{
+	return QByteArray(96000, '\x20');
+}
+
+void TalvoraPluginTest::playOriginal(size_t frames)
+{
+	const std::vector<float> silence(frames, 0.0f);
+	plugin->dubbedSources.at(u"es"_s)->pushOriginalAudio(silence.data(), silence.data(), frames, 48000, 1);
+	QCoreApplication::processEvents();
+}
+
+void TalvoraPluginTest::showCaptionOfAPlayingClip()
+{
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, true}}});
+	plugin->onCaptionUpdated(u"es"_s, u"uno"_s, 8.0, 1);
+	plugin->onCaptionUpdated(u"es"_s, u"dos"_s, 8.0, 2);
+	plugin->onTtsAudioReady(u"es"_s, 2, secondOfSpeech(), 48000);
+	playOriginal(480);
+	QVERIFY2(spanishCss().contains(u"\"dos\""_s), "the clip does not show its caption");
+}
+
+QString TalvoraPluginTest::spanishCss() const
+{
+	return plugin->captionManager->generateCss(u"es"_s);
+}
+
+void TalvoraPluginTest::captionOfAClipThatIsNotHeardToItsEndGoes_data()
+{
+	QTest::addColumn<std::function<void(TalvoraPlugin &)>>("end");
+	using End = std::function<void(TalvoraPlugin &)>;
+	const auto row = [](const char *name, const End &end) { QTest::newRow(name) << end; };
+	row("stopped", [](TalvoraPlugin &core) { core.onWsStateChanged(WsState::Disconnected); });
+	row("connection lost", [](TalvoraPlugin &core) { core.onWsStateChanged(WsState::Reconnecting); });
+	row("started anew", [](TalvoraPlugin &core) {
+		core.setApiKey(u"k"_s);
+		core.startSession();
+	});
+	row("dubbing switched off", [](TalvoraPlugin &core) { core.setLanguageTargets({{u"es"_s, {false, true}}}); });
+	row("its language is spoken now", [](TalvoraPlugin &core) { core.setSourceLanguage(u"es"_s); });
+	row("dub removed", [](TalvoraPlugin &) { removeSource("Talvora Dub — Spanish"); });
+	row("pushed out by later speech", [](TalvoraPlugin &core) {
+		for (int second = 0; second < 11; ++second) {
+			core.onTtsAudioReady(u"es"_s, 3, secondOfSpeech(), 48000);
+		}
+	});
+	row("no sound of the captured source", [](TalvoraPlugin &) {});
+}
+
+void TalvoraPluginTest::captionOfAClipThatIsNotHeardToItsEndGoes()
+{
+	QFETCH(const std::function<void(TalvoraPlugin &)>, end);
+	showCaptionOfAPlayingClip();
+	end(*plugin);
+	// Two seconds without sound, and 1.5 s as after any clip.
+	QVERIFY2(QTest::qWaitFor([this] { return !spanishCss().contains(u"::after"_s); }, 4500),
+		 "the caption stays although its clip does not");
+}
+
+void TalvoraPluginTest::captionOfAPlayingClipStays()
+{
+	showCaptionOfAPlayingClip();
+	QElapsedTimer clock;
+	clock.start();
+	// A chunk now and then is enough: four times as long as a caption lasts without one.
+	while (clock.elapsed() < 8000) {
+		plugin->onTtsAudioReady(u"es"_s, 2, QByteArray(960, '\x20'), 48000);
+		playOriginal(480);
+		QTest::qWait(500);
+		QVERIFY2(spanishCss().contains(u"\"dos\""_s),
+			 qPrintable(u"the caption went after %1 ms"_s.arg(clock.elapsed())));
+	}
+}
+
+void TalvoraPluginTest::nothingIsShownOrSpokenAfterASession_data()
+{
+	QTest::addColumn<WsState>("state");
+	QTest::newRow("disconnecting") << WsState::Disconnecting;
+	QTest::newRow("disconnected") << WsState::Disconnected;
+	QTest::newRow("reconnecting") << WsState::Reconnecting;
+}
+
+void TalvoraPluginTest::nothingIsShownOrSpokenAfterASession()
+{
+	QFETCH(WsState, state);
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, true}}});
+	const QSignalSpy heard(plugin, &TalvoraPlugin::transcriptUpdated);
+	const auto everything = [this] {
+		plugin->onCaptionUpdated(u"es"_s, u"tarde"_s, 8.0, 1);
+		plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
+		plugin->onTranscriptInterim(u"late"_s);
+	};
+	plugin->onWsStateChanged(WsState::Authenticated);
+	plugin->onWsStateChanged(state);
+	everything();
+	QVERIFY(!spanishCss().contains(u"tarde"_s));
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
+	QCOMPARE(heard.size(), 0);
+
+	plugin->onWsStateChanged(WsState::Authenticated);
+	everything();
+	QVERIFY(spanishCss().contains(u"tarde"_s));
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{100});
+	QCOMPARE(heard.size(), 1);
 }
 
 void TalvoraPluginTest::lostConnectionFlushesTheDubs_data()
