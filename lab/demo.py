@@ -1,11 +1,11 @@
 """The demo: recorded speech in a real OBS, with captions in four languages and dubs in two."""
 
+import argparse
 import os
 import shutil
-import sys
 import time
 
-from lab import latency, scenery
+from lab import check_demo, latency, scenery
 from lab.hands import Hands
 from lab.media import audio_tracks, read_track
 from lab.obs import SCENE, Input, Obs, media_file
@@ -17,8 +17,13 @@ MICROPHONE = "Microphone"
 LANGUAGES = {"es": "Spanish", "fr": "French", "it": "Italian", "pt": "Portuguese"}
 DUBBED = {"es": 2, "fr": 3}
 
-# Without a display: how much speech is played, seconds.
+# Without a display: how much speech is played, and how much is enough to see that everything works, seconds.
 _SPEECH = 66
+_SHORT_SPEECH = 14
+
+# What that little has in it.
+_SHORT_SENTENCES = 3
+_SHORT_WORDS = {"nobody", "available", "please", "hold", "while", "call"}
 
 # Wide enough for OBS's window with the dock beside it, pixels.
 _SCREEN = (1864, 800)
@@ -29,6 +34,9 @@ _QUIET = 8
 # However slow the machine is, it is not waited for longer than this after the speech, seconds.
 _PATIENCE = 60
 
+# A dub is heard only as long as its original plays, seconds: silence after the speech, for what a slow machine says late.
+_TAIL = 20
+
 # How long a caption must be up before its picture is taken, seconds: the browser needs a tenth to draw it.
 _SETTLED = 0.7
 
@@ -36,17 +44,14 @@ _SETTLED = 0.7
 _CAPTION_SCALE = 0.58
 _CAPTION_PLACES = {"es": (330, 540), "fr": (950, 540), "it": (330, 706), "pt": (950, 706)}
 
-_HELP = """usage: ./dev demo [-- --pictures]
-
-On a display, OBS stays open until its window is closed. Without one, about a minute of speech is played and out/demo/
+_DESCRIPTION = """On a display, OBS stays open until its window is closed. Without one, about a minute of speech is played and out/demo/
 holds afterwards:
+  without-captions.png  the program before anything was said
   captions-N.png  the program with captions in Spanish, French, Italian and Portuguese
   window.png      OBS with the dock
   dock.png        the dock alone
   recording.mkv   recorded by OBS: the original on audio track 1, the Spanish dub on 2, the French one on 3
   transcript.txt  what was said and its translations, with times
-
-  --pictures  also take the pictures of the README anew, from a run without a display
 """
 
 
@@ -156,19 +161,20 @@ def write_transcript(service, path):
 	return len([line for line in lines if "  en  " in line])
 
 
-def run_without_display(folder, picture):
+def run_without_display(folder, picture, seconds):
 	speech = folder / "speech.wav"
-	sentences = compose(speech, _SPEECH)
+	sentences = compose(speech, seconds, _TAIL)
 	played = read_track(speech, 1)[:, 0]
-	say(f"Playing {len(played) / 48000:.0f} s of recorded speech to OBS ...")
+	say(f"Playing {sentences[-1].end:.0f} s of recorded speech to OBS ...")
 	with LocalService(folder=folder / "service") as service, Obs(
 			inputs=inputs(picture, speech, False), talvora_config=configuration(), tracks=(1, 2, 3), fps=20, preview=True,
 			accessible=True, screen=_SCREEN) as obs:
 		hands = sign_in_and_start(obs)
 		arrange(obs)
+		obs.program_screenshot(folder / check_demo.WITHOUT_CAPTIONS)
 		obs.start_recording()
 		speak(obs)
-		taken = take_pictures(obs, hands, service, len(played) / 48000, folder)
+		taken = take_pictures(obs, hands, service, sentences[-1].end, folder)
 		recording = folder / "recording.mkv"
 		shutil.move(obs.stop_recording(), recording)
 		obs.stop()
@@ -213,26 +219,34 @@ def say(text):
 	print(text, flush=True)
 
 
+def arguments():
+	parser = argparse.ArgumentParser(prog="./dev demo --", description=_DESCRIPTION,
+					 formatter_class=argparse.RawDescriptionHelpFormatter)
+	parser.add_argument("--pictures", action="store_true", help="also take the pictures of the README anew, from a run without a display")
+	parser.add_argument("--check", action="store_true", help="a few sentences without a display, and whether all that is left of "
+			    "them is as it should be")
+	return parser.parse_args()
+
+
 def main():
-	pictures = sys.argv[1:] == ["--pictures"]
-	if len(sys.argv) > 1 and not pictures:
-		print(_HELP, end="")
-		raise SystemExit(0 if sys.argv[1] in ("-h", "--help") else 2)
+	chosen = arguments()
 	folder = OUT / "demo"
 	shutil.rmtree(folder, ignore_errors=True)
 	folder.mkdir(parents=True)
 	picture = folder / "picture.png"
 	scenery.draw(picture)
 	display = os.environ.get("DISPLAY")
-	if display and not pictures:
+	if display and not (chosen.pictures or chosen.check):
 		run_on_display(folder, picture, display)
 		return
-	run_without_display(folder, picture)
-	if pictures:
+	run_without_display(folder, picture, _SHORT_SPEECH if chosen.check else _SPEECH)
+	if chosen.pictures:
 		images = CHECKOUT / "docs" / "images"
 		images.mkdir(parents=True, exist_ok=True)
 		shutil.copy(sorted(folder.glob("captions-*.png"))[-1], images / "program.png")
 		shutil.copy(folder / "dock.png", images / "dock.png")
+	if chosen.check:
+		check_demo.check(folder, LANGUAGES, _CAPTION_PLACES, DUBBED, _SHORT_SENTENCES, _SHORT_WORDS)
 
 
 if __name__ == "__main__":

@@ -74,10 +74,10 @@ def _read(path):
 	return samples * (0.6 / np.abs(samples).max())
 
 
-def compose(path, at_most=None):
+def compose(path, at_most=None, tail=0):
 	"""Writes the speech as a stereo 16-bit WAV at 48 kHz, ending after the sentence that passes `at_most` seconds.
 
-	Returns its sentences in order.
+	tail: more silence at the end, seconds. Returns its sentences in order.
 	"""
 	pieces, sentences, at = [np.zeros(round(_LEAD * RATE), np.float32)], [], _LEAD
 	for recording in _RECORDINGS:
@@ -88,6 +88,7 @@ def compose(path, at_most=None):
 		at += length + len(pieces[-1]) / RATE
 		if at_most is not None and at >= at_most:
 			break
+	pieces.append(np.zeros(round(tail * RATE), np.float32))
 	mono = np.round(np.concatenate(pieces) * 32767).astype("<i2")
 	with wave.open(str(path), "wb") as file:
 		file.setnchannels(2)
