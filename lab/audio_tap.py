@@ -86,19 +86,23 @@ class AudioTap:
 		assert lost == 0, f"the tap has lost {lost} chunks"
 		assert written == seen, f"the tap has written {written} chunks, and {seen} are there"
 
-	def wait_for(self, obs, source, moment, timeout=30):
-		"""Waits until a chunk of the source has come after that moment, time.monotonic_ns()."""
+	def wait_until(self, obs, condition, what, timeout=30):
+		"""Asks `condition(chunk)` of every chunk from the first until it is true of one; fails with `what` after `timeout` seconds."""
 		deadline = time.monotonic() + timeout
 
 		def running():
 			if time.monotonic() > deadline:
-				raise TimeoutError(f"nothing has come from '{source}': not within {timeout} s")
+				raise TimeoutError(f"{what}: not within {timeout} s")
 			return obs.running()
 
 		for chunk in self.chunks(running):
-			if chunk.source == source and chunk.arrival > moment:
+			if condition(chunk):
 				return
 		raise RuntimeError("OBS has ended")
+
+	def wait_for(self, obs, source, moment, timeout=30):
+		"""Waits until a chunk of the source has come after that moment, time.monotonic_ns()."""
+		self.wait_until(obs, lambda chunk: chunk.source == source and chunk.arrival > moment, f"'{source}' gives audio", timeout)
 
 	def _path(self, number):
 		return self.folder / f"tap-{number:05}"

@@ -7,7 +7,7 @@ import time
 
 import numpy as np
 
-from exact_audio import RATE, SECOND, DubFollower, FileFollower, deliveries
+from exact_audio import RATE, DubFollower, FileFollower, deliveries
 from lab.audio_tap import AudioTap
 from lab.media import audio_tracks, read_track
 from lab.obs import media_file, wait_until
@@ -18,6 +18,9 @@ RISE = 14400
 LONGEST_CHUNK = 4096
 
 SILENCE = np.zeros((60 * RATE, 2), np.int16)
+
+# In chunks of LONGEST_CHUNK, which is what the media source's are.
+A_SECOND = 12
 
 # What one multiplication and one division may add to a gain.
 ROUNDING = 1e-6
@@ -33,9 +36,34 @@ def runs(mask):
 	return list(zip(edges[::2], edges[1::2]))
 
 
-def hear(make_obs, make_service, tmp_path, script, pcm, seconds, frames=None, **settings):
-	"""Original and dub while the script runs, from the dub's first chunk until OBS is told to end, so long after the script: one row
-	a channel each. Nothing of either is lost, doubled or late. frames: what the source plays, or None for noise."""
+def is_over(pairs):
+	"""Something was heard in the dub, and for a second it has been the original again."""
+	differs = [not np.array_equal(original, dub) for original, dub in pairs]
+	return any(differs) and not any(differs[-A_SECOND:])
+
+
+def paired(chunks, dub, frames):
+	"""The samples of source and dub from the dub's first chunk on, as they come. Nothing of either is lost, doubled or late."""
+	source = FileFollower(frames)
+	for delivery in deliveries(chunks, [MICROPHONE]):
+		source.follow(delivery.original)
+		if (made := dub.follow(delivery)) is not None:
+			yield delivery.original.samples, made.samples
+
+
+def wait_until_over(obs, tap, frames, over):
+	deadline = time.monotonic() + 40
+	pairs = []
+	for pair in paired(tap.chunks(obs.running), DubFollower(SPANISH_DUB), frames):
+		pairs.append(pair)
+		if over(pairs):
+			return
+		assert time.monotonic() < deadline, "what the script says is not over after 40 s"
+
+
+def hear(make_obs, make_service, tmp_path, script, pcm, over=is_over, frames=None, **settings):
+	"""Original and dub from the dub's first chunk until OBS is told to end, which is when `over` says so of what has come: one row a
+	channel each. frames: what the source plays, or None for noise."""
 	frames = loud_noise(60, seed=11) if frames is None else frames
 	wav = write_wav(tmp_path / "original.wav", frames)
 	# Half a second first, in which nothing is said.
@@ -43,18 +71,12 @@ def hear(make_obs, make_service, tmp_path, script, pcm, seconds, frames=None, **
 	service = make_service(steps)
 	(service.folder / "voice.pcm").write_bytes(np.asarray(pcm, "<i2").tobytes())
 	tap = AudioTap(tmp_path / "tap", [MICROPHONE, SPANISH_DUB])
-	source, dub = FileFollower(frames), DubFollower(SPANISH_DUB)
+	dub = DubFollower(SPANISH_DUB)
 	with service, make_obs(inputs=[media_file(MICROPHONE, wav)], talvora_config=session_config(target("es", dubbing=True), **settings),
 			       tap=tap) as obs:
-		wait_until(lambda: len(service.events("script_step")) == len(steps), 30, "the service has sent the clip")
-		tap.wait_for(obs, SPANISH_DUB, time.monotonic_ns() + seconds * SECOND)
+		wait_until_over(obs, tap, frames, over)
 		dub.until = time.monotonic_ns()
-	pairs = []
-	for delivery in deliveries(tap.chunks(), [MICROPHONE]):
-		source.follow(delivery.original)
-		if (made := dub.follow(delivery)) is not None:
-			pairs.append((delivery.original.samples, made.samples))
-	return tuple(np.concatenate(side, axis=1) for side in zip(*pairs, strict=True))
+	return tuple(np.concatenate(side, axis=1) for side in zip(*paired(tap.chunks(), dub, frames), strict=True))
 
 
 def gain_of(original, dub):
@@ -66,7 +88,7 @@ def gain_of(original, dub):
 
 def test_original_falls_in_150_ms_and_rises_in_300_ms(make_obs, make_service, tmp_path):
 	"""A silent clip of one second: only the original is heard, and its gain is all there is to see."""
-	gain = gain_of(*hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], np.zeros(24000), 3))
+	gain = gain_of(*hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], np.zeros(24000)))
 	lowered = runs(gain < 1 - ROUNDING)
 	assert lowered, "the original is never lowered"
 	start, end = lowered[0][0], lowered[-1][1]
@@ -87,7 +109,7 @@ def test_original_falls_in_150_ms_and_rises_in_300_ms(make_obs, make_service, tm
 def test_voice_is_in_the_dub_sample_for_sample(make_obs, make_service, tmp_path):
 	"""Over a silent original, 24 kHz speech at 48 kHz: each sample and the middle between it and the one before."""
 	voice = np.random.default_rng(3).integers(-32768, 32768, 12000).astype(np.int16)
-	_, dub = hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], voice, 2, frames=SILENCE)
+	_, dub = hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], voice, frames=SILENCE)
 	samples = voice.astype(np.float32) / np.float32(32768)
 	before = np.concatenate(([np.float32(0)], samples[:-1]))
 	expected = np.column_stack((before + (samples - before) / 2, samples)).ravel()
@@ -102,7 +124,7 @@ def test_voice_is_in_the_dub_sample_for_sample(make_obs, make_service, tmp_path)
 
 def test_voice_is_on_top_of_the_original(make_obs, make_service, tmp_path):
 	"""The original is not lowered, so that voice and original are both there as they are."""
-	original, dub = hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], np.full(24000, 8192), 2, duckingLevel=1.0)
+	original, dub = hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], np.full(24000, 8192), duckingLevel=1.0)
 	voice = dub - original
 	assert np.array_equal(voice[0], voice[1]), "the voice is not the same on both sides"
 	spoken = np.flatnonzero(voice[0])
@@ -113,7 +135,11 @@ def test_voice_is_on_top_of_the_original(make_obs, make_service, tmp_path):
 
 def test_voice_volume_and_mute_original(make_obs, make_service, tmp_path):
 	voice = np.full(24000, 16384)
-	_, dub = hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], voice, 2, ttsVolume=0.5, muteOriginal=True)
+
+	def over(pairs):
+		return any((dub == 0.25).any() for _, dub in pairs) and not any(dub.any() for _, dub in pairs[-A_SECOND:])
+
+	_, dub = hear(make_obs, make_service, tmp_path, [clip("voice.pcm")], voice, over, ttsVolume=0.5, muteOriginal=True)
 	# The original is there at first, and falls further than to 0.2.
 	spoken = dub[:, round(FALL / 0.8):]
 	assert np.count_nonzero(spoken[0] == 0.25) == 47999, "the voice at half its volume over a muted original is not 0.25"
@@ -124,12 +150,12 @@ def test_clip_that_is_still_arriving_waits_for_800_ms(make_obs, make_service, tm
 	"""Half a second is held back; with as much again there is enough to begin."""
 	half = {"send_tts": {"language": "es", "clip_id": 7, "pcm": "voice.pcm", "end": False}}
 	rest = {"send_tts": {"language": "es", "clip_id": 7, "pcm": "voice.pcm", "start": False}}
-	_, dub = hear(make_obs, make_service, tmp_path, [half, {"after_ms": 1000}, rest], np.full(12000, 16384), 3, frames=SILENCE)
+	_, dub = hear(make_obs, make_service, tmp_path, [half, {"after_ms": 1000}, rest], np.full(12000, 16384), frames=SILENCE)
 	assert [end - start for start, end in runs(dub[0] != 0)] == [RATE], "the voice is not in one piece"
 
 
 def test_dub_without_a_clip_is_the_original(make_obs, make_service, tmp_path):
-	original, dub = hear(make_obs, make_service, tmp_path, [{"after_ms": 1}], [0], 2)
+	original, dub = hear(make_obs, make_service, tmp_path, [{"after_ms": 1}], [0], lambda pairs: len(pairs) > 2 * A_SECOND)
 	assert np.array_equal(dub, original)
 
 

@@ -101,3 +101,18 @@ class DubFollower:
 		assert chunk.life == self._life, f"'{self._name}' is another source after {self._place / RATE:.3f} s"
 		self._place += chunk.frames
 		return chunk
+
+
+class Count:
+	"""Whether so many samples of a source were such as they are to be, from a moment on, time.monotonic_ns()."""
+
+	def __init__(self, source, samples, wanted, since=0):
+		self._source = source
+		self._wanted = wanted
+		self._since = since
+		self._left = samples
+
+	def __call__(self, chunk):
+		if chunk.source == self._source and chunk.arrival > self._since:
+			self._left -= np.count_nonzero(self._wanted(chunk.samples[0]))
+		return self._left <= 0
