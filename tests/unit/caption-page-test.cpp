@@ -9,6 +9,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -84,6 +85,8 @@ private Q_SLOTS:
 	void rootsFileIsNotUsedEither();
 	void rightPageOfAnotherUserIsNotUsed();
 	void othersCannotWriteThePage();
+	void newPageIsReadableByAllAndWritableByOne();
+	void pageIsWrittenWithStandardInputClosed();
 	void withoutARuntimeDirectoryATakenNameIsNotUsed();
 
 private:
@@ -294,6 +297,31 @@ void CaptionPageTest::withoutARuntimeDirectoryATakenNameIsNotUsed()
 		QCOMPARE(used, QString());
 		writeCaptionPage(used);
 	}
+}
+
+void CaptionPageTest::newPageIsReadableByAllAndWritableByOne()
+{
+	const mode_t before = umask(0);
+	writeCaptionPage(path);
+	umask(before);
+	struct stat found{};
+	QCOMPARE(stat(QFile::encodeName(path).constData(), &found), 0);
+	QCOMPARE(found.st_mode & 07777, mode_t{0644});
+}
+
+void CaptionPageTest::pageIsWrittenWithStandardInputClosed()
+{
+	// As a program that a desktop starts may be: the page's file gets the number 0 then.
+	const int input = dup(STDIN_FILENO);
+	close(STDIN_FILENO);
+	writeCaptionPage(path);
+	const bool closedAgain = fcntl(STDIN_FILENO, F_GETFD) == -1;
+	if (input >= 0) {
+		dup2(input, STDIN_FILENO);
+		close(input);
+	}
+	QVERIFY(closedAgain);
+	QCOMPARE(contents(path), page);
 }
 
 QTEST_GUILESS_MAIN(CaptionPageTest)

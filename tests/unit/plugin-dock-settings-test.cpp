@@ -469,6 +469,11 @@ void PluginDockTest::listsSourcesWithAudioInObsOrder()
 	QCOMPARE(expected.size(), 3);
 	QCOMPARE(texts(dock->audioSourceCombo), QStringList{u"Dock.Settings.AudioSourceNone"_s} + expected);
 	QCOMPARE(datas(dock->audioSourceCombo), QStringList{QString()} + expected);
+	for (int row = 1; row < dock->audioSourceCombo->count(); ++row) {
+		// A name may be longer than the list is wide.
+		QCOMPARE(dock->audioSourceCombo->itemData(row, Qt::ToolTipRole), dock->audioSourceCombo->itemData(row));
+	}
+	QVERIFY(!dock->audioSourceCombo->itemData(0, Qt::ToolTipRole).isValid());
 	QCOMPARE(dock->audioSourceCombo->currentIndex(), 0);
 }
 

@@ -12,7 +12,23 @@
 
 #include <optional>
 
+#include <string>
+
 MODULE_EXPORT uint32_t obs_module_ver(void);
+
+namespace {
+
+std::string fallbackLocale, wantedLocale;
+
+} // namespace
+
+// In front of libobs's own, which needs a module that was loaded from a file.
+lookup_t *obs_module_load_locale(obs_module_t *, const char *fallback, const char *wanted)
+{
+	fallbackLocale = fallback;
+	wantedLocale = wanted;
+	return nullptr;
+}
 
 using namespace Qt::StringLiterals;
 
@@ -26,6 +42,7 @@ private Q_SLOTS:
 	void init() { log->clear(); }
 
 	void namesItself();
+	void textsThatAreMissingAreEnglish();
 	void loadRegistersItsTypesAndCallback();
 	void unloadBeforeFinishedLoadingOnlyLogs();
 	void otherEventsAreIgnored();
@@ -58,6 +75,13 @@ void PluginMainTest::namesItself()
 	QCOMPARE(obs_module_name(), "Talvora");
 	QCOMPARE(obs_module_description(), "Talvora — real-time AI dubbing and captions for OBS");
 	QCOMPARE(obs_module_ver(), uint32_t{LIBOBS_API_VER});
+}
+
+void PluginMainTest::textsThatAreMissingAreEnglish()
+{
+	obs_module_set_locale("de-DE");
+	QCOMPARE(fallbackLocale, "en-US");
+	QCOMPARE(wantedLocale, "de-DE");
 }
 
 void PluginMainTest::loadRegistersItsTypesAndCallback()

@@ -98,6 +98,7 @@ void SettingsFileTest::contentThatIsNotUnderstoodIsKept_data()
 {
 	QTest::addColumn<QByteArray>("content");
 	QTest::newRow("cut short") << QByteArray(R"({"apiKey": "tak_1", "audioSo)");
+	QTest::newRow("one byte") << QByteArray("x");
 	QTest::newRow("no object") << QByteArray(R"(["tak_1"])");
 	QTest::newRow("a newer version's") << kNewer;
 }

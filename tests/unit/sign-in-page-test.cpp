@@ -28,6 +28,8 @@ void SignInPageTest::successPageHoldsAllItsParts_data()
 	QTest::newRow("dark background") << R"(body \{[^}]*background: #09090b;)";
 	QTest::newRow("centred") << R"(body \{[^}]*align-items: center; justify-content: center;)";
 	QTest::newRow("card") << R"(\.card \{[^}]*max-width: 420px;[^}]*background: #18181b;)";
+	QTest::newRow("language") << R"(^<!DOCTYPE html>\s<html lang="en">\s)";
+	QTest::newRow("card around it all") << R"(<main class="card">\s<div class="name">.*</main>)";
 	QTest::newRow("card's edge") << R"(\.card \{[^}]*border: 1px solid #27272a; border-radius: 16px;)";
 	QTest::newRow("card's entrance")
 		<< R"(\.card \{[^}]*animation: rise 0\.5s.*@keyframes rise \{ from \{ opacity: 0; transform: translateY)";

@@ -25,6 +25,7 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QThread>
+#include <QTimer>
 #include <QWebSocket>
 
 #include <obs.hpp>
@@ -155,6 +156,7 @@ private Q_SLOTS:
 	void wrongRateIsReportedOncePerProcess();
 	void mutedEmptyAndLateChunksDoNothing();
 	void dubbedSourcesHearTheWholeChunk();
+	void bothChannelsGoUp();
 	void attachingForgetsTheCarry();
 	void staleSourceIsNotHeard();
 	void playedAudioArrivesAtTheService();
@@ -693,6 +695,13 @@ void TalvoraPluginTest::startSaysItsLines()
 				 "(wsThread running: YES)"_s);
 	QVERIFY(lines.contains(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s));
 	QVERIFY(!lines.join(u'\n').contains(u"tak_secret"_s));
+
+	plugin->wsThread->quit();
+	QVERIFY(plugin->wsThread->wait());
+	log->clear();
+	plugin->startSession();
+	QVERIFY(log->ownLines().contains(
+		u"[talvora-obs] Talvora: connecting to wss://localhost:3002/ws/audio-pipeline (wsThread running: NO)"_s));
 }
 
 void TalvoraPluginTest::stopBeforeInitializeDoesNothing()
@@ -814,10 +823,15 @@ void TalvoraPluginTest::oddSpeechPieceLosesItsLastByte()
 		 QStringList{u"[talvora-obs] Talvora: odd TTS PCM size 7 for 'es', truncating last byte"_s});
 	QCOMPARE(dub.speech.size(), size_t{3});
 
+	log->clear();
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(4, 'x'), 48000);
+	QCOMPARE(log->lines(LOG_WARNING), QStringList());
+	QCOMPARE(dub.speech.size(), size_t{5});
+
 	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(1, 'x'), 48000);
 	QVERIFY(log->contains(LOG_WARNING,
 			      u"[talvora-obs] Talvora: odd TTS PCM size 1 for 'es', truncating last byte"_s));
-	QCOMPARE(dub.speech.size(), size_t{3});
+	QCOMPARE(dub.speech.size(), size_t{5});
 
 	plugin->onWsStateChanged(WsState::Disconnected);
 	QCOMPARE(dub.speech.size(), size_t{0});
@@ -1366,7 +1380,8 @@ void TalvoraPluginTest::previewShowsTheTextInEveryCaptionLanguage()
 {
 	make().initialize();
 	setTargets(*plugin, {{u"es"_s, {false, true}}, {u"fr"_s, {true, true}}, {u"de"_s, {true, false}}});
-	plugin->previewCaptionText(u"Hello there"_s);
+	const QString text = u"Hello there"_s.leftJustified(100, u'!');
+	plugin->previewCaptionText(text);
 	for (const char *name : {"Talvora Captions — Spanish", "Talvora Captions — French"}) {
 		obs_source_t *source = obs_get_source_by_name(name);
 		QVERIFY2(source, name);
@@ -1374,8 +1389,13 @@ void TalvoraPluginTest::previewShowsTheTextInEveryCaptionLanguage()
 		const QString css = QString::fromUtf8(obs_data_get_string(data, "css"));
 		obs_data_release(data);
 		obs_source_release(source);
-		QVERIFY2(css.contains(u"Hello there"_s), name);
+		QVERIFY2(css.contains(text), name);
 	}
+	// 75 ms for each character, as there is no speech that would say how long.
+	const QList<QTimer *> timers = plugin->captionManager->findChildren<QTimer *>();
+	QCOMPARE(std::count_if(timers.begin(), timers.end(),
+			       [](const QTimer *timer) { return timer->isActive() && timer->interval() == 7500; }),
+		 2);
 	QVERIFY(!obs_get_source_by_name("Talvora Captions — German"));
 }
 
@@ -1542,6 +1562,18 @@ void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
 	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{8192 / 3 * 2});
 }
 
+void TalvoraPluginTest::bothChannelsGoUp()
+{
+	make().initialize();
+	TestAudioSource voice("Voice");
+	plugin->setAudioSource(u"Voice"_s);
+	voice.play(std::vector<float>(3, 0.5f), std::vector<float>(3, -0.25f));
+	int16_t sample = 0;
+	QCOMPARE(plugin->wsClient.load()->audioRing.read(&sample, sizeof(sample)), sizeof(sample));
+	// 32767 times the mean of the two.
+	QCOMPARE(sample, int16_t{4095});
+}
+
 void TalvoraPluginTest::attachingForgetsTheCarry()
 {
 	TestAudioSource voice("Voice");
@@ -1549,8 +1581,10 @@ void TalvoraPluginTest::attachingForgetsTheCarry()
 	plugin->setAudioSource(u"Voice"_s);
 	voice.playConstant(0.5f, 1000);
 	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
+	plugin->captureChannels = 1;
 	plugin->attachAudioCapture();
 	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
+	QCOMPARE(plugin->captureChannels.load(), 2u);
 }
 
 void TalvoraPluginTest::staleSourceIsNotHeard()
