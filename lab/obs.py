@@ -175,7 +175,7 @@ class Obs:
 	accessible: put the windows on an accessibility bus and manage them, for lab.hands.
 	path: folders whose programs OBS finds before the machine's. environment: more variables of its environment.
 	wait: return from the start when OBS takes requests; otherwise as soon as it runs, and there is no remote control.
-	modules: files of more modules to install.
+	modules: files of more modules to install. preload: libraries that OBS alone, not what it starts, is to load before its own.
 	tap: a lab.audio_tap.AudioTap that is given the audio of its sources, or None.
 	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
 	"""
@@ -183,7 +183,7 @@ class Obs:
 	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
 		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
 		     verbose=False, accessible=False, path=(), environment=None, wait=True, theme=None,
-		     scale=1, modules=(), tap=None, build=BUILD):
+		     scale=1, modules=(), preload=(), tap=None, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -205,6 +205,7 @@ class Obs:
 		self._path = path
 		self._more_environment = {**(tap.environment if tap else {}), **(environment or {})}
 		self._modules = [*modules, *([tap.module] if tap else [])]
+		self._preload = preload
 		self._wait = wait
 		self._theme = theme
 		self.scale = scale
@@ -250,7 +251,7 @@ class Obs:
 		if self._verbose:
 			command.append("--verbose")
 		with open(self.home / "console.log", "ab") as console:
-			self._process = subprocess.Popen(command, env=self._environment(), stdin=subprocess.DEVNULL,
+			self._process = subprocess.Popen(command, env=self._obs_environment(), stdin=subprocess.DEVNULL,
 							 stdout=console, stderr=subprocess.STDOUT)
 		if not self._wait:
 			return
@@ -348,6 +349,14 @@ class Obs:
 			environment.update(PATH=":".join([*map(str, self._path), environment["PATH"]]))
 		environment.update(self._more_environment)
 		return environment
+
+	def _obs_environment(self):
+		environment = self._environment()
+		for library in self._preload:
+			if not library.exists():
+				raise FileNotFoundError(f"{library} is not built: run './dev build' first")
+		libraries = [*map(str, self._preload), *environment.get("LD_PRELOAD", "").split(":")]
+		return {**environment, "LD_PRELOAD": ":".join(filter(None, libraries))}
 
 	@property
 	def desktop(self):
