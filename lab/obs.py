@@ -22,6 +22,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 from lab.accessibility import SessionBus
+from lab.followed import FollowedText
 from lab.paths import BUILD, CHECKOUT
 from lab.remote import Remote
 
@@ -45,6 +46,9 @@ COMPLAINTS = re.compile(
 # How OBS repeats its log lines on the console.
 _LOGGED = re.compile(r"(debug|info|warning|error): ")
 
+# Between two looks at what is waited for.
+_LOOK_SECONDS = 0.05
+
 _START_SECONDS = 30
 _STOP_SECONDS = 20
 
@@ -58,7 +62,7 @@ def wait_until(condition, timeout, what):
 			return value
 		if time.monotonic() > deadline:
 			raise TimeoutError(f"{what}: not within {timeout} s")
-		time.sleep(0.02)
+		time.sleep(_LOOK_SECONDS)
 
 
 def free_port():
@@ -214,6 +218,8 @@ class Obs:
 		self._build = Path(build)
 		self._virtual_display = None
 		self._process = None
+		self._log = None
+		self._older_logs = []
 		self._final_log = None
 		self._final_console = None
 		self.remote = None
@@ -243,6 +249,7 @@ class Obs:
 		"""Prepares the home and starts OBS; returns when it has finished loading and takes requests, if it is to wait."""
 		port = free_port()
 		self._prepare(port)
+		self._older_logs = list((self.home / ".config" / "obs-studio" / "logs").glob("*.txt"))
 		if self._display is None:
 			self._virtual_display = VirtualDisplay(self._screen)
 		if self._accessible:
@@ -461,8 +468,11 @@ class Obs:
 		"""OBS's log of this run, with times; after the end of the context, as it was then."""
 		if self._final_log is not None:
 			return self._final_log
-		files = sorted((self.home / ".config" / "obs-studio" / "logs").glob("*.txt"), key=lambda file: file.stat().st_mtime)
-		return files[-1].read_text(encoding="utf-8", errors="replace") if files else ""
+		if self._log is None:
+			files = sorted((self.home / ".config" / "obs-studio" / "logs").glob("*.txt"), key=lambda file: file.stat().st_mtime)
+			new = [file for file in files if file not in self._older_logs]
+			self._log = FollowedText(new[-1]) if new else None
+		return self._log.text if self._log else ""
 
 	@property
 	def console(self):
@@ -476,8 +486,15 @@ class Obs:
 		"""Waits until `count` log lines match the regular expression; returns the match of the last of them."""
 		expression = re.compile(pattern, re.MULTILINE)
 
+		seen = None
+
 		def found():
-			matches = list(expression.finditer(self.log))
+			nonlocal seen
+			log = self.log
+			if log == seen and self.running():
+				return None
+			seen = log
+			matches = list(expression.finditer(log))
 			if len(matches) >= count:
 				return matches[count - 1]
 			if not self.running():

@@ -10,6 +10,7 @@ from pathlib import Path
 
 import numpy as np
 
+from lab.followed import FollowedRecords
 from lab.obs import wait_until
 from lab.paths import BUILD
 
@@ -35,13 +36,6 @@ def make_certificate(folder, *names):
 	return certificate, key
 
 
-def _json_lines(path):
-	if not path.exists():
-		return []
-	# The last line may still be being written.
-	return [json.loads(line) for line in path.read_text(encoding="utf-8").splitlines(keepends=True) if line.endswith("\n")]
-
-
 class LocalService:
 	"""The service, listening from the start to the end of the context.
 
@@ -57,6 +51,8 @@ class LocalService:
 		self.events_path = self.folder / "events.jsonl"
 		self.record_path = self.folder / "received.jsonl"
 		self.console_path = self.folder / "service.log"
+		self._events = FollowedRecords(self.events_path)
+		self._received = FollowedRecords(self.record_path)
 		self.port = port
 		self.certificate = None
 		self._script = script
@@ -116,11 +112,11 @@ class LocalService:
 
 	def events(self, event=None):
 		"""What it did, in order: objects with "event", "mono_ms", "wall" and more; of one event or of all."""
-		return [one for one in _json_lines(self.events_path) if event in (None, one["event"])]
+		return [one for one in self._events.records if event in (None, one["event"])]
 
 	def received(self, kind=None, connection=None):
 		"""What came in, in order: objects with "kind" ("open", "text", "binary", "close"), "mono_ms" and more."""
-		return [one for one in _json_lines(self.record_path)
+		return [one for one in self._received.records
 			if kind in (None, one["kind"]) and connection in (None, one["connection"])]
 
 	def texts(self, connection=None):
@@ -129,9 +125,17 @@ class LocalService:
 
 	def uplink(self, connection=1):
 		"""The audio that came in on a connection: 16-bit samples, 16 kHz, mono."""
-		path = self.record_path.with_name(f"{self.record_path.name}.{connection}.pcm")
+		path = self._uplink_path(connection)
 		data = path.read_bytes() if path.exists() else b""
 		return np.frombuffer(data[:len(data) // 2 * 2], "<i2")
+
+	def heard(self, connection=1):
+		"""How many samples uplink() has."""
+		path = self._uplink_path(connection)
+		return path.stat().st_size // 2 if path.exists() else 0
+
+	def _uplink_path(self, connection):
+		return self.record_path.with_name(f"{self.record_path.name}.{connection}.pcm")
 
 	def _read(self):
 		with open(self.console_path, "a", encoding="utf-8") as file:

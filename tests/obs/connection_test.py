@@ -36,7 +36,7 @@ def test_exit_in_a_session_is_clean_and_says_stop(make_obs, make_service, tmp_pa
 	with service:
 		with speaking_obs(make_obs, tmp_path) as obs:
 			obs.wait_for_log(AUTHENTICATED)
-			wait_until(lambda: len(service.uplink()) > 8000, 10, "the service gets audio")
+			wait_until(lambda: service.heard() > 8000, 10, "the service gets audio")
 		wait_until(lambda: service.received("close"), 5, "the service sees the end of the connection")
 	assert obs.exit_status == 0
 	assert "Number of memory leaks: 0" in obs.log
@@ -58,7 +58,7 @@ def test_dropped_connection_comes_back_and_the_budget_is_restored(make_obs, make
 	service = make_service({"connections": [dropped, dropped, LET_IN]})
 	with service, speaking_obs(make_obs, tmp_path) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20, count=3)
-		wait_until(lambda: len(service.uplink(3)) > 8000, 10, "audio goes on after the second drop")
+		wait_until(lambda: service.heard(3) > 8000, 10, "audio goes on after the second drop")
 		obs.wait_for_log(STATE.format(3), count=3)
 		# Before the end of OBS, which is a requested disconnect.
 		seen = states(obs)

@@ -76,7 +76,7 @@ def test_module_that_was_off_finds_everything_again(make_obs, make_service, tmp_
 			wait_until(lambda: SPANISH_CAPTIONS in obs.scene_items(), 10, "the captions are in the scene")
 			assert obs.inputs("talvora_dubbed_source") == [SPANISH_DUB]
 			assert obs.request("GetInputAudioTracks", inputName=SPANISH_DUB)["inputAudioTracks"]["3"] is True
-			wait_until(lambda: len(service.uplink(2)) > 8000, 10, "the service gets audio again")
+			wait_until(lambda: service.heard(2) > 8000, 10, "the service gets audio again")
 			wait_until(lambda: level(obs, SPANISH_DUB) > 0, 10, "the dub is heard again")
 		assert obs.exit_status == 0
 		assert "Number of memory leaks: 0" in obs.log

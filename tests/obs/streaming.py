@@ -125,7 +125,7 @@ class Witness:
 
 	def heard(self):
 		"""How many samples the service has heard."""
-		return len(self.uplink())
+		return self._service.heard(self._connection)
 
 	def wait_for_dub(self, source=SPANISH_DUB):
 		wait_until(lambda: level(self.obs, source) > 0, 10, "the dub is heard")
