@@ -22,6 +22,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 from lab.accessibility import SessionBus
+from lab.complaints import QT_MESSAGE_PATTERN
 from lab.followed import FollowedText
 from lab.paths import BUILD, CHECKOUT
 from lab.remote import Remote
@@ -34,17 +35,6 @@ SCENE = "Scene"
 NOT_CLEARED = "Not all sources were cleared"
 # Said where a media source has nothing to give, whoever asks.
 NOTHING_PLAYED = "OBS does not play the source itself"
-# Said of a recording during which OBS's mixer was so late that it wants to wait longer for sources from then on.
-BUFFERING_ADDED = "OBS has added audio buffering"
-
-# Lines by which OBS or Qt say that something was not cleaned up or was called at the wrong time.
-COMPLAINTS = re.compile(
-	r"Not all sources were cleared|Tried to call .* with no callbacks|QObject::|QThread: Destroyed|"
-	r"Timers cannot be|QBasicTimer::|Could not load|Number of memory leaks: [1-9]|double destroy|Freeing released data"
-)
-
-# How OBS repeats its log lines on the console.
-_LOGGED = re.compile(r"(debug|info|warning|error): ")
 
 # Between two looks at what is waited for.
 _LOOK_SECONDS = 0.05
@@ -223,7 +213,10 @@ class Obs:
 		self._final_log = None
 		self._final_console = None
 		self.remote = None
+		# Of the process when it has ended; the negative number of the signal that has killed it. None before.
 		self.exit_status = None
+		# Name and kind of each input that was made by request.
+		self.created = []
 
 	# Life
 
@@ -238,7 +231,7 @@ class Obs:
 
 	def __exit__(self, kind, error, trace):
 		try:
-			if self.running():
+			if self._process and self.exit_status is None:
 				self.stop()
 		finally:
 			if kind is not None:
@@ -257,7 +250,7 @@ class Obs:
 		command = ["obs", "--multi", "--disable-updater", "--websocket_port", str(port)]
 		if self._verbose:
 			command.append("--verbose")
-		with open(self.home / "console.log", "ab") as console:
+		with open(self.home / "console.log", "wb") as console:
 			self._process = subprocess.Popen(command, env=self._obs_environment(), stdin=subprocess.DEVNULL,
 							 stdout=console, stderr=subprocess.STDOUT)
 		if not self._wait:
@@ -272,7 +265,7 @@ class Obs:
 			self.exit_status = self._process.wait(timeout=_STOP_SECONDS)
 		except subprocess.TimeoutExpired:
 			self._process.kill()
-			self._process.wait()
+			self.exit_status = self._process.wait()
 			why = f": {NOT_CLEARED}" if NOT_CLEARED in self.log else ""
 			raise TimeoutError(f"OBS did not end within {_STOP_SECONDS} s{why}") from None
 		return self.exit_status
@@ -342,7 +335,7 @@ class Obs:
 			(self.home / name).mkdir(mode=0o700, exist_ok=True)
 		environment = {name: value for name, value in os.environ.items() if not name.startswith(("XDG_", "QT_", "DBUS_"))}
 		environment.update(HOME=str(self.home), XDG_RUNTIME_DIR=str(self.home / "run"), TMPDIR=str(self.home / "tmp"),
-				   QT_QPA_PLATFORM="xcb")
+				   QT_QPA_PLATFORM="xcb", QT_MESSAGE_PATTERN=QT_MESSAGE_PATTERN)
 		if self._virtual_display:
 			environment.update(DISPLAY=self._virtual_display.name, LIBGL_ALWAYS_SOFTWARE="1")
 		else:
@@ -503,14 +496,6 @@ class Obs:
 
 		return wait_until(found, timeout, f"OBS's log has {pattern!r} ({count} times)")
 
-	def complaints(self):
-		"""Messages of log and console, without times and sorted, by which OBS or Qt complain about how they were used.
-
-		OBS itself is not free of them: compare with what a run without the module has.
-		"""
-		lines = self.log.splitlines() + [line for line in self.console.splitlines() if not _LOGGED.match(line)]
-		return sorted(re.sub(r"^[0-9:.]{12}: ", "", line) for line in lines if COMPLAINTS.search(line))
-
 	def show_log_tail(self, lines=60):
 		print(f"--- the last {lines} lines of OBS's log ---")
 		# The profiler's table at the end tells nothing about a failure.
@@ -541,6 +526,7 @@ class Obs:
 
 	def create_input(self, name, kind, settings=None, scene=SCENE, enabled=True):
 		"""Makes a source and puts it on top of the scene; returns the scene item's number."""
+		self.created.append((name, kind))
 		return self.request("CreateInput", sceneName=scene, inputName=name, inputKind=kind, inputSettings=settings or {},
 				    sceneItemEnabled=enabled)["sceneItemId"]
 

@@ -8,8 +8,8 @@ import time
 import numpy as np
 
 from lab.obs import Input, wait_until
-from sessions import AUTHENTICATED, LET_IN, SPANISH_CAPTIONS, session_config, target
-from streaming import microphone
+from sessions import AUTHENTICATED, LET_IN, MICROPHONE, NOT_FOUND, SPANISH_CAPTIONS, session_config, target
+from streaming import NO_PAGE, microphone
 
 STYLE = {"captionTextColor": "#ffffff00", "captionBgColor": "#ff000080", "captionFont": "DejaVu Sans,40,-1,5,600,0,0,0,0,0"}
 
@@ -68,10 +68,12 @@ def test_blank_between_two_captions_is_short(make_obs, make_service, tmp_path, a
 	"""The blank is as long as the browser needs to start, which is the machine's affair; what the module adds to it is not. So the
 	bound is the blank of a browser source that the module has nothing to do with, from the same seconds."""
 	peer = Input(PEER, "browser_source", {"width": 1024, "height": 240}, position=(128, PEER_TOP))
+	# At the start and at that of the session; the peer has nothing to show before the first caption.
+	complaints = {NOT_FOUND.format(MICROPHONE): 2, NO_PAGE: 1}
 	script = [*LET_IN, {"after_audio_bytes": 64000}]
 	for text in TEXTS:
 		script += [caption(text), {"after_ms": PERIOD_MS}]
-	with make_service(script), captioned(make_obs, peer, fps=FRAMES_A_SECOND) as obs:
+	with make_service(script), captioned(make_obs, peer, fps=FRAMES_A_SECOND, complaints=complaints) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20)
 		# The first browser of a machine takes seconds to start, in which a caption could come and go.
 		obs.wait_for_log(rf"'{SPANISH_CAPTIONS}': shown after", timeout=60)

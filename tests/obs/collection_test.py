@@ -5,9 +5,9 @@ import contextlib
 import pytest
 
 from lab.hands import Hands
-from lab.obs import scene_collection, wait_until
-from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
-from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
+from lab.obs import obs_version, scene_collection, wait_until
+from sessions import AUTHENTICATED, MICROPHONE, NOT_FOUND, SPANISH_CAPTIONS, SPANISH_DUB
+from streaming import INITIALIZED, NUMBERED, PLACED, SOURCE_GONE, Witness, dub_in_scene, microphone, spanish
 
 pytestmark = pytest.mark.changes_scenes
 
@@ -16,16 +16,22 @@ SECOND, BARE = "Second", "Bare"
 
 @pytest.fixture(params=["without a session", "in a session"])
 def stage(request, make_obs, make_service, tmp_path):
-	"""Makes a context: an OBS with three collections, of which the last has no microphone; gives a Witness of it."""
+	"""Makes a context: an OBS with three collections, of which the last has no microphone; gives a Witness of it.
+
+	bare: how often the test comes to one without a microphone.
+	"""
 
 	@contextlib.contextmanager
-	def make(**options):
+	def make(bare=0, **options):
 		inputs = [microphone(tmp_path), dub_in_scene()]
 		others = [scene_collection(SECOND, inputs), scene_collection(BARE, [dub_in_scene()])]
 		in_session = request.param == "in a session"
+		# A caption may come while a collection is cleared.
+		complaints = {NOT_FOUND.format(MICROPHONE): bare, SOURCE_GONE: range(20)}
 		with contextlib.ExitStack() as open_now:
 			service = open_now.enter_context(make_service(NUMBERED)) if in_session else None
-			obs = open_now.enter_context(make_obs(inputs=inputs, collections=others, talvora_config=spanish(in_session), **options))
+			obs = open_now.enter_context(make_obs(inputs=inputs, collections=others, talvora_config=spanish(in_session),
+							     complaints=complaints, **options))
 			obs.wait_for_log(AUTHENTICATED if in_session else INITIALIZED, timeout=20)
 			obs.wait_for_log(PLACED)
 			witness = Witness(obs, service)
@@ -49,8 +55,9 @@ def assert_outputs_once(obs):
 		assert [one for one in names if one.startswith(name)] == [name], f"there is not exactly one '{name}': {names}"
 
 
-def test_outputs_come_back_and_capture_waits_for_its_source(stage, usual_complaints, tmp_path):
-	with stage() as witness:
+def test_outputs_come_back_and_capture_waits_for_its_source(stage, tmp_path):
+	# In the bare collection, and in the one that is made.
+	with stage(bare=2) as witness:
 		obs = witness.obs
 		for round_, collection in enumerate([SECOND, "Untitled", SECOND], 2):
 			switch(obs, collection)
@@ -69,7 +76,6 @@ def test_outputs_come_back_and_capture_waits_for_its_source(stage, usual_complai
 		assert_outputs_once(obs)
 		switch(obs, BARE)
 		witness.wait_for_everything()
-	assert_clean_exit(obs, usual_complaints)
 
 
 def current(obs):
@@ -97,8 +103,9 @@ def wait_for_captions_in_place(obs):
 	assert_outputs_once(obs)
 
 
-def test_collection_duplicated_renamed_and_removed_by_hand(stage, usual_complaints):
-	with stage(accessible=True) as witness:
+def test_collection_duplicated_renamed_and_removed_by_hand(stage):
+	# OBS 30 goes on with the bare one when a collection is removed.
+	with stage(accessible=True, bare=1 if obs_version() < (32,) else 0) as witness:
 		obs = witness.obs
 		hands = Hands(obs)
 		for entry, name in (("Duplicate", "Copy"), ("Rename", "Renamed")):
@@ -112,12 +119,12 @@ def test_collection_duplicated_renamed_and_removed_by_hand(stage, usual_complain
 		switch(obs, "Untitled")
 		witness.wait_for_everything()
 		wait_for_captions_in_place(obs)
-	assert_clean_exit(obs, usual_complaints)
 
 
 @pytest.mark.soak
-def test_fifty_switches(stage, usual_complaints):
-	with stage() as witness:
+def test_fifty_switches(stage):
+	# In the bare collection, in every third switch.
+	with stage(bare=range(15, 20)) as witness:
 		obs = witness.obs
 		for number in range(50):
 			switch(obs, [SECOND, BARE, "Untitled"][number % 3])
@@ -127,4 +134,3 @@ def test_fifty_switches(stage, usual_complaints):
 			assert_outputs_once(obs)
 		switch(obs, "Untitled")
 		witness.wait_for_everything()
-	assert_clean_exit(obs, usual_complaints)

@@ -5,7 +5,8 @@ import subprocess
 import time
 
 from lab.obs import media_file, wait_until
-from sessions import AUTHENTICATED, LET_IN, MICROPHONE, constant_wav, session_config, target
+from sessions import (AUTHENTICATED, GONE, LET_IN, MICROPHONE, NOT_FOUND, NOT_THERE, broken_off, constant_wav, refused, session_config,
+		      target)
 
 STATE = r"\[talvora-obs\] Talvora: WS state → {}$"
 
@@ -31,16 +32,13 @@ def messages(obs):
 	return found
 
 
-def test_exit_in_a_session_is_clean_and_says_stop(make_obs, make_service, tmp_path, usual_complaints):
+def test_exit_in_a_session_is_clean_and_says_stop(make_obs, make_service, tmp_path):
 	service = make_service(LET_IN)
 	with service:
 		with speaking_obs(make_obs, tmp_path) as obs:
 			obs.wait_for_log(AUTHENTICATED)
 			wait_until(lambda: service.heard() > 8000, 10, "the service gets audio")
 		wait_until(lambda: service.received("close"), 5, "the service sees the end of the connection")
-	assert obs.exit_status == 0
-	assert "Number of memory leaks: 0" in obs.log
-	assert obs.complaints() == usual_complaints
 	assert service.texts()[-1] == '{"type":"stop"}'
 
 
@@ -56,7 +54,7 @@ def test_states_of_a_session_follow_each_other(make_obs, make_service, tmp_path)
 def test_dropped_connection_comes_back_and_the_budget_is_restored(make_obs, make_service, tmp_path):
 	dropped = [*LET_IN, {"after_audio_bytes": 8000}, {"drop": True}]
 	service = make_service({"connections": [dropped, dropped, LET_IN]})
-	with service, speaking_obs(make_obs, tmp_path) as obs:
+	with service, speaking_obs(make_obs, tmp_path, complaints=broken_off(GONE, 2)) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20, count=3)
 		wait_until(lambda: service.heard(3) > 8000, 10, "audio goes on after the second drop")
 		obs.wait_for_log(STATE.format(3), count=3)
@@ -70,7 +68,10 @@ def test_dropped_connection_comes_back_and_the_budget_is_restored(make_obs, make
 
 
 def test_unreachable_service_is_given_up_after_four_reconnects(make_obs, tmp_path):
-	with speaking_obs(make_obs, tmp_path) as obs:
+	gave_up = ["WSClient: max reconnect attempts reached — giving up", "Talvora WS error: Max reconnect attempts reached",
+		   "PluginDock error: Max reconnect attempts reached"]
+	complaints = {**broken_off(NOT_THERE, 5), **dict.fromkeys(gave_up, 1)}
+	with speaking_obs(make_obs, tmp_path, complaints=complaints) as obs:
 		obs.wait_for_log(r"Talvora WS error: Max reconnect attempts reached", timeout=60)
 		lines = messages(obs)
 		seen = states(obs)
@@ -93,7 +94,7 @@ def test_unreachable_service_is_given_up_after_four_reconnects(make_obs, tmp_pat
 def test_wrong_key_is_reported_and_not_tried_again(make_obs, make_service, tmp_path):
 	script = [{"expect": "auth"}, {"send": {"type": "auth_error", "error": "Invalid API key"}}]
 	service = make_service(script)
-	with service, speaking_obs(make_obs, tmp_path) as obs:
+	with service, speaking_obs(make_obs, tmp_path, complaints=refused("Invalid API key")) as obs:
 		obs.wait_for_log(r"\[talvora-obs\] WSClient: auth failed: Invalid API key$")
 		obs.wait_for_log(r"\[talvora-obs\] Talvora WS error: Auth failed: Invalid API key$")
 		obs.wait_for_log(STATE.format(0))
@@ -125,7 +126,9 @@ def test_certificate_of_an_unknown_authority_is_refused(make_obs, make_service, 
 			"-days", "2", "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost"], check=True,
 		       capture_output=True)
 	service = make_service(LET_IN, certificate=(certificate, key))
-	with service, speaking_obs(make_obs, tmp_path) as obs:
+	# On a slow machine OBS does not end before the second attempt.
+	complaints = broken_off("The certificate is self-signed, and untrusted", range(1, 3))
+	with service, speaking_obs(make_obs, tmp_path, complaints=complaints) as obs:
 		obs.wait_for_log(r"\[talvora-obs\] WebSocket error \d+: .*certificate")
 		obs.wait_for_log(r"\[talvora-obs\] WSClient: reconnecting in 1000 ms \(attempt 1\)$")
 	assert not service.texts(), "the key was sent to a service nobody vouches for"
@@ -133,14 +136,14 @@ def test_certificate_of_an_unknown_authority_is_refused(make_obs, make_service, 
 
 def test_no_key_means_no_session(make_obs, tmp_path):
 	config = session_config(target("es", captions=True), apiKey="")
-	with make_obs(talvora_config=config) as obs:
+	with make_obs(talvora_config=config, complaints={NOT_FOUND.format(MICROPHONE): 1}) as obs:
 		obs.wait_for_log(r"Talvora plugin initialized\. API key: \(not set\), Languages: es$")
 	assert "startSession() called" not in obs.log
 	assert not states(obs)
 
 
 def test_no_target_language_means_no_session(make_obs, tmp_path):
-	with make_obs(talvora_config=session_config()) as obs:
+	with make_obs(talvora_config=session_config(), complaints={NOT_FOUND.format(MICROPHONE): 1}) as obs:
 		obs.wait_for_log(r"Talvora plugin initialized\. API key: \(set\), Languages: $")
 	assert "startSession() called" not in obs.log
 	assert not states(obs)

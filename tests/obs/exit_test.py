@@ -10,7 +10,8 @@ from lab.hands import Hands
 from lab.obs import media_file, wait_until
 from lab.service import KEY, PORT
 from lab.web_browser import opening_recorder
-from sessions import AUTHENTICATED, LET_IN, MICROPHONE, constant_wav, session_config, target
+from sessions import AUTHENTICATED, GONE, LET_IN, MICROPHONE, NOT_THERE, broken_off, constant_wav, session_config, target
+from streaming import SOURCE_GONE
 
 STATE = r"\[talvora-obs\] Talvora: WS state → {}$"
 INITIALIZED = r"\[talvora-obs\] Talvora plugin initialized$"
@@ -19,15 +20,12 @@ INITIALIZED = r"\[talvora-obs\] Talvora plugin initialized$"
 LONGEST_EXIT = 6
 
 
-def end(obs, usual_complaints):
+def end(obs):
 	"""Ends OBS and holds it to a clean exit."""
 	start = time.monotonic()
 	obs.stop()
 	seconds = time.monotonic() - start
 	assert seconds < LONGEST_EXIT, f"OBS took {seconds:.1f} s to end"
-	assert obs.exit_status == 0
-	assert "Number of memory leaks: 0" in obs.log
-	assert obs.complaints() == usual_complaints
 	assert obs.log.count("[talvora-obs] Talvora plugin shut down") == 1
 	assert "WS thread did not stop" not in obs.log
 
@@ -44,23 +42,23 @@ def speaking_obs(make_obs, tmp_path):
 	return make
 
 
-def test_exit_while_connecting(speaking_obs, usual_complaints):
+def test_exit_while_connecting(speaking_obs):
 	"""The service's port takes the connection and says nothing, so that the encryption is never agreed on."""
 	with socket.create_server(("127.0.0.1", PORT)), speaking_obs() as obs:
 		obs.wait_for_log(STATE.format(1))
-		end(obs, usual_complaints)
+		end(obs)
 	assert not re.search(STATE.format(2), obs.log, re.MULTILINE)
 
 
-def test_exit_before_the_service_has_let_it_in(speaking_obs, make_service, usual_complaints):
+def test_exit_before_the_service_has_let_it_in(speaking_obs, make_service):
 	with make_service([{"expect": "auth"}]) as service, speaking_obs() as obs:
 		obs.wait_for_log(STATE.format(2))
 		wait_until(lambda: service.texts(), 10, "the service is asked to let it in")
-		end(obs, usual_complaints)
+		end(obs)
 	assert not re.search(STATE.format(3), obs.log, re.MULTILINE)
 
 
-def test_exit_with_speech_queued(speaking_obs, make_service, usual_complaints):
+def test_exit_with_speech_queued(speaking_obs, make_service):
 	speech = [{"send_tts": {"language": language, "clip_id": 1, "pcm": "sine 440 9.0s"}} for language in ("es", "fr")]
 	unfinished = {"send_tts": {"language": "es", "clip_id": 2, "pcm": "sine 440 5.0s", "end": False}}
 	captions = [{"send": {"type": "caption", "language": "es", "text": f"Uno {number}", "duration": 8}} for number in range(3)]
@@ -69,13 +67,13 @@ def test_exit_with_speech_queued(speaking_obs, make_service, usual_complaints):
 		obs.wait_for_log(AUTHENTICATED)
 		wait_until(lambda: len(service.events("script_step")) == len(script), 10, "the service has sent the speech")
 		obs.wait_for_log(r"CaptionManager: caption for 'es'", count=3)
-		end(obs, usual_complaints)
+		end(obs)
 
 
-def test_exit_while_reconnecting(speaking_obs, usual_complaints):
-	with speaking_obs() as obs:
+def test_exit_while_reconnecting(speaking_obs):
+	with speaking_obs(complaints=broken_off(NOT_THERE)) as obs:
 		obs.wait_for_log(STATE.format(4))
-		end(obs, usual_complaints)
+		end(obs)
 
 
 def refuses(port):
@@ -86,9 +84,10 @@ def refuses(port):
 	return False
 
 
-def test_exit_while_signing_in_with_the_browser_open(make_obs, tmp_path, usual_complaints):
+def test_exit_while_signing_in_with_the_browser_open(make_obs, tmp_path):
 	programs, opened = opening_recorder(tmp_path / "bin", stays_open=True)
-	with make_obs(accessible=True, path=[programs]) as obs:
+	complaints = {r"\[talvora-obs\] PluginDock: OAuth login failed: Login cancelled$": 1}
+	with make_obs(accessible=True, path=[programs], complaints=complaints) as obs:
 		obs.wait_for_log(INITIALIZED)
 		hands = Hands(obs)
 		hands.choose("Docks", "Talvora")
@@ -96,21 +95,21 @@ def test_exit_while_signing_in_with_the_browser_open(make_obs, tmp_path, usual_c
 		address = wait_until(lambda: opened.exists() and opened.read_text().strip(), 10, "the browser is opened")
 		port = int(re.search(r"localhost(?::|%3A)(\d+)(?:/|%2F)callback", address).group(1))
 		assert not refuses(port), "nobody waits for the browser's answer"
-		end(obs, usual_complaints)
+		end(obs)
 		# The browser is still there: it has not inherited what listens.
 		assert refuses(port), "somebody still waits for the browser's answer"
 
 
-def test_exit_with_a_colour_dialog_open(make_obs, usual_complaints):
+def test_exit_with_a_colour_dialog_open(make_obs):
 	with make_obs(accessible=True, talvora_config={"apiKey": KEY, "dockVisible": True}) as obs:
 		obs.wait_for_log(INITIALIZED)
 		hands = Hands(obs)
 		hands.click(hands.find("push button", "Caption text color", hands.dock("Talvora")))
 		hands.find("push button", "Pick Screen Color")
-		end(obs, usual_complaints)
+		end(obs)
 
 
-def test_exit_with_a_warning_open(make_obs, usual_complaints):
+def test_exit_with_a_warning_open(make_obs):
 	with make_obs(accessible=True, talvora_config={"dockVisible": True}) as obs:
 		obs.wait_for_log(INITIALIZED)
 		hands = Hands(obs)
@@ -118,7 +117,7 @@ def test_exit_with_a_warning_open(make_obs, usual_complaints):
 		hands.click(hands.find("push button", "Use an API key instead", dock))
 		hands.click(hands.find("push button", "Use this key", dock))
 		hands.find("push button", "OK")
-		end(obs, usual_complaints)
+		end(obs)
 
 
 def logged_seconds(pattern, log):
@@ -127,18 +126,16 @@ def logged_seconds(pattern, log):
 	return int(hours) * 3600 + int(minutes) * 60 + float(seconds)
 
 
-def end_at_random_moments(cycles, chance, make, usual_complaints):
+def end_at_random_moments(cycles, chance, make):
 	for cycle in range(1, cycles + 1):
 		moment = chance.uniform(0, 3)
-		with make(wait=False) as obs:
+		# The service breaks off a moment after it has let OBS in, again and again, and its caption may find no source any more.
+		with make(wait=False, complaints={SOURCE_GONE: range(5), **broken_off(GONE, range(5))}) as obs:
 			obs.wait_for_log(r"\[talvora-obs\] Loading Talvora OBS plugin", timeout=30)
 			# Nothing to wait for: any moment will do, and that is the point.
 			time.sleep(moment)
 			obs.stop()
 		what = f"in cycle {cycle}, ended {moment:.3f} s after the module was loaded"
-		assert obs.exit_status == 0, f"exit status {obs.exit_status} {what}"
-		assert "Number of memory leaks: 0" in obs.log, f"leaks {what}"
-		assert obs.complaints() == usual_complaints, what
 		# OBS does not begin before it has finished loading.
 		seconds = (logged_seconds("Number of memory leaks", obs.log) - logged_seconds("Shutting down ===", obs.log)) % 86400
 		assert seconds < LONGEST_EXIT, f"{seconds:.1f} s to end {what}"
@@ -148,12 +145,12 @@ SESSION = [*LET_IN, {"after_audio_bytes": 8000}, {"send_tts": {"language": "es",
 	   {"send": {"type": "caption", "language": "es", "text": "Hola", "duration": 2}}, {"after_ms": 300}, {"drop": True}]
 
 
-def test_exit_at_any_moment(speaking_obs, make_service, chance, usual_complaints):
+def test_exit_at_any_moment(speaking_obs, make_service, chance):
 	with make_service(SESSION):
-		end_at_random_moments(3, chance, speaking_obs, usual_complaints)
+		end_at_random_moments(3, chance, speaking_obs)
 
 
 @pytest.mark.soak
-def test_a_hundred_exits_at_any_moment(speaking_obs, make_service, chance, usual_complaints, request):
+def test_a_hundred_exits_at_any_moment(speaking_obs, make_service, chance, request):
 	with make_service(SESSION):
-		end_at_random_moments(request.config.getoption("--cycles"), chance, speaking_obs, usual_complaints)
+		end_at_random_moments(request.config.getoption("--cycles"), chance, speaking_obs)

@@ -18,7 +18,7 @@ from lab.obs import PLUGIN, wait_until
 from lab.paths import CHECKOUT, SUITE
 from module_test import SHUT_DOWN, UNLOADED, own_lines
 from sessions import AUTHENTICATED, LET_IN, SPANISH_CAPTIONS, SPANISH_DUB
-from streaming import INITIALIZED, assert_clean_exit, dub_in_scene, microphone, spanish
+from streaming import INITIALIZED, dub_in_scene, microphone, spanish
 
 OLDEST, NEWEST = "trixie", "forky"
 
@@ -44,7 +44,7 @@ def version_of_qt(build):
 if SUITE == NEWEST:
 
 	@pytest.mark.other_build
-	def test_build_for_the_oldest_obs_works_in_the_newest(make_obs, make_service, user_of, tmp_path, usual_complaints):
+	def test_build_for_the_oldest_obs_works_in_the_newest(make_obs, make_service, user_of, tmp_path):
 		assert version_of_qt(build_of(OLDEST)) < version_of_qt(build_of(NEWEST)), "the module is not of an older build than OBS"
 		with make_service(SPEAKING) as service, make_obs(
 				build=build_of(OLDEST), inputs=[microphone(tmp_path), dub_in_scene()], talvora_config=spanish(dockVisible=True),
@@ -63,7 +63,6 @@ if SUITE == NEWEST:
 		assert np.abs(original).max() <= 0.2501, "the original is changed"
 		assert np.abs(dub).max() > 0.3, "the dub does not speak"
 		assert own_lines(obs.log)[-1] == UNLOADED and SHUT_DOWN in own_lines(obs.log)
-		assert_clean_exit(obs, usual_complaints)
 
 
 if SUITE == OLDEST:
@@ -71,10 +70,10 @@ if SUITE == OLDEST:
 	@pytest.mark.other_build
 	def test_build_for_the_newest_obs_is_refused_by_the_oldest_which_says_why(make_obs):
 		version = version_of_qt(build_of(NEWEST))
-		with make_obs(build=build_of(NEWEST), browser=False) as obs:
+		complaints = {rf"os_dlopen\(.*{PLUGIN}\.so\): .*not found": 1, rf"Module '.*/{PLUGIN}\.so' not loaded": 1}
+		with make_obs(build=build_of(NEWEST), browser=False, complaints=complaints) as obs:
 			obs.request("GetVersion")
 		assert not own_lines(obs.log), "OBS has loaded a module that was made for a newer one"
 		assert re.search(rf"os_dlopen\(.*{PLUGIN}\.so\): .*version `Qt_6\.{version}' not found", obs.log), \
 			f"OBS's log does not name Qt 6.{version} as missing"
 		assert re.search(rf"Module '.*/{PLUGIN}\.so' not loaded$", obs.log, re.MULTILINE)
-		assert obs.exit_status == 0

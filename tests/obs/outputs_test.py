@@ -11,7 +11,7 @@ from lab.camera import VirtualCamera
 from lab.media import read_track
 from lab.obs import free_port, wait_until
 from sessions import AUTHENTICATED
-from streaming import NUMBERED, Witness, assert_clean_exit, dub_in_scene, microphone, spanish
+from streaming import NUMBERED, Witness, dub_in_scene, microphone, spanish
 
 # OBS ends a stream with the frame that was due when it was asked to, and gives the encoder 30 s to come to that frame.
 LONGEST_STREAM_END = 40
@@ -30,10 +30,13 @@ RATE_WARNING = ("[talvora-obs] Talvora: audio sample rate is 44100 Hz (expected 
 		"output. Change OBS audio settings to 48 kHz.")
 
 
-def test_a_session_goes_on_through_all_that_obs_puts_out(make_obs, make_service, tmp_path, artefacts, usual_complaints):
+def test_a_session_goes_on_through_all_that_obs_puts_out(make_obs, make_service, tmp_path, artefacts):
 	profile = {"AdvOut": {"RecRB": True, "RecRBTime": 5, "RecTracks": 3, "TrackIndex": 2}}
 	inputs = [microphone(tmp_path), dub_in_scene()]
-	with make_service(NUMBERED) as service, make_obs(inputs=inputs, talvora_config=spanish(), profile=profile, canvas=CANVAS) as obs:
+	# OBS makes its picture anew when the profile is changed, and says what it keeps of the old one.
+	complaints = {"Number of remaining views: 1": range(3)}
+	with make_service(NUMBERED) as service, make_obs(inputs=inputs, talvora_config=spanish(), profile=profile, canvas=CANVAS,
+							   complaints=complaints) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20)
 		witness = Witness(obs, service)
 		witness.wait_for_everything()
@@ -41,7 +44,6 @@ def test_a_session_goes_on_through_all_that_obs_puts_out(make_obs, make_service,
 			use(witness)
 			witness.wait_for_everything()
 			witness.assert_one_session()
-	assert_clean_exit(obs, usual_complaints)
 
 
 def assert_level(path, track):
@@ -117,7 +119,7 @@ def switch_profile_and_back(witness):
 	assert_level(obs.wait_for_recording_length(1), 2)
 
 
-def test_a_session_goes_on_through_the_virtual_camera(make_obs, make_service, tmp_path, usual_complaints):
+def test_a_session_goes_on_through_the_virtual_camera(make_obs, make_service, tmp_path):
 	"""On its own: OBS 30 that can have one closes its own standard input, and what has that number then, when the profile is changed."""
 	camera = VirtualCamera(tmp_path / "camera", CANVAS)
 	inputs = [microphone(tmp_path), dub_in_scene()]
@@ -137,16 +139,16 @@ def test_a_session_goes_on_through_the_virtual_camera(make_obs, make_service, tm
 			witness.wait_for_everything()
 		witness.assert_one_session()
 	assert obs.log.count("Virtual camera started") == obs.log.count("Virtual camera stopped") == 2
-	assert_clean_exit(obs, usual_complaints)
 
 
 @pytest.mark.parametrize("rate, channels, heard", [(44100, "Stereo", None), (48000, "Mono", MONO_LEVEL), (48000, "5.1", LEVEL)])
-def test_audio_settings_changed_and_changed_back(make_obs, make_service, tmp_path, usual_complaints, rate, channels, heard):
+def test_audio_settings_changed_and_changed_back(make_obs, make_service, tmp_path, rate, channels, heard):
 	"""OBS takes such a change up when it is started again. heard: what the service hears meanwhile, None for nothing."""
 	inputs = [microphone(tmp_path), dub_in_scene()]
 	profile = {"Audio": {"SampleRate": rate, "ChannelSetup": channels}}
 	with make_service(NUMBERED, name="changed") as service, \
-		make_obs(home=tmp_path / "home", inputs=inputs, talvora_config=spanish(), profile=profile) as obs:
+		make_obs(home=tmp_path / "home", inputs=inputs, talvora_config=spanish(), profile=profile,
+			 complaints={re.escape(RATE_WARNING): 1 if heard is None else 0}) as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20)
 		witness = Witness(obs, service)
 		witness.wait_for_dub()
@@ -159,16 +161,12 @@ def test_audio_settings_changed_and_changed_back(make_obs, make_service, tmp_pat
 		for name, value in (("SampleRate", "48000"), ("ChannelSetup", "Stereo")):
 			obs.request("SetProfileParameter", parameterCategory="Audio", parameterName=name, parameterValue=value)
 		witness.wait_for_dub()
-	assert obs.log.count(RATE_WARNING) == (1 if heard is None else 0)
-	assert_clean_exit(obs, usual_complaints)
 
 	with make_service(NUMBERED, name="back") as service, make_obs(home=tmp_path / "home") as obs:
 		obs.wait_for_log(AUTHENTICATED, timeout=20)
 		witness = Witness(obs, service)
 		witness.wait_for_dub()
 		assert_uplink(witness, LEVEL)
-	assert RATE_WARNING not in obs.log
-	assert_clean_exit(obs, usual_complaints)
 
 
 def assert_uplink(witness, level):

@@ -7,40 +7,42 @@ import pytest
 
 from lab.hands import Hands
 from lab.obs import SCENE, Input, scene_collection, wait_until
-from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
-from streaming import INITIALIZED, NUMBERED, PLACED, Witness, assert_clean_exit, dub_in_scene, level, microphone, spanish
-
-pytestmark = pytest.mark.changes_scenes
+from sessions import AUTHENTICATED, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, session_config, target
+from streaming import INITIALIZED, NO_PAGE, NUMBERED, PLACED, SOURCE_GONE, Witness, dub_in_scene, level, microphone, spanish
 
 OTHER_SCENE = "Other"
 SECOND = "Second"
 GROUP = "Group"
 MY_CAPTIONS, MY_DUB = "My captions", "My dub"
 
-SOURCE_GONE = r"\[talvora-obs\] CaptionManager: updateObsText for 'es' but source is null$"
+# Captions come and go while their source is away, and it is made by hand.
+USER_AT_WORK = {SOURCE_GONE: range(20), NO_PAGE: range(2)}
 
 
 @pytest.fixture
-def session(make_obs, make_service, usual_complaints, tmp_path):
+def session(make_obs, make_service, tmp_path):
 	"""Makes a context: an OBS in a session whose captions are in place; gives a Witness of both.
 
-	The other collection is the same but for captions. `scenes`: those that each has besides the one on air.
+	The other collection is the same but for captions. scenes: those that each has besides the one on air. heard: whether there are
+	a microphone and its dub. OBS 32 by itself may lose a media source where a scene is changed, or a collection that has two, so
+	there is none where only captions matter then.
 	"""
 
 	@contextlib.contextmanager
-	def make(scenes=(OTHER_SCENE,), **options):
-		inputs = [microphone(tmp_path), dub_in_scene()]
+	def make(scenes=(), heard=True, **options):
+		inputs = [microphone(tmp_path), dub_in_scene()] if heard else []
+		config = spanish(dockVisible=True) if heard else session_config(target("es", captions=True), audioSource="", dockVisible=True)
 		stored = [scene_collection(name, inputs, scenes=scenes) for name in ("Untitled", SECOND)]
 		service = make_service(NUMBERED)
 		with service:
-			with make_obs(collections=stored, talvora_config=spanish(dockVisible=True), **options) as obs:
+			with make_obs(collections=stored, talvora_config=config, complaints=USER_AT_WORK, **options) as obs:
 				obs.wait_for_log(AUTHENTICATED, timeout=20)
 				obs.wait_for_log(PLACED)
 				witness = Witness(obs, service)
-				witness.wait_for_everything()
+				wait_for_all = witness.wait_for_everything if heard else witness.wait_for_caption
+				wait_for_all()
 				yield witness
-				witness.wait_for_everything()
-		assert_clean_exit(obs, usual_complaints)
+				wait_for_all()
 
 	return make
 
@@ -98,8 +100,7 @@ def test_removed_ones_are_taken_up_again_and_renamed_ones_go_on(session):
 
 
 def test_renamed_ones_have_successors_when_the_collection_is_opened_anew(session):
-	# In one scene alone: OBS 32 by itself loses half of all second changes between collections that have another.
-	with session(scenes=()) as witness:
+	with session() as witness:
 		obs = witness.obs
 		rename(obs)
 		assert_renamed_go_on(witness)
@@ -110,7 +111,7 @@ def test_renamed_ones_have_successors_when_the_collection_is_opened_anew(session
 		witness.assert_one_session()
 
 
-def test_renamed_ones_have_successors_when_obs_is_started_again(make_obs, make_service, usual_complaints, tmp_path):
+def test_renamed_ones_have_successors_when_obs_is_started_again(make_obs, make_service, tmp_path):
 	options = {"home": tmp_path / "home", "inputs": [microphone(tmp_path), dub_in_scene()], "talvora_config": spanish()}
 	for run in ("first", "second"):
 		with make_service(NUMBERED, name=f"service-{run}") as service, make_obs(**options) as obs:
@@ -122,7 +123,6 @@ def test_renamed_ones_have_successors_when_obs_is_started_again(make_obs, make_s
 				assert_renamed_go_on(witness)
 			else:
 				assert_renamed_have_successors(witness)
-		assert_clean_exit(obs, usual_complaints)
 
 
 def begin_anew(obs):
@@ -163,11 +163,10 @@ def test_missing_ones_are_back_with_the_next_session(session):
 		witness.join_session(3)
 
 
+@pytest.mark.changes_scenes
 def test_captions_that_went_with_their_scene_are_back_with_the_next_session(session):
-	with session(accessible=True) as witness:
+	with session(scenes=[OTHER_SCENE], heard=False, accessible=True) as witness:
 		obs = witness.obs
-		for name in (MICROPHONE, SPANISH_DUB):
-			obs.add_to_scene(name, OTHER_SCENE)
 		put_on_air(obs, "SetCurrentProgramScene", sceneName=OTHER_SCENE)
 		obs.request("RemoveScene", sceneName=SCENE)
 		wait_until(lambda: [one["sceneName"] for one in obs.request("GetSceneList")["scenes"]] == [OTHER_SCENE], 10, "the scene is gone")
@@ -207,8 +206,9 @@ def test_missing_captions_are_back_when_languages_or_style_are_changed(session, 
 		witness.assert_one_session()
 
 
+@pytest.mark.changes_scenes
 def test_what_the_user_does_to_the_item_stays(session):
-	with session() as witness:
+	with session(scenes=[OTHER_SCENE], heard=False) as witness:
 		obs = witness.obs
 		number = item(obs)["sceneItemId"]
 		obs.request("SetSceneItemTransform", sceneName=SCENE, sceneItemId=number,
@@ -233,7 +233,7 @@ def test_what_the_user_does_to_the_item_stays(session):
 		assert item(obs, OTHER_SCENE)["sceneItemId"] == there
 
 
-def test_one_in_a_group_is_not_added_a_second_time(make_obs, usual_complaints, tmp_path):
+def test_one_in_a_group_is_not_added_a_second_time(make_obs, tmp_path):
 	captions = Input(SPANISH_CAPTIONS, "browser_source", {"width": 1024, "height": 240}, position=(10, 20))
 	group = {"id": "group", "name": GROUP, "settings": {"items": [captions.as_item(1)], "id_counter": 1, "custom_size": True,
 							    "cx": 1100, "cy": 300}}
@@ -241,14 +241,13 @@ def test_one_in_a_group_is_not_added_a_second_time(make_obs, usual_complaints, t
 	items = [one.as_item(number) for number, one in enumerate([*inputs, Input(GROUP, "group")], 1)]
 	scene = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
 	grouped = scene_collection("Untitled", inputs, sources=[captions.as_source(), group, scene])
-	with make_obs(collections=[grouped], talvora_config=spanish(False), home=tmp_path / "home") as obs:
+	with make_obs(collections=[grouped], talvora_config=spanish(False), home=tmp_path / "home", complaints={NO_PAGE: 1}) as obs:
 		obs.wait_for_log(INITIALIZED)
 		obs.wait_for_log(rf"CaptionManager: reattached to existing source '{SPANISH_CAPTIONS}'$")
 		obs.wait_for_log(rf"CaptionManager: left '{SPANISH_CAPTIONS}' in its group$")
 		assert obs.scene_items() == [MICROPHONE, SPANISH_DUB, GROUP]
 		inside = obs.request("GetGroupSceneItemList", sceneName=GROUP)["sceneItems"]
 		assert [one["sourceName"] for one in inside] == [SPANISH_CAPTIONS]
-	assert_clean_exit(obs, usual_complaints)
 
 
 def put_on_air(obs, request, **data):
@@ -277,8 +276,9 @@ def preview_was_changed_first(remote, since):
 	return False
 
 
+@pytest.mark.changes_scenes
 def test_captions_are_placed_in_the_scene_on_air(session):
-	with session() as witness:
+	with session(scenes=[OTHER_SCENE], heard=False) as witness:
 		obs = witness.obs
 		# In the half second before captions are placed.
 		obs.batch(("SetCurrentSceneCollection", {"sceneCollectionName": SECOND}),
@@ -292,8 +292,9 @@ def test_captions_are_placed_in_the_scene_on_air(session):
 		witness.assert_one_session()
 
 
+@pytest.mark.changes_scenes
 def test_captions_are_not_placed_in_the_preview(session):
-	with session() as witness:
+	with session(scenes=[OTHER_SCENE], heard=False) as witness:
 		obs = witness.obs
 		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
 		seen = len(obs.remote.events)
@@ -303,7 +304,7 @@ def test_captions_are_not_placed_in_the_preview(session):
 		assert SPANISH_CAPTIONS in obs.scene_items(SCENE)
 		assert SPANISH_CAPTIONS not in obs.scene_items(OTHER_SCENE)
 		assert preview_was_changed_first(obs.remote, seen), "the captions were placed before the preview was another scene"
-		witness.wait_for_everything()
+		witness.wait_for_caption()
 		put_on_air(obs, "TriggerStudioModeTransition")
 		assert obs.request("GetCurrentProgramScene")["currentProgramSceneName"] == OTHER_SCENE
 		witness.wait_for_caption()
@@ -311,13 +312,13 @@ def test_captions_are_not_placed_in_the_preview(session):
 		witness.assert_one_session()
 
 
+@pytest.mark.changes_scenes
 def test_no_scene_is_on_air_when_the_captions_are_placed(session):
-	with session() as witness:
+	with session(scenes=[OTHER_SCENE], heard=False) as witness:
 		obs = witness.obs
 		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
 		# In the half second before captions are placed.
 		obs.batch(("SetCurrentSceneCollection", {"sceneCollectionName": SECOND}),
-			  *(("CreateSceneItem", {"sceneName": OTHER_SCENE, "sourceName": name}) for name in (MICROPHONE, SPANISH_DUB)),
 			  ("SetCurrentPreviewScene", {"sceneName": OTHER_SCENE}), ("RemoveScene", {"sceneName": SCENE}))
 		wait_until(lambda: obs.request("GetSceneList")["currentProgramSceneName"] is None, 10, "no scene is on air")
 		# At least 1.9 s lie between two captions.

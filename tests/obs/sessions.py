@@ -13,7 +13,29 @@ SPANISH_CAPTIONS = "Talvora Captions — Spanish"
 
 LET_IN = [{"expect": "auth"}, {"send": {"type": "auth_ok", "maxTargetLanguages": 0}}]
 
+# And when a caption comes in a language that was not chosen, beside one that was.
+NOT_CHOSEN = r"\[talvora-obs\] CaptionManager: no state for language '{}' \(have: 1 states\)$"
+
+# Why a connection is lost: the service has gone away in the middle of it, or is not there.
+GONE, NOT_THERE = "The remote host closed the connection", "Connection refused"
+
 AUTHENTICATED = r"\[talvora-obs\] WSClient: authenticated$"
+
+# What the module complains about when the source that it is to capture is not there.
+NOT_FOUND = r"\[talvora-obs\] Talvora: audio source '{}' not found$"
+
+
+def broken_off(reason, count=1):
+	"""What the module complains about when a connection that nobody has ended is lost, as often as that happens."""
+	return {rf"\[talvora-obs\] {said}$": count for said in (
+		rf"WebSocket error \d+: {reason}", rf"Talvora WS error: {reason}", rf"PluginDock error: {reason}",
+		"WebSocket disconnected unexpectedly — scheduling reconnect")}
+
+
+def refused(reason):
+	"""What it complains about when the service does not let it in."""
+	said = [rf"WSClient: auth failed: {reason}", rf"Talvora WS error: Auth failed: {reason}", rf"PluginDock error: Auth failed: {reason}"]
+	return {rf"\[talvora-obs\] {one}$": 1 for one in said}
 
 
 def target(code, dubbing=False, captions=False):

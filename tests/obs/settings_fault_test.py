@@ -11,7 +11,7 @@ import pytest
 
 from lab.obs import media_file, wait_until
 from lab.service import KEY
-from sessions import MICROPHONE, constant_wav
+from sessions import MICROPHONE, NOT_FOUND, constant_wav
 
 INITIALIZED = r"\[talvora-obs\] Talvora plugin initialized$"
 NOT_SAVED = r"\[talvora-obs\] Talvora: failed to save config to .*/\.config/talvora-obs/config\.json$"
@@ -27,12 +27,27 @@ def folder(tmp_path):
 	return made
 
 
-def run(make_obs, folder, **options):
-	"""A run of OBS in the folder's home, to the end; returns its log."""
-	with make_obs(home=folder.parents[1], browser=False, **options) as obs:
+def run(make_obs, folder, *complaints):
+	"""A run of OBS in the folder's home, to the end, in which the module complains of this, each once; returns its log."""
+	with make_obs(home=folder.parents[1], browser=False, complaints=dict.fromkeys(complaints, 1)) as obs:
 		obs.wait_for_log(INITIALIZED)
-	assert obs.exit_status == 0
-	assert "Number of memory leaks: 0" in obs.log
+	return obs.log
+
+
+def run_with_changes(make_obs, user_of, folder, more=None, signed_out=False):
+	"""A run in which nothing can be saved, and the log says so at the start, at each change and at the end; returns its log.
+
+	more: what else there is to complain about.
+	"""
+	changes = 2 + signed_out
+	with make_obs(home=folder.parents[1], browser=False, accessible=True, complaints={NOT_SAVED: 1 + changes + 1, **(more or {})}) as obs:
+		user = user_of(obs)
+		user.open_dock()
+		if signed_out:
+			user.sign_in_with_key(KEY)
+		for count, language in enumerate(("German", "French"), 2 + signed_out):
+			user.select("Spoken language", language)
+			obs.wait_for_log(NOT_SAVED, count=count)
 	return obs.log
 
 
@@ -51,17 +66,14 @@ CUT_SHORT = '{"apiKey": "tak_live_local", "audioSource": "Micro'
 			 ids=["truncated", "huge"])
 def test_unreadable_file_is_reported_and_kept(make_obs, folder, content, reason):
 	(folder / "config.json").write_text(content, encoding="utf-8")
-	log = run(make_obs, folder)
-	assert says(NOT_READ.format(reason), log)
-	assert says(KEPT, log)
+	run(make_obs, folder, NOT_READ.format(reason), KEPT)
 	assert saved(folder)["sourceLanguage"] == "en"
 	assert (folder / "config.json.old").read_text(encoding="utf-8") == content
 
 
 def test_empty_file_is_reported_and_replaced(make_obs, folder):
 	(folder / "config.json").touch()
-	log = run(make_obs, folder)
-	assert says(NOT_READ.format("illegal value"), log)
+	run(make_obs, folder, NOT_READ.format("illegal value"))
 	assert saved(folder)["sourceLanguage"] == "en"
 	assert not (folder / "config.json.old").exists()
 
@@ -70,19 +82,17 @@ def test_newer_file_gives_what_is_known_and_is_kept(make_obs, folder):
 	newer = {"apiKey": KEY, "audioSource": "Mikrofon", "voices": {"es": "Lucía"}, "targetLanguages": [
 		{"code": "es", "dubbing": True, "captions": False, "voice": "Lucía"}]}
 	(folder / "config.json").write_text(json.dumps(newer), encoding="utf-8")
-	log = run(make_obs, folder)
+	log = run(make_obs, folder, NOT_FOUND.format("Mikrofon"), KEPT)
 	assert says(r"API key: \(set\), Languages: es$", log)
-	assert says(KEPT, log)
 	now = saved(folder)
 	assert (now["apiKey"], now["audioSource"]) == (KEY, "Mikrofon")
 	assert "voices" not in now
 	assert json.loads((folder / "config.json.old").read_text(encoding="utf-8")) == newer
 
 
-def test_folder_in_the_place_of_the_file_is_reported_and_left(make_obs, folder):
+def test_folder_in_the_place_of_the_file_is_reported_and_left(make_obs, user_of, folder):
 	(folder / "config.json" / "something").mkdir(parents=True)
-	log = run(make_obs, folder)
-	assert says(NOT_SAVED, log)
+	run_with_changes(make_obs, user_of, folder, signed_out=True)
 	assert (folder / "config.json" / "something").is_dir()
 
 
@@ -105,14 +115,13 @@ def mount():
 		_LIBC.umount2(os.fsencode(place), _DETACH)
 
 
-def test_read_only_home_is_reported_and_used(make_obs, folder, mount):
+def test_read_only_home_is_reported_and_used(make_obs, user_of, folder, mount):
 	(folder / "config.json").write_text(json.dumps({"apiKey": KEY}), encoding="utf-8")
 	# The module's part of it: an OBS that cannot write at all does not start.
 	mount("none", folder, _BIND)
 	mount("none", folder, _BIND | _REMOUNT | _READ_ONLY)
-	log = run(make_obs, folder)
+	log = run_with_changes(make_obs, user_of, folder)
 	assert says(r"API key: \(set\)", log)
-	assert says(NOT_SAVED, log)
 	assert saved(folder) == {"apiKey": KEY}
 
 
@@ -123,26 +132,23 @@ def fill(folder):
 			file.write(bytes(4096))
 
 
-def test_full_disk_is_reported_and_nothing_is_lost(make_obs, folder, mount):
+def test_full_disk_is_reported_and_nothing_is_lost(make_obs, user_of, folder, mount):
 	mount("tmpfs", folder, options="size=64k")
 	# A file whose new content needs more room than it has, which is a page.
 	before = {"apiKey": KEY, "audioSource": "M" * 3700}
 	(folder / "config.json").write_text(json.dumps(before), encoding="utf-8")
 	fill(folder)
-	log = run(make_obs, folder)
-	assert says(NOT_SAVED, log)
+	run_with_changes(make_obs, user_of, folder, {NOT_FOUND.format("M+"): 1})
 	assert saved(folder) == before
 
 
-def test_full_disk_without_a_file_leaves_none(make_obs, folder, mount):
+def test_full_disk_without_a_file_leaves_none(make_obs, user_of, folder, mount):
 	mount("tmpfs", folder, options="size=64k")
 	fill(folder)
-	log = run(make_obs, folder)
-	assert says(NOT_SAVED, log)
+	run_with_changes(make_obs, user_of, folder, signed_out=True)
 	assert not (folder / "config.json").exists()
 
 
-@pytest.mark.changes_scenes
 def test_two_instances_with_one_file_leave_it_whole(make_obs, tmp_path):
 	"""Each renames its microphone over and over, which is saved each time. Who saves last has the last word."""
 	wav = constant_wav(tmp_path / "constant.wav", 60, 0)
@@ -162,7 +168,9 @@ def test_two_instances_with_one_file_leave_it_whole(make_obs, tmp_path):
 			obs.request("SetInputName", inputName=name, newInputName=new)
 			name = new
 
-	first, second = (make_obs(home=home, browser=False, inputs=[media_file(MICROPHONE, wav)]) for home in homes)
+	# By the time the module hears of a name, the source may have the next one.
+	complaints = {NOT_FOUND.format(r"(Microphone|(first|second) \d+)"): range(22)}
+	first, second = (make_obs(home=home, browser=False, inputs=[media_file(MICROPHONE, wav)], complaints=complaints) for home in homes)
 	with first, second:
 		for obs in (first, second):
 			obs.wait_for_log(INITIALIZED)
@@ -180,6 +188,3 @@ def test_two_instances_with_one_file_leave_it_whole(make_obs, tmp_path):
 		assert saved(settings)["audioSource"] == "second 19", "what was saved last does not hold"
 		assert saved(settings)["apiKey"] == KEY
 	assert saved(settings)["audioSource"] == "first 19"
-	for obs in (first, second):
-		assert obs.exit_status == 0
-		assert not says(NOT_SAVED, obs.log) and not says(KEPT, obs.log)

@@ -81,7 +81,6 @@ def test_nobody_else_on_the_machine_gets_the_key(make_service, desktop_obs, user
 		# Refused on ::1 at once: a browser that hears nothing waits for a quarter of a second, or for ever.
 		assert milliseconds < 200
 		assert not re.search(rf"^ *\d+: .*:{visit.port:04X} ", Path("/proc/net/tcp6").read_text(), re.MULTILINE), "the port is still held"
-	assert obs.exit_status == 0
 
 
 @pytest.fixture
@@ -104,4 +103,3 @@ def test_machine_without_ipv6(without_ipv6, make_service, desktop_obs, user_of, 
 		user = user_of(obs)
 		Visit(user, opened).sign_in(service.certificate)
 		assert is_signed_in(user, obs)
-	assert obs.exit_status == 0
