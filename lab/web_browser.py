@@ -25,14 +25,16 @@ _CALL_SECONDS = 20
 def opening_recorder(folder, stays_open=False):
 	"""Makes a folder with an xdg-open that opens nothing and writes down what it is told to; returns folder and record.
 
-	stays_open: it does not end by itself, like a browser, within the minutes that a test lasts.
+	stays_open: it does not end by itself, like a browser, within the minutes that a test lasts. Its number is in `pid` beside the
+	record before anything is in that.
 	"""
 	folder = Path(folder)
 	folder.mkdir(parents=True, exist_ok=True)
 	record = folder / "opened"
 	program = folder / "xdg-open"
+	number = f'printf "%s" "$$" >"{folder / "pid"}"\n' if stays_open else ""
 	staying = "exec sleep 60\n" if stays_open else ""
-	program.write_text(f'#!/bin/sh\nprintf "%s\\n" "$1" >>"{record}"\n{staying}', encoding="utf-8")
+	program.write_text(f'#!/bin/sh\n{number}printf "%s\\n" "$1" >>"{record}"\n{staying}', encoding="utf-8")
 	program.chmod(0o755)
 	return folder, record
 

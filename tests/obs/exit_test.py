@@ -1,8 +1,11 @@
 """OBS ended at an awkward moment: soon, cleanly, and with nothing left behind."""
 
+import os
 import re
+import signal
 import socket
 import time
+from pathlib import Path
 
 import pytest
 
@@ -55,6 +58,7 @@ def test_exit_before_the_service_has_let_it_in(speaking_obs, make_service):
 		obs.wait_for_log(STATE.format(2))
 		wait_until(lambda: service.texts(), 10, "the service is asked to let it in")
 		end(obs)
+		wait_until(lambda: service.received("close"), 5, "the service sees the end of the connection")
 	assert not re.search(STATE.format(3), obs.log, re.MULTILINE)
 
 
@@ -84,6 +88,15 @@ def refuses(port):
 	return False
 
 
+def runs(pid, program):
+	"""Whether a process is there, has not ended, and is that program."""
+	try:
+		name, state = Path(f"/proc/{pid}/stat").read_text(encoding="utf-8").split("(", 1)[1].rsplit(")", 1)
+	except FileNotFoundError:
+		return False
+	return name == program and state.split()[0] != "Z"
+
+
 def test_exit_while_signing_in_with_the_browser_open(make_obs, tmp_path):
 	programs, opened = opening_recorder(tmp_path / "bin", stays_open=True)
 	complaints = {r"\[talvora-obs\] PluginDock: OAuth login failed: Login cancelled$": 1}
@@ -95,9 +108,12 @@ def test_exit_while_signing_in_with_the_browser_open(make_obs, tmp_path):
 		address = wait_until(lambda: opened.exists() and opened.read_text().strip(), 10, "the browser is opened")
 		port = int(re.search(r"localhost(?::|%3A)(\d+)(?:/|%2F)callback", address).group(1))
 		assert not refuses(port), "nobody waits for the browser's answer"
+		browser = int(opened.with_name("pid").read_text(encoding="ascii"))
 		end(obs)
-		# The browser is still there: it has not inherited what listens.
+		assert runs(browser, "sleep"), "the browser has ended with OBS"
+		# And it has not inherited what listens.
 		assert refuses(port), "somebody still waits for the browser's answer"
+		os.kill(browser, signal.SIGTERM)
 
 
 def test_exit_with_a_colour_dialog_open(make_obs):

@@ -97,6 +97,19 @@ def expected_uplink(frames, phase):
 	return (np.clip(mean, np.float32(-1), np.float32(1)) * np.float32(32767)).astype(np.int16)
 
 
+def assert_is_heard(uplink, frames):
+	"""All that the service has heard is one piece of a file of 16-bit frames, sample for sample."""
+	places = {phase: find(uplink[:64], expected_uplink(frames, phase)) for phase in range(3)}
+	phases = [phase for phase, place in places.items() if place is not None]
+	assert phases, "what came in first is nowhere in the source"
+	phase = phases[0]
+	expected = expected_uplink(frames, phase)[places[phase]:][:len(uplink)]
+	assert len(expected) == len(uplink), "the service has heard more than there is in the source"
+	wrong = np.flatnonzero(expected != uplink)
+	assert not len(wrong), (f"{len(wrong)} of {len(uplink)} samples differ, the first at {wrong[0]}: "
+				f"{uplink[wrong[0]]} instead of {expected[wrong[0]]}")
+
+
 def find(part, whole):
 	"""Where `part` is in `whole`, or None."""
 	at = whole.tobytes().find(part.tobytes())
