@@ -47,7 +47,13 @@ private:
 		}
 		return count;
 	}
-	qsizetype lines() const { return session->log.lines(LOG_WARNING).filter(u"no browser source"_s).size(); }
+	qsizetype lines() const
+	{
+		return session->log.lines(LOG_WARNING)
+			.count(u"[talvora-obs] Talvora: this OBS has no browser source, so captions cannot be shown. "
+			       "OBS from Flathub or from the OBS Project's Ubuntu PPA has it. Dubs and the transcript "
+			       "work without it."_s);
+	}
 	void wantCaptions() { plugin->setLanguageTargets({{u"es"_s, {.dubbing = false, .captions = true}}}); }
 
 	std::optional<DockSession> session;
