@@ -28,15 +28,20 @@ void SpeechQueue::append(int clipId, const SpeechResampler::Made &made)
 	const uint64_t total = length + made.count;
 	dropOldest(total > kCapacity ? total - kCapacity : 0);
 	length = static_cast<size_t>(std::min<uint64_t>(total, kCapacity));
+	const size_t kept = made.samples.size();
 
-	if (made.count == 0 || clipId == 0) {
+	if (kept == 0 || clipId == 0) {
 		return;
 	}
 	if (hasMarker() && markers.back().clipId == clipId) {
-		markers.back().samplesRemaining += made.count;
-	} else {
-		pushMarker({.clipId = clipId, .samplesRemaining = made.count});
+		markers.back().samplesRemaining += kept;
+		return;
 	}
+	if (hasMarker()) {
+		// Its end may have been lost, and would be waited for.
+		markers.back().ended = true;
+	}
+	pushMarker({.clipId = clipId, .samplesRemaining = kept});
 }
 
 void SpeechQueue::endClip(int clipId)
@@ -118,9 +123,8 @@ bool SpeechQueue::readyToPlay(uint32_t outputRate) const
 void SpeechQueue::dropOldest(uint64_t count)
 {
 	while (count > 0 && hasMarker()) {
-		// A clip without samples goes together with the next sample that is dropped.
-		const uint64_t dropped = std::clamp<uint64_t>(front().samplesRemaining, 1, count);
-		front().samplesRemaining -= std::min(front().samplesRemaining, dropped);
+		const uint64_t dropped = std::min(front().samplesRemaining, count);
+		front().samplesRemaining -= dropped;
 		count -= dropped;
 		if (front().samplesRemaining == 0) {
 			popMarker();

@@ -12,11 +12,11 @@
 /** One clip of speech in the queue. */
 struct ClipMarker {
 	int32_t clipId = 0;
-	/** Samples of the clip that are still to be played. */
+	/** Samples of the clip that are queued: over all clips never more than there are. */
 	uint64_t samplesRemaining = 0;
 	/** Its first sample has been played. */
 	bool started = false;
-	/** The service has sent all of it. */
+	/** The service has sent all of it, or has begun another clip. */
 	bool ended = false;
 };
 

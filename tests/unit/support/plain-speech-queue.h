@@ -53,18 +53,23 @@ public:
 		while (queue.size() > 480000) {
 			queue.pop_front();
 			if (!markers.empty()) {
-				if (markers.front().samplesRemaining > 0) {
-					--markers.front().samplesRemaining;
+				// One that has nothing left has no part in what is dropped.
+				while (!markers.empty() && markers.front().samplesRemaining == 0) {
+					markers.pop_front();
 				}
-				if (markers.front().samplesRemaining == 0) {
+				if (!markers.empty() && --markers.front().samplesRemaining == 0) {
 					markers.pop_front();
 				}
 			}
 		}
+		count = std::min<uint64_t>(count, 480000);
 		if (count > 0 && clipId != 0) {
 			if (!markers.empty() && markers.back().clipId == clipId) {
 				markers.back().samplesRemaining += count;
 			} else {
+				for (ClipMarker &earlier : markers) {
+					earlier.ended = true;
+				}
 				markers.push_back({clipId, count, false, false});
 			}
 		}
