@@ -6,7 +6,8 @@
 
 #include <QJsonDocument>
 #include <QJsonParseError>
-#include <QSignalBlocker>
+#include <QSslSocket>
+#include <QTcpSocket>
 #include <QThread>
 #include <QTimer>
 #include <QUrl>
@@ -18,76 +19,71 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <utility>
 #include <variant>
 
 namespace {
 
 constexpr int kSendIntervalMs = 10;
 constexpr int kFirstReconnectDelayMs = 1000;
-/** Longest time for resolving, connecting and both handshakes. Qt gives up on a single address after 30 s. */
-constexpr int kHandshakeLimitMs = 60000;
+/** Longest time for resolving, connecting and both handshakes, and then for the answer to "auth". */
+constexpr int kAnswerLimitSeconds = 60;
+/** Longest time in which nothing is heard from the service. */
+constexpr int kSilenceLimitSeconds = 30;
+constexpr int kPingIntervalSeconds = 10;
 /** Keeps the shifted delay within 32 bits. */
 constexpr int kMaxDelayDoublings = 20;
 /** Attempts of a session counting the first connection, as shown in the log. */
 constexpr int kMaxAttempts = 5;
 /** Longest uplink frame in bytes: 10 ms of audio. */
 constexpr size_t kMaxFrameBytes = 320;
-/** Longest message taken from the service in bytes: more than the 10 s of speech a dub queues, at 48000 Hz. */
-constexpr quint64 kMaxIncomingBytes = 1024 * 1024;
+/** Most that waits in Qt for the system to send it, and in the system: a second of audio each. */
+constexpr int kMaxWaitingBytes = 32000;
+/** Audio that has piled up so far, 7 s of it, is no more of use: whoever hears it would stay behind. */
+constexpr size_t kStaleBytes = AudioRing::kCapacity - kMaxWaitingBytes;
+/** Longest message taken from the service: 10 s of speech at 48000 Hz in each of 31 languages. */
+constexpr quint64 kMaxIncomingBytes = 32 * 1024 * 1024;
+/** Longest text among them. */
+constexpr qsizetype kMaxTextBytes = 1024 * 1024;
 
 // Samples go to the wire, which is little-endian, as they lie in memory.
 static_assert(std::endian::native == std::endian::little);
 
-/** What the socket, or the service, ends a connection with because it got what it must not. */
-bool isRefusal(QWebSocketProtocol::CloseCode code)
-{
-	return code == QWebSocketProtocol::CloseCodeProtocolError ||
-	       code == QWebSocketProtocol::CloseCodeDatatypeNotSupported ||
-	       code == QWebSocketProtocol::CloseCodeWrongDatatype || code == QWebSocketProtocol::CloseCodeTooMuchData;
-}
-
 } // namespace
 
 WSClient::WSClient(QObject *parent)
-	: QObject(parent), socket(new QWebSocket(QString(), QWebSocketProtocol::Version13, this)),
-	  sendTimer(new QTimer(this)), reconnectTimer(new QTimer(this)), handshakeTimer(new QTimer(this)),
-	  serverUrl(QString::fromLatin1(kServiceEndpoint)), captionMode(QStringLiteral("translated"))
+	: QObject(parent), socket(makeSocket()), sendTimer(new QTimer(this)), reconnectTimer(new QTimer(this)),
+	  watchTimer(new QTimer(this)), serverUrl(QString::fromLatin1(kServiceEndpoint)),
+	  captionMode(QStringLiteral("translated"))
 {
 	qRegisterMetaType<WsState>();
 
-	socket->setMaxAllowedIncomingFrameSize(kMaxIncomingBytes);
-	socket->setMaxAllowedIncomingMessageSize(kMaxIncomingBytes);
 	sendTimer->setInterval(kSendIntervalMs);
 	sendTimer->setTimerType(Qt::PreciseTimer);
 	reconnectTimer->setSingleShot(true);
 	reconnectTimer->setTimerType(Qt::PreciseTimer);
-	handshakeTimer->setSingleShot(true);
-	handshakeTimer->setInterval(kHandshakeLimitMs);
+	watchTimer->setInterval(1000);
 
-	connect(socket, &QWebSocket::connected, this, &WSClient::onConnected);
-	connect(socket, &QWebSocket::disconnected, this, &WSClient::onDisconnected);
-	connect(socket, &QWebSocket::aboutToClose, this, &WSClient::onAboutToClose);
-	connect(socket, &QWebSocket::textMessageReceived, this, &WSClient::onTextMessageReceived);
-	connect(socket, &QWebSocket::binaryMessageReceived, this, &WSClient::onBinaryMessageReceived);
-#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
-	connect(socket, &QWebSocket::errorOccurred, this, &WSClient::onSocketError);
-#else
-	connect(socket, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error), this, &WSClient::onSocketError);
-#endif
 	connect(sendTimer, &QTimer::timeout, this, &WSClient::onSendTimerTick);
 	connect(reconnectTimer, &QTimer::timeout, this, &WSClient::onReconnectTimerTick);
-	connect(handshakeTimer, &QTimer::timeout, this, &WSClient::onHandshakeTimeout);
+	connect(watchTimer, &QTimer::timeout, this, &WSClient::onWatchTick);
 }
 
 WSClient::~WSClient() = default;
 
 void WSClient::enqueueAudio(const int16_t *samples, size_t count)
 {
+	const WsState now = state();
+	if (now != WsState::Connected && now != WsState::Authenticated) {
+		return;
+	}
 	const size_t wanted = count * sizeof(int16_t);
 	const size_t taken = audioRing.write(samples, wanted);
-	if (taken < wanted) {
+	const bool isCut = taken < wanted;
+	if (isCut && !isOverflowing) {
 		talvora_log(LOG_DEBUG, "WSClient: ring buffer full, dropped %zu of %zu bytes", wanted - taken, wanted);
 	}
+	isOverflowing = isCut;
 }
 
 void WSClient::connectToServer(const QString &newApiKey, const QString &newServerUrl, const QString &newSourceLanguage,
@@ -106,9 +102,7 @@ void WSClient::connectToServer(const QString &newApiKey, const QString &newServe
 	disconnect(thread(), &QThread::finished, this, nullptr);
 	connect(thread(), &QThread::finished, this, &WSClient::disconnectFromServer, Qt::DirectConnection);
 
-	if (socket->state() != QAbstractSocket::UnconnectedState) {
-		abortSilently();
-	}
+	dropSocket();
 	setState(WsState::Connecting);
 	talvora_log(LOG_INFO, "WSClient: connecting to %s", qUtf8Printable(serverUrl));
 	openSocket();
@@ -118,12 +112,12 @@ void WSClient::disconnectFromServer()
 {
 	intentionalDisconnect = true;
 	reconnectTimer->stop();
-	handshakeTimer->stop();
 	sendTimer->stop();
 	if (state() == WsState::Authenticated || state() == WsState::Connected) {
 		sendStop();
 	}
-	socket->abort();
+	dropSocket();
+	lossReason.clear();
 	setState(WsState::Disconnected);
 }
 
@@ -138,7 +132,13 @@ void WSClient::updateConfig(const QJsonArray &newTargetLanguages, const QString 
 
 void WSClient::onConnected()
 {
-	handshakeTimer->stop();
+	unansweredSeconds = 0;
+	silentSeconds = 0;
+	transport = socket->findChild<QTcpSocket *>(QString(), Qt::FindDirectChildrenOnly);
+	if (transport) {
+		// The system would take megabytes, that is minutes of audio, before it lets a stalled line be seen.
+		transport->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kMaxWaitingBytes);
+	}
 	talvora_log(LOG_INFO, "WebSocket connected — sending auth");
 	setState(WsState::Connected);
 	sendAuth();
@@ -146,21 +146,29 @@ void WSClient::onConnected()
 
 void WSClient::onDisconnected()
 {
-	socketFailed = false;
-	handshakeTimer->stop();
-	sendTimer->stop();
+	endConnection();
 	if (state() == WsState::Disconnecting || intentionalDisconnect) {
 		setState(WsState::Disconnected);
-		return;
+	} else {
+		talvora_log(LOG_WARNING, "WebSocket disconnected unexpectedly — scheduling reconnect");
+		scheduleReconnect();
 	}
-	talvora_log(LOG_WARNING, "WebSocket disconnected unexpectedly — scheduling reconnect");
-	scheduleReconnect();
+	tellReason();
 }
 
 void WSClient::onTextMessageReceived(const QString &message)
 {
+	if (intentionalDisconnect) {
+		// The session is over; what the connection still brings is for nobody.
+		return;
+	}
+	const QByteArray utf8 = message.toUtf8();
+	if (utf8.size() > kMaxTextBytes) {
+		socket->close(QWebSocketProtocol::CloseCodeTooMuchData, QStringLiteral("Received message is too big."));
+		return;
+	}
 	QJsonParseError error;
-	const QJsonDocument document = QJsonDocument::fromJson(message.toUtf8(), &error);
+	const QJsonDocument document = QJsonDocument::fromJson(utf8, &error);
 	if (!document.isObject()) {
 		talvora_log(LOG_WARNING, "WSClient: bad JSON: %s", qUtf8Printable(error.errorString()));
 		return;
@@ -170,6 +178,9 @@ void WSClient::onTextMessageReceived(const QString &message)
 
 void WSClient::onBinaryMessageReceived(const QByteArray &frame)
 {
+	if (intentionalDisconnect) {
+		return;
+	}
 	const QList<TtsSegment> segments = splitTtsFrame(frame, pendingTts);
 	for (const TtsSegment &segment : segments) {
 		PendingTtsClip &clip = segment.clip->second;
@@ -180,12 +191,12 @@ void WSClient::onBinaryMessageReceived(const QByteArray &frame)
 
 void WSClient::onSocketError(QAbstractSocket::SocketError socketError)
 {
-	if (state() == WsState::Connecting || socketError == QAbstractSocket::SslInternalError) {
+	if (isUnderWay() && socketError != QAbstractSocket::TemporaryError) {
 		failSocket();
 	}
 	const QString reason = socket->errorString();
 	talvora_log(LOG_WARNING, "WebSocket error %d: %s", static_cast<int>(socketError), qUtf8Printable(reason));
-	Q_EMIT errorOccurred(reason);
+	explain(reason);
 }
 
 void WSClient::onSendTimerTick()
@@ -193,8 +204,16 @@ void WSClient::onSendTimerTick()
 	if (state() != WsState::Authenticated) {
 		return;
 	}
+	if (const size_t held = audioRing.held(); held > kStaleBytes) {
+		talvora_log(LOG_WARNING, "WSClient: the line is too slow, dropped %zu bytes of audio", held);
+		audioRing.discard();
+	}
 	std::array<char, kMaxFrameBytes> frame;
-	while (const size_t bytes = audioRing.read(frame.data(), frame.size())) {
+	while (bytesWaiting() < kMaxWaitingBytes) {
+		const size_t bytes = audioRing.read(frame.data(), frame.size());
+		if (bytes == 0) {
+			return;
+		}
 		socket->sendBinaryMessage(QByteArray(frame.data(), static_cast<qsizetype>(bytes)));
 	}
 }
@@ -219,26 +238,46 @@ void WSClient::onReconnectTimerTick()
 
 void WSClient::onAboutToClose()
 {
-	// No error tells of this, and Qt would go on to read what follows what it has refused: the first reason counts.
-	const bool isUp = state() == WsState::Connected || state() == WsState::Authenticated;
-	if (!isUp || socketFailed || !isRefusal(socket->closeCode())) {
+	// What was wrong first counts: Qt goes on to read what follows what it has refused, and says the same twice.
+	if (isExplained || state() == WsState::Connecting || state() == WsState::Reconnecting) {
 		return;
 	}
+	const int code = socket->closeCode();
 	const QString reason = socket->closeReason();
-	talvora_log(LOG_WARNING, "WebSocket closed with code %d: %s", static_cast<int>(socket->closeCode()),
+	talvora_log(intentionalDisconnect ? LOG_INFO : LOG_WARNING, "WebSocket closed with code %d: %s", code,
 		    qUtf8Printable(reason));
 	failSocket();
-	Q_EMIT errorOccurred(QString::fromUtf8(obs_module_text("Error.ConnectionClosed")) + QLatin1String(": ") +
-			     reason);
+	const QString closed = QString::fromUtf8(obs_module_text("Error.ConnectionClosed"));
+	explain(reason.isEmpty() ? QStringLiteral("%1 (%2)").arg(closed).arg(code)
+				 : closed + QLatin1String(": ") + reason);
 }
 
-void WSClient::onHandshakeTimeout()
+void WSClient::onHeard()
 {
-	talvora_log(LOG_WARNING, "WebSocket error %d: The service does not answer",
-		    static_cast<int>(QAbstractSocket::SocketTimeoutError));
-	Q_EMIT errorOccurred(QString::fromUtf8(obs_module_text("Error.NoAnswer")));
-	abortSilently();
-	onDisconnected();
+	// A connection that is being closed may bring much more, and still never end.
+	if (socket->state() == QAbstractSocket::ConnectedState) {
+		silentSeconds = 0;
+	}
+}
+
+void WSClient::onWatchTick()
+{
+	// Ticks are counted, and no clock is read: while this thread stands still, as in a machine that is suspended,
+	// the service cannot be heard either.
+	++watchTicks;
+	++unansweredSeconds;
+	++silentSeconds;
+	const bool isAnswered = state() != WsState::Connecting && state() != WsState::Connected;
+	const bool isSilent = state() != WsState::Connecting && silentSeconds >= kSilenceLimitSeconds;
+	if (isSilent || (!isAnswered && unansweredSeconds >= kAnswerLimitSeconds)) {
+		talvora_log(LOG_WARNING, "WebSocket error %d: The service does not answer",
+			    static_cast<int>(QAbstractSocket::SocketTimeoutError));
+		explain(QString::fromUtf8(obs_module_text("Error.NoAnswer")));
+		dropSocket();
+		onDisconnected();
+	} else if (watchTicks % kPingIntervalSeconds == 0 && socket->state() == QAbstractSocket::ConnectedState) {
+		socket->ping();
+	}
 }
 
 void WSClient::setState(WsState newState)
@@ -270,20 +309,63 @@ QNetworkRequest WSClient::buildOpenRequest() const
 	return request;
 }
 
+QWebSocket *WSClient::makeSocket()
+{
+	auto *made = new QWebSocket(QString(), QWebSocketProtocol::Version13, this);
+	made->setMaxAllowedIncomingFrameSize(kMaxIncomingBytes);
+	made->setMaxAllowedIncomingMessageSize(kMaxIncomingBytes);
+	connect(made, &QWebSocket::connected, this, &WSClient::onConnected);
+	connect(made, &QWebSocket::disconnected, this, &WSClient::onDisconnected);
+	connect(made, &QWebSocket::aboutToClose, this, &WSClient::onAboutToClose);
+	connect(made, &QWebSocket::textFrameReceived, this, &WSClient::onHeard);
+	connect(made, &QWebSocket::binaryFrameReceived, this, &WSClient::onHeard);
+	connect(made, &QWebSocket::pong, this, &WSClient::onHeard);
+	connect(made, &QWebSocket::textMessageReceived, this, &WSClient::onTextMessageReceived);
+	connect(made, &QWebSocket::binaryMessageReceived, this, &WSClient::onBinaryMessageReceived);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 5, 0)
+	connect(made, &QWebSocket::errorOccurred, this, &WSClient::onSocketError);
+#else
+	connect(made, qOverload<QAbstractSocket::SocketError>(&QWebSocket::error), this, &WSClient::onSocketError);
+#endif
+	return made;
+}
+
 void WSClient::openSocket()
 {
-	socketFailed = false;
-	handshakeTimer->start();
+	// open() leaves a socket its reason of an earlier failure, its close code, and a timer for half a frame, which
+	// would end the new connection.
+	dropSocket();
+	socket->deleteLater();
+	socket = makeSocket();
+	watchTicks = 0;
+	unansweredSeconds = 0;
+	isExplained = false;
+	lossReason.clear();
+	watchTimer->start();
 	socket->open(buildOpenRequest());
 }
 
-void WSClient::abortSilently()
+void WSClient::dropSocket()
 {
 	// abort() reports `disconnected` before it returns, which would be taken for a loss of the connection.
-	const QSignalBlocker blocker(socket);
+	socket->disconnect(this);
 	socket->abort();
-	handshakeTimer->stop();
+	endConnection();
+}
+
+void WSClient::endConnection()
+{
+	socketFailed = false;
 	sendTimer->stop();
+	watchTimer->stop();
+	// The rest of a clip cannot follow on another connection, where its id may be another one's.
+	pendingTts.clear();
+	currentTtsLanguage.clear();
+}
+
+bool WSClient::isUnderWay() const
+{
+	return state() == WsState::Connecting || state() == WsState::Connected || state() == WsState::Authenticated;
 }
 
 void WSClient::failSocket()
@@ -296,11 +378,34 @@ void WSClient::failSocket()
 void WSClient::abandonFailedSocket()
 {
 	// As a rule `disconnected` comes along with the failure. It does not come for an address that cannot be used,
-	// for an answer that is no HTTP, and for bytes that TLS cannot read: such a connection would hang for ever.
-	if (socketFailed && !intentionalDisconnect) {
-		abortSilently();
+	// for an answer that is no HTTP, for bytes that TLS cannot read, and while there is something to be sent: such
+	// a connection would hang for ever.
+	if (socketFailed) {
+		dropSocket();
 		onDisconnected();
 	}
+}
+
+void WSClient::explain(const QString &text)
+{
+	if (!std::exchange(isExplained, true) && !intentionalDisconnect) {
+		lossReason = text;
+		QMetaObject::invokeMethod(this, &WSClient::tellReason, Qt::QueuedConnection);
+	}
+}
+
+void WSClient::tellReason()
+{
+	if (!lossReason.isEmpty()) {
+		Q_EMIT errorOccurred(std::exchange(lossReason, QString()));
+	}
+}
+
+qint64 WSClient::bytesWaiting() const
+{
+	// What is sent through TLS waits in another queue, which QWebSocket::bytesToWrite() leaves out.
+	const auto *secure = qobject_cast<const QSslSocket *>(transport);
+	return socket->bytesToWrite() + (secure ? secure->encryptedBytesToWrite() : 0);
 }
 
 void WSClient::sendAuth()
@@ -322,6 +427,11 @@ void WSClient::processJsonMessage(const QJsonObject &msg)
 
 void WSClient::handle(const AuthOkMessage &message)
 {
+	if (state() != WsState::Connected) {
+		// No answer to "auth": nothing may switch the microphone on again.
+		talvora_log(LOG_DEBUG, "WSClient: unexpected message: auth_ok");
+		return;
+	}
 	talvora_log(LOG_INFO, "WSClient: authenticated");
 	resetReconnect();
 	// What was said before the service listened is stale: begin with fresh audio.
@@ -334,9 +444,10 @@ void WSClient::handle(const AuthOkMessage &message)
 void WSClient::handle(const AuthErrorMessage &message)
 {
 	talvora_log(LOG_ERROR, "WSClient: auth failed: %s", qUtf8Printable(message.error));
+	failSocket();
+	explain(QStringLiteral("Auth failed: %1").arg(message.error));
 	intentionalDisconnect = true;
 	socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
-	Q_EMIT errorOccurred(QStringLiteral("Auth failed: %1").arg(message.error));
 }
 
 void WSClient::handle(const TranscriptInterimMessage &message)
@@ -392,6 +503,7 @@ void WSClient::handle(const SessionEndedMessage &message)
 {
 	Q_EMIT sessionEnded(message.captionMinutes, message.dubbedMinutes);
 	intentionalDisconnect = true;
+	sendTimer->stop();
 	setState(WsState::Disconnected);
 }
 

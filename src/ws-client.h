@@ -12,12 +12,14 @@
 #include <QJsonObject>
 #include <QNetworkRequest>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 
+class QTcpSocket;
 class QTimer;
 class QWebSocket;
 
@@ -40,7 +42,8 @@ public:
 
 	/**
 	 * Hands mono signed 16-bit samples at 16000 Hz to the uplink. OBS's audio thread, one caller at a time.
-	 * Never blocks and never allocates; what does not fit into the ring is dropped (and logged at debug level).
+	 * Never blocks and never allocates. Does nothing while there is no connection; what does not fit into the ring
+	 * is dropped, which is logged at debug level when it begins.
 	 * @param count number of samples
 	 */
 	void enqueueAudio(const int16_t *samples, size_t count);
@@ -73,7 +76,10 @@ Q_SIGNALS:
 	void limitWarning(const QString &feature, int minutesRemaining);
 	void limitReached(const QString &feature);
 	void stateChanged(WsState newState);
-	/** @param msg an English sentence for the user */
+	/**
+	 * Follows the stateChanged() it explains, where there is one.
+	 * @param msg an English sentence for the user
+	 */
 	void errorOccurred(const QString &msg);
 	void sessionEnded(double captionMinutes, double dubbedMinutes);
 
@@ -85,10 +91,12 @@ private Q_SLOTS:
 	void onSocketError(QAbstractSocket::SocketError socketError);
 	void onSendTimerTick();
 	void onReconnectTimerTick();
-	/** The socket, or the service, ends the connection because of what it got. */
+	/** The socket, or the service, ends the connection in an orderly way. */
 	void onAboutToClose();
-	/** The service has accepted the connection and says nothing. */
-	void onHandshakeTimeout();
+	/** Something came from the service. */
+	void onHeard();
+	/** Another second has passed in which this thread was running. */
+	void onWatchTick();
 
 private:
 	friend class WSClientTest;
@@ -97,13 +105,22 @@ private:
 	void setState(WsState state);
 	void scheduleReconnect();
 	void resetReconnect();
+	QWebSocket *makeSocket();
 	void openSocket();
-	/** Aborts the socket without onDisconnected() hearing of it. */
-	void abortSilently();
-	/** The socket is of no more use: whatever Qt makes of that, it will be abandoned. */
+	/** Ends the connection at once, and nothing is heard of the socket any more. The next attempt has its own. */
+	void dropSocket();
+	/** Stops and forgets what belongs to one connection. */
+	void endConnection();
+	/** The service is connected to, or about to be. */
+	bool isUnderWay() const;
+	/** Takes the connection for lost, once Qt has had the time to say so itself. */
 	void failSocket();
-	/** Takes a socket that failed without a `disconnected` for a lost connection. */
 	void abandonFailedSocket();
+	/** Keeps a text for the user until the state has changed to what it explains; of a connection's, the first. */
+	void explain(const QString &text);
+	void tellReason();
+	/** Bytes that were sent and that the system has not taken yet. */
+	qint64 bytesWaiting() const;
 	QNetworkRequest buildOpenRequest() const;
 	void sendAuth();
 	void sendStop();
@@ -125,8 +142,10 @@ private:
 	QWebSocket *socket;
 	QTimer *sendTimer;
 	QTimer *reconnectTimer;
-	/** Runs from the opening of the socket to the end of the handshake. */
-	QTimer *handshakeTimer;
+	/** Ticks every second while there is a socket that may become silent. */
+	QTimer *watchTimer;
+	/** What `socket` sends through, once it is connected. */
+	QPointer<QTcpSocket> transport;
 	QString apiKey;
 	QString serverUrl;
 	QString sourceLanguage;
@@ -136,6 +155,8 @@ private:
 	/** Reconnects scheduled since the last reset. */
 	int reconnectAttempts = 0;
 	AudioRing audioRing;
+	/** The newest audio was cut. The audio thread's. */
+	bool isOverflowing = false;
 	/** Clips being received, by language. */
 	PendingTtsClips pendingTts;
 	QString currentTtsLanguage;
@@ -143,4 +164,14 @@ private:
 	bool intentionalDisconnect = false;
 	/** failSocket() was called, and no `disconnected` has come since. */
 	bool socketFailed = false;
+	/** Seconds of `watchTimer`, since the socket was opened. */
+	int watchTicks = 0;
+	/** The same since the handshake began, or since "auth". */
+	int unansweredSeconds = 0;
+	/** The same since anything was heard. */
+	int silentSeconds = 0;
+	/** explain() was called since the socket was opened. */
+	bool isExplained = false;
+	/** What explain() was given and has not been told yet. */
+	QString lossReason;
 };

@@ -1514,6 +1514,8 @@ void TalvoraPluginTest::wrongRateIsReportedOncePerProcess()
 void TalvoraPluginTest::mutedEmptyAndLateChunksDoNothing()
 {
 	make().initialize();
+	// Without a connection nothing is queued.
+	plugin->wsClient.load()->state_ = WsState::Connected;
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
 	const TestAudioSource voice("Voice");
 	plugin->setAudioSource(u"Voice"_s);
@@ -1548,6 +1550,8 @@ void TalvoraPluginTest::mutedEmptyAndLateChunksDoNothing()
 void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
 {
 	make().initialize();
+	// Without a connection nothing is queued.
+	plugin->wsClient.load()->state_ = WsState::Connected;
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
 	TestAudioSource voice("Voice");
 	plugin->setAudioSource(u"Voice"_s);
@@ -1565,6 +1569,8 @@ void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
 void TalvoraPluginTest::bothChannelsGoUp()
 {
 	make().initialize();
+	// Without a connection nothing is queued.
+	plugin->wsClient.load()->state_ = WsState::Connected;
 	TestAudioSource voice("Voice");
 	plugin->setAudioSource(u"Voice"_s);
 	voice.play(std::vector<float>(3, 0.5f), std::vector<float>(3, -0.25f));

@@ -257,9 +257,9 @@ private Q_SLOTS:
 		connect(&client, &WSClient::ttsAudioReady, &client,
 			[&](const QString &, int, const QByteArray &pcm, int) { received.append(pcm); });
 		client.onTextMessageReceived(R"({"type":"tts_start","language":"es","clipId":1})");
-		const QByteArray speech(1024 * 1024, 'x');
+		const QByteArray speech(32 * 1024 * 1024, 'x');
 		service.sendFrame(speech);
-		QVERIFY(delivered(client, service));
+		QTRY_COMPARE_WITH_TIMEOUT(received.size(), speech.size(), 20000);
 		QCOMPARE(client.state(), WsState::Authenticated);
 		QVERIFY(received == speech);
 	}
@@ -271,9 +271,36 @@ private Q_SLOTS:
 		QVERIFY(authenticate(client, service));
 		QSignalSpy pieces(&client, &WSClient::ttsAudioReady);
 		client.onTextMessageReceived(R"({"type":"tts_start","language":"es","clipId":1})");
-		service.sendFrame(QByteArray(1024 * 1024 + 1, 'x'));
-		QTRY_COMPARE(client.state(), WsState::Reconnecting);
+		service.sendFrame(QByteArray(32 * 1024 * 1024 + 1, 'x'));
+		QTRY_COMPARE_WITH_TIMEOUT(client.state(), WsState::Reconnecting, 20000);
 		QVERIFY(pieces.isEmpty());
+	}
+
+	void theLongestTextIsTakenAndALongerOneEndsTheConnection()
+	{
+		const LogCapture log;
+		LoopbackService service;
+		WSClient client;
+		QVERIFY(authenticate(client, service));
+		QSignalSpy interim(&client, &WSClient::transcriptInterim);
+		QSignalSpy errors(&client, &WSClient::errorOccurred);
+		const QString frame = R"({"type":"transcript_interim","text":"%1"})";
+		const QString longest = frame.arg(QString(1024 * 1024 - frame.size() + 2, 'x'));
+		QCOMPARE(longest.size(), 1024 * 1024);
+		service.send(longest);
+		QTRY_COMPARE(interim.size(), 1);
+		QCOMPARE(client.state(), WsState::Authenticated);
+
+		// Bytes are counted, and this has fewer letters.
+		QString longer = longest;
+		longer[longer.size() - 4] = QChar(0xe9);
+		service.send(longer);
+		QTRY_COMPARE(client.state(), WsState::Reconnecting);
+		QCOMPARE(interim.size(), 1);
+		QTRY_COMPARE(service.closeCodes, QList<int>{1009});
+		QCOMPARE(errors.first().first().toString(), "Error.ConnectionClosed: Received message is too big.");
+		QVERIFY(log.contains(LOG_WARNING,
+				     "[talvora-obs] WebSocket closed with code 1009: Received message is too big."));
 	}
 
 	void configUpdateIsSentWhileAuthenticated()

@@ -185,15 +185,40 @@ private Q_SLOTS:
 		QVERIFY(log.ownLines().isEmpty());
 	}
 
-	void openClipsSurviveALostConnection()
+	/** Half a sample held back would turn the next connection's clip of the same id into noise. */
+	void openClipsEndWithTheirConnection_data()
 	{
+		QTest::addColumn<QString>("end");
+		QTest::newRow("lost") << "lost";
+		QTest::newRow("stopped") << "stopped";
+		QTest::newRow("another session") << "another session";
+	}
+	void openClipsEndWithTheirConnection()
+	{
+		QFETCH(QString, end);
 		LoopbackService service;
 		WSClient client;
 		QVERIFY(authenticate(client, service));
-		client.onTextMessageReceived(R"({"type":"tts_start","language":"en","clipId":3})");
-		service.peer()->abort();
-		QTRY_COMPARE(client.state(), WsState::Reconnecting);
-		QCOMPARE(client.pendingTts.size(), size_t{1});
+		const QString open = R"({"type":"tts_start","language":"en","clipId":3,"sampleRate":16000})";
+		client.onTextMessageReceived(open);
+		client.onBinaryMessageReceived("\x02"
+					       "enz");
+		if (end == "lost") {
+			service.peer()->abort();
+			QTRY_COMPARE(client.state(), WsState::Reconnecting);
+		} else if (end == "stopped") {
+			client.disconnectFromServer();
+		} else {
+			start(client, service.url());
+		}
+		QVERIFY(client.pendingTts.empty());
+		QVERIFY(client.currentTtsLanguage.isEmpty());
+		QVERIFY(authenticate(client, service));
+		QSignalSpy spy(&client, &WSClient::ttsAudioReady);
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"en","clipId":3,"sampleRate":8000})");
+		client.onBinaryMessageReceived("\x02"
+					       "enab");
+		QCOMPARE(pieces(spy), (QList<Piece>{{"en", 3, "ab", 8000}}));
 	}
 };
 

@@ -101,8 +101,8 @@ private Q_SLOTS:
 		QCOMPARE(client.socket->parent(), &client);
 		QCOMPARE(client.sendTimer->parent(), &client);
 		QCOMPARE(client.reconnectTimer->parent(), &client);
-		QCOMPARE(client.socket->maxAllowedIncomingMessageSize(), quint64{1048576});
-		QCOMPARE(client.socket->maxAllowedIncomingFrameSize(), quint64{1048576});
+		QCOMPARE(client.socket->maxAllowedIncomingMessageSize(), quint64{33554432});
+		QCOMPARE(client.socket->maxAllowedIncomingFrameSize(), quint64{33554432});
 	}
 
 	void theDefaultEndpointIsSecureOnPort3002()
@@ -576,7 +576,7 @@ private Q_SLOTS:
 		WSClient client;
 		QVERIFY(authenticate(client, service));
 		client.sendTimer->stop();
-		const auto samples = countingSamples(16000);
+		const auto samples = countingSamples(8000);
 		client.enqueueAudio(samples.data(), samples.size());
 		client.onSendTimerTick();
 		client.disconnectFromServer();

@@ -87,9 +87,9 @@ private Q_SLOTS:
 		WSClient client;
 		start(client, service.url());
 		QTRY_COMPARE(service.texts.size(), 1);
-		client.setState(static_cast<WsState>(state));
 		const auto audio = countingSamples(500);
 		client.enqueueAudio(audio.data(), audio.size());
+		client.setState(static_cast<WsState>(state));
 		client.onSendTimerTick();
 		QCOMPARE(client.audioRing.held(), size_t{1000});
 		client.setState(WsState::Connected);
@@ -118,10 +118,32 @@ private Q_SLOTS:
 		QCOMPARE(service.frames.join(), bytesOf(fresh));
 	}
 
+	/** Capture runs as long as OBS does, and most of that time there is no session. */
+	void withoutAConnectionNothingIsQueuedOrLogged_data()
+	{
+		QTest::addColumn<int>("state");
+		QTest::newRow("disconnected") << kDisconnected;
+		QTest::newRow("connecting") << kConnecting;
+		QTest::newRow("reconnecting") << kReconnecting;
+	}
+	void withoutAConnectionNothingIsQueuedOrLogged()
+	{
+		QFETCH(int, state);
+		const LogCapture log;
+		WSClient client;
+		client.setState(static_cast<WsState>(state));
+		const std::vector<int16_t> filler(AudioRing::kCapacity);
+		client.enqueueAudio(filler.data(), filler.size());
+		client.enqueueAudio(filler.data(), filler.size());
+		QCOMPARE(client.audioRing.held(), size_t{0});
+		QVERIFY(log.ownLines().isEmpty());
+	}
+
 	void enqueueingNothingWritesAndLogsNothing()
 	{
 		const LogCapture log;
 		WSClient client;
+		client.setState(WsState::Connected);
 		const int16_t sample = 1;
 		client.enqueueAudio(&sample, 0);
 		QCOMPARE(client.audioRing.held(), size_t{0});
@@ -135,23 +157,34 @@ private Q_SLOTS:
 	{
 		const LogCapture log;
 		WSClient client;
+		client.setState(WsState::Connected);
 		const std::vector<int16_t> filler(AudioRing::kCapacity / 2 - 3);
 		client.enqueueAudio(filler.data(), filler.size());
 		QVERIFY(log.ownLines().isEmpty());
 
 		const auto audio = countingSamples(4);
 		client.enqueueAudio(audio.data(), 4);
-		QCOMPARE(log.lines(LOG_DEBUG),
-			 QStringList{"[talvora-obs] WSClient: ring buffer full, dropped 2 of 8 bytes"});
+		const QStringList once{"[talvora-obs] WSClient: ring buffer full, dropped 2 of 8 bytes"};
+		QCOMPARE(log.lines(LOG_DEBUG), once);
+		client.enqueueAudio(audio.data(), 4);
+		QCOMPARE(log.lines(LOG_DEBUG), once);
+		QCOMPARE(log.ownLines().size(), 1);
+		QCOMPARE(client.audioRing.held(), size_t{262144});
+
+		// The next overflow is another one.
+		client.audioRing.discard();
+		client.enqueueAudio(filler.data(), filler.size());
+		client.enqueueAudio(audio.data(), 3);
+		QCOMPARE(log.lines(LOG_DEBUG), once);
 		client.enqueueAudio(audio.data(), 4);
 		QCOMPARE(log.lines(LOG_DEBUG).last(), "[talvora-obs] WSClient: ring buffer full, dropped 8 of 8 bytes");
 		QCOMPARE(log.ownLines().size(), 2);
-		QCOMPARE(client.audioRing.held(), size_t{262144});
 	}
 
 	void enqueueingAllocatesNothing()
 	{
 		WSClient client;
+		client.setState(WsState::Authenticated);
 		const auto audio = countingSamples(342);
 		HeapGuard guard;
 		for (int chunk = 0; chunk < 300; ++chunk) {

@@ -15,6 +15,10 @@ FaultProxy::FaultProxy(quint16 onward, const QHostAddress &own) : servicePort(on
 		qFatal("no proxy: %s", qPrintable(server.errorString()));
 	}
 	port = server.serverPort();
+	// What a blocked client has sent must not disappear in megabytes of the system's memory. Connections inherit it.
+	constexpr int kSmallestBuffer = 4096;
+	setsockopt(static_cast<int>(server.socketDescriptor()), SOL_SOCKET, SO_RCVBUF, &kSmallestBuffer,
+		   sizeof(kSmallestBuffer));
 	clock.start();
 	timer.setTimerType(Qt::PreciseTimer);
 	timer.setInterval(2);
@@ -71,6 +75,17 @@ void FaultProxy::setStalled(bool stalled)
 	stalledBoth = stalled;
 }
 
+void FaultProxy::setBlocked(bool blocked)
+{
+	blockedUp = blocked;
+	for (const auto &pair : pairs) {
+		pair->client->setReadBufferSize(blocked ? 1 : 0);
+		if (!blocked) {
+			receive(*pair->client, pair->up);
+		}
+	}
+}
+
 qint64 FaultProxy::waitingDown() const
 {
 	qint64 bytes = 0;
@@ -122,7 +137,11 @@ void FaultProxy::accept()
 			continue;
 		}
 		pair->service->connectToHost(QHostAddress::LocalHost, servicePort);
-		connect(accepted, &QTcpSocket::readyRead, this, [this, pair] { receive(*pair->client, pair->up); });
+		connect(accepted, &QTcpSocket::readyRead, this, [this, pair] {
+			if (!blockedUp) {
+				receive(*pair->client, pair->up);
+			}
+		});
 		connect(pair->service.get(), &QTcpSocket::readyRead, this,
 			[this, pair] { receive(*pair->service, pair->down); });
 		connect(accepted, &QTcpSocket::disconnected, this, [pair] { pair->service->disconnectFromHost(); });

@@ -43,6 +43,11 @@ public:
 
 	/** No byte passes in either direction, and nothing is lost. */
 	void setStalled(bool stalled);
+	/**
+	 * Nothing more is taken from the client than the system's buffers hold, as on a line that has stalled: what it
+	 * sends waits on its side. What comes from the service still passes.
+	 */
+	void setBlocked(bool blocked);
 	/** Bytes pass so many milliseconds late, in both directions. */
 	void setDelay(int ms) { delayMs = ms; }
 	/** So many bytes a second pass in each direction; 0 for no limit. */
@@ -95,6 +100,7 @@ private:
 	qint64 lastPumpMs = 0;
 	bool silentOnAccept = false;
 	bool stalledBoth = false;
+	bool blockedUp = false;
 	bool heldDown = false;
 	int delayMs = 0;
 	int rate = 0;
