@@ -44,9 +44,8 @@ class Told {
 public:
 	explicit Told(WSClient &client)
 	{
-		QObject::connect(&client, &WSClient::stateChanged, &client, [this](WsState state) {
-			seen.append(QString::number(static_cast<int>(state)));
-		});
+		QObject::connect(&client, &WSClient::stateChanged, &client,
+				 [this](WsState state) { seen.append(QString::number(static_cast<int>(state))); });
 		QObject::connect(&client, &WSClient::errorOccurred, &client,
 				 [this](const QString &text) { seen.append(text); });
 	}
@@ -115,7 +114,8 @@ private Q_SLOTS:
 		session.client.disconnectFromServer();
 	}
 
-	/** A muted microphone and a speaker who is silent: nothing goes either way but what WebSockets say to each other. */
+	/** A muted microphone and a speaker who is silent: nothing goes either way but what WebSockets say to each
+	 * other. */
 	void quietConnectionIsKept()
 	{
 		Session session(trusted);
@@ -299,7 +299,8 @@ private Q_SLOTS:
 		QTest::newRow("going away") << 1001 << "restart" << "Error.ConnectionClosed: restart";
 		QTest::newRow("policy") << 1008 << "no more minutes" << "Error.ConnectionClosed: no more minutes";
 		QTest::newRow("internal error") << 1011 << "" << "Error.ConnectionClosed (1011)";
-		QTest::newRow("of its own") << 4001 << "session elsewhere" << "Error.ConnectionClosed: session elsewhere";
+		QTest::newRow("of its own")
+			<< 4001 << "session elsewhere" << "Error.ConnectionClosed: session elsewhere";
 	}
 	void whyAConnectionWasClosedIsLoggedAndTold()
 	{
@@ -314,9 +315,11 @@ private Q_SLOTS:
 		service.peer()->close(static_cast<QWebSocketProtocol::CloseCode>(code), reason);
 		QVERIFY(isReconnecting(client, 5000));
 		QTRY_COMPARE(told.seen, (QStringList{"4", text}));
-		QCOMPARE(log.lines(LOG_WARNING),
-			 (QStringList{QStringLiteral("[talvora-obs] WebSocket closed with code %1: %2").arg(code).arg(reason),
-				      kLostLine}));
+		QCOMPARE(
+			log.lines(LOG_WARNING),
+			(QStringList{
+				QStringLiteral("[talvora-obs] WebSocket closed with code %1: %2").arg(code).arg(reason),
+				kLostLine}));
 		QTRY_COMPARE(service.closeCodes, QList<int>{code});
 		client.disconnectFromServer();
 	}
@@ -389,8 +392,9 @@ private Q_SLOTS:
 	void whyFollowsWhat_data()
 	{
 		QTest::addColumn<QString>("fault");
-		for (const char *fault : {"refused", "certificate", "404", "closed in the handshake", "no HTTP", "scheme",
-					  "reset", "garbage", "closed", "auth_error", "silence", "too long"}) {
+		for (const char *fault :
+		     {"refused", "certificate", "404", "closed in the handshake", "no HTTP", "scheme", "reset",
+		      "garbage", "closed", "auth_error", "silence", "too long"}) {
 			QTest::newRow(fault) << QString(fault);
 		}
 	}
@@ -408,12 +412,16 @@ private Q_SLOTS:
 		} else if (fault == "no HTTP") {
 			raw = std::make_unique<RawServer>("220 ready\r\n\r\n", RawServer::After::Close);
 		}
-		url = raw ? raw->url() : fault == "refused" ? "ws://127.0.0.1:1/" : fault == "scheme" ? "http://x/" : session.url;
+		url = raw                  ? raw->url()
+		      : fault == "refused" ? "ws://127.0.0.1:1/"
+		      : fault == "scheme"  ? "http://x/"
+					   : session.url;
 		const bool inSession = url == session.url && fault != "certificate";
 		if (inSession) {
 			session.connect();
-			QVERIFY(fault == "auth_error" ? QTest::qWaitFor([&] { return !session.service.texts.isEmpty(); })
-						      : session.accept());
+			QVERIFY(fault == "auth_error"
+					? QTest::qWaitFor([&] { return !session.service.texts.isEmpty(); })
+					: session.accept());
 		}
 		const Told told(session.client);
 		if (!inSession) {
@@ -477,7 +485,8 @@ private Q_SLOTS:
 		QVERIFY2(first.contains("403"), qPrintable(first));
 		QCOMPARE(reasonOf("ws://127.0.0.1:1/"), "Connection refused");
 		const QString third = reasonOf(plain.url("wss"));
-		QVERIFY2(!third.isEmpty() && !third.contains("403") && third != "Connection refused", qPrintable(third));
+		QVERIFY2(!third.isEmpty() && !third.contains("403") && third != "Connection refused",
+			 qPrintable(third));
 		client.disconnectFromServer();
 	}
 

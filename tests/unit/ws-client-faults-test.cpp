@@ -619,8 +619,8 @@ private Q_SLOTS:
 		};
 		QTRY_COMPARE_WITH_TIMEOUT(values().last(), kPieces, 20000);
 		const QList<int> heard = values();
-		const auto old = std::count_if(heard.begin(), heard.end(),
-					       [](int value) { return value <= kPieces - 16; });
+		const auto old =
+			std::count_if(heard.begin(), heard.end(), [](int value) { return value <= kPieces - 16; });
 		// What had been under way in the client, in the system on both sides and in the proxy.
 		QVERIFY2(old < qsizetype{4 * 16000}, qPrintable(QString::number(old)));
 		QCOMPARE(session.client.state(), WsState::Authenticated);

@@ -15,7 +15,8 @@ FaultProxy::FaultProxy(quint16 onward, const QHostAddress &own) : servicePort(on
 		qFatal("no proxy: %s", qPrintable(server.errorString()));
 	}
 	port = server.serverPort();
-	// What a blocked client has sent must not disappear in megabytes of the system's memory. Connections inherit it.
+	// What a blocked client has sent must not disappear in megabytes of the system's memory. Connections inherit
+	// it.
 	constexpr int kSmallestBuffer = 4096;
 	setsockopt(static_cast<int>(server.socketDescriptor()), SOL_SOCKET, SO_RCVBUF, &kSmallestBuffer,
 		   sizeof(kSmallestBuffer));
