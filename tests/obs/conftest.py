@@ -34,9 +34,10 @@ class OwnFaultOfObs(Exception):
 	"""OBS failed by itself, as it does without the module, while the module held nothing that could be the reason."""
 
 
-# How often a test is repeated for that, and how many repetitions there may be in a run: the faults that are known show in fewer.
-MOST_RERUNS_OF_A_TEST = 3
-MOST_RERUNS = 5
+# How often a test is repeated for that, and how many repetitions there may be in a run. In studio mode OBS 32 loses a scene in half
+# of all runs, so that one in 128 of a test that uses it fails for OBS's own fault.
+MOST_RERUNS_OF_A_TEST = 6
+MOST_RERUNS = 10
 
 RERUNS = []
 
