@@ -195,7 +195,9 @@ void TalvoraPluginTest::callbackWaitsForNothingButItsLocks()
 void TalvoraPluginTest::clipCostsOnePostedEventAtItsStartAndOneAtItsEnd()
 {
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	// Speech is taken again only in another session.
 	plugin->onWsStateChanged(WsState::Disconnected);
+	plugin->onWsStateChanged(WsState::Authenticated);
 	const auto cost = [](const auto &action) {
 		HeapGuard heap;
 		BlockingGuard guard;
@@ -264,7 +266,9 @@ void TalvoraPluginTest::callbackMeetsItsLocksShortly()
 			clip % 2 == 0 ? LanguageTargets{{u"es"_s, {true, false}}}
 				      : LanguageTargets{{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
 		if (clip % 10 == 0) {
+			// Speech is taken again only in another session.
 			plugin->onWsStateChanged(WsState::Disconnected);
+			plugin->onWsStateChanged(WsState::Authenticated);
 		}
 		QCoreApplication::processEvents();
 	}
