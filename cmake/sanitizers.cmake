@@ -5,6 +5,13 @@ if(TALVORA_SANITIZE)
   # Lightly optimised and with line numbers only: much sooner built, and as telling.
   add_compile_options(-fsanitize=${TALVORA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1 -g1)
   add_link_options(-fsanitize=${TALVORA_SANITIZE})
+  # What the standard library and Qt ask of their callers is checked, too: an index that is out of range, for one.
+  add_compile_definitions(_GLIBCXX_ASSERTIONS QT_FORCE_ASSERTS)
+  if(TALVORA_SANITIZE MATCHES undefined)
+    # Not part of "undefined": a number that does not fit the integer it is made.
+    add_compile_options(-fsanitize=float-cast-overflow)
+    add_link_options(-fsanitize=float-cast-overflow)
+  endif()
   if(TALVORA_SANITIZE MATCHES thread)
     # A copy that the compiler writes out itself is checked; one in the C library is, too, but is seen as part of it.
     add_compile_options(-fno-builtin-memcpy)

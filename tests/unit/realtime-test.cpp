@@ -44,7 +44,7 @@ namespace {
 
 /** How many times as long the same work may take in a build that watches every access to memory. */
 #ifdef __SANITIZE_ADDRESS__
-constexpr int64_t kSlower = 8;
+constexpr int64_t kSlower = 3;
 #else
 constexpr int64_t kSlower = 1;
 #endif
