@@ -108,6 +108,7 @@ QWidget *PluginDock::buildLoginPanel()
 	emailEdit = lineEdit(dock::text("Dock.Auth.Email"));
 	passwordEdit = lineEdit(dock::text("Dock.Auth.Password"));
 	passwordEdit->setEchoMode(QLineEdit::Password);
+	passwordEdit->installEventFilter(this);
 	connect(passwordEdit, &QLineEdit::returnPressed, this, &PluginDock::onEmailLoginClicked);
 	signInButton = button(dock::text("Dock.Auth.SignIn"), kSignInStyle);
 	connect(signInButton, &QPushButton::clicked, this, &PluginDock::onEmailLoginClicked);
@@ -218,6 +219,7 @@ void PluginDock::setAuthenticated(bool on)
 	signInMessageLabel->hide();
 	sessionPanel->setVisible(on);
 	logoutButton->setVisible(on);
+	abandonEmailSignIn();
 	if (on) {
 		abandonBrowserSignIn();
 		statusLabel->setText(dock::text("Status.Ready"));
@@ -237,6 +239,18 @@ void PluginDock::abandonBrowserSignIn()
 		abandoned->disconnect(this);
 		abandoned->abort();
 		abandoned->deleteLater();
+	}
+}
+
+void PluginDock::abandonEmailSignIn()
+{
+	const auto attempts = findChildren<QNetworkAccessManager *>(Qt::FindDirectChildrenOnly);
+	for (QNetworkAccessManager *network : attempts) {
+		for (QNetworkReply *reply : network->findChildren<QNetworkReply *>()) {
+			reply->disconnect(this);
+			reply->abort();
+		}
+		network->deleteLater();
 	}
 }
 
@@ -273,6 +287,8 @@ void PluginDock::onEmailLoginClicked()
 	auto *network = new QNetworkAccessManager(this);
 	QNetworkRequest request(QUrl(QStringLiteral("%1/login").arg(QLatin1String(kSignInBaseUrl))));
 	request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+	// What a redirect repeats is the password.
+	request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::SameOriginRedirectPolicy);
 	const QJsonObject credentials{{QStringLiteral("email"), email}, {QStringLiteral("password"), password}};
 	QNetworkReply *reply = network->post(request, QJsonDocument(credentials).toJson(QJsonDocument::Compact));
 	connect(reply, &QNetworkReply::finished, this, [this, reply, network] {
@@ -377,5 +393,7 @@ void PluginDock::onLogoutClicked()
 	plugin->stopSession();
 	plugin->setApiKey(QString());
 	plugin->resetMaxTargetLanguages();
+	apiKeyEdit->clear();
+	passwordEdit->clear();
 	setAuthenticated(false);
 }

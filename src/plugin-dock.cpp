@@ -12,7 +12,9 @@
 #include <QCloseEvent>
 #include <QComboBox>
 #include <QGroupBox>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMainWindow>
 #include <QPushButton>
 #include <QScreen>
@@ -320,6 +322,13 @@ bool PluginDock::eventFilter(QObject *watched, QEvent *event)
 	if (const auto *box = qobject_cast<QCheckBox *>(watched); box && event->type() == QEvent::FocusIn) {
 		// A box of the language table, reached by the keyboard.
 		languageTable->scrollTo(languageTable->indexAt(box->parentWidget()->pos()));
+	}
+	if (watched == passwordEdit && event->type() == QEvent::KeyPress) {
+		// Enter held down is one attempt: services lock an account after a few wrong passwords.
+		const auto *pressed = static_cast<QKeyEvent *>(event);
+		if (pressed->isAutoRepeat() && (pressed->key() == Qt::Key_Return || pressed->key() == Qt::Key_Enter)) {
+			return true;
+		}
 	}
 	return QDockWidget::eventFilter(watched, event);
 }

@@ -118,6 +118,8 @@ private:
 	/** Who has signed in in another way is not to be signed in a second time, nor told that the first try failed.
 	 */
 	void abandonBrowserSignIn();
+	/** The same for e-mail and password, of which several may be under way. */
+	void abandonEmailSignIn();
 	void showSignInMessage(const QString &text);
 
 	QWidget *buildSettingsSection();

@@ -10,6 +10,7 @@
 
 #include <QApplication>
 #include <QDesktopServices>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -27,6 +28,7 @@
 
 #include <memory>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -35,11 +37,11 @@ namespace {
 /** The web sign-in at the address this build is made for: HTTPS with a certificate of a root the machine trusts. */
 class SignInService : public QObject {
 public:
-	explicit SignInService(const QSslConfiguration &certificate)
+	explicit SignInService(const QSslConfiguration &certificate, quint16 port = 3003)
 	{
 		server.setSslConfiguration(certificate);
 		connect(&server, &QSslServer::pendingConnectionAvailable, this, &SignInService::accept);
-		listening = server.listen(QHostAddress::LocalHost, 3003);
+		listening = server.listen(QHostAddress::LocalHost, port);
 	}
 
 	/** The whole answer to each request from now on; none when empty. */
@@ -48,6 +50,24 @@ public:
 		response = "HTTP/1.1 " + status + "\r\nContent-Length: " + QByteArray::number(body.size()) +
 			   "\r\nConnection: close\r\n\r\n" + body;
 	}
+
+	/** Sends the first who asks to another address. */
+	void redirect(const QByteArray &status, const QString &address)
+	{
+		redirection = "HTTP/1.1 " + status + "\r\nLocation: " + address.toUtf8() +
+			      "\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+	}
+	/** Answers those who wait. */
+	void answerLate()
+	{
+		for (const QPointer<QTcpSocket> &socket : std::as_const(waiting)) {
+			if (socket) {
+				socket->write(response);
+				socket->disconnectFromHost();
+			}
+		}
+	}
+	quint16 port() const { return server.serverPort(); }
 
 	struct Request {
 		QByteArray line;
@@ -89,14 +109,22 @@ private:
 			return;
 		}
 		requests.append(request);
-		if (!response.isEmpty()) {
-			socket->write(response);
+		if (!redirection.isEmpty()) {
+			socket->write(std::exchange(redirection, {}));
 			socket->disconnectFromHost();
+			return;
+		}
+		waiting.append(socket);
+		if (!response.isEmpty()) {
+			answerLate();
+			waiting.clear();
 		}
 	}
 
 	QSslServer server;
 	QByteArray response;
+	QByteArray redirection;
+	QList<QPointer<QTcpSocket>> waiting;
 };
 
 QString red(const QString &text)
@@ -157,6 +185,13 @@ private Q_SLOTS:
 	void errorWithoutBodyShowsQtsText();
 	void unreachableServiceIsReported();
 	void unknownCertificateIsRefused();
+	void passwordIsNotSentOnToAnotherOrigin_data();
+	void passwordIsNotSentOnToAnotherOrigin();
+	void redirectWithinTheOriginIsFollowed();
+	void heldEnterIsOneAttempt_data();
+	void heldEnterIsOneAttempt();
+	void lateAnswerChangesNothing_data();
+	void lateAnswerChangesNothing();
 	void keyAndPasswordAreNeverLogged();
 	void dockDestroyedDuringAnAttemptIsSafe();
 	void replyAndManagerAreDeleted();
@@ -174,6 +209,7 @@ private Q_SLOTS:
 	// Signing out
 	void signingOutForgetsKeyAndLimit();
 	void signingOutStopsTheSessionFirst();
+	void signingOutEmptiesTheFields();
 
 private:
 	PluginDock &make()
@@ -722,6 +758,108 @@ void PluginDockTest::unknownCertificateIsRefused()
 	QVERIFY(dock->statusLabel->text().startsWith(u"<span style='color:red'>SSL handshake failed"_s));
 }
 
+void PluginDockTest::passwordIsNotSentOnToAnotherOrigin_data()
+{
+	QTest::addColumn<QByteArray>("status");
+	QTest::newRow("307") << QByteArray("307 Temporary Redirect");
+	QTest::newRow("308") << QByteArray("308 Permanent Redirect");
+}
+
+void PluginDockTest::passwordIsNotSentOnToAnotherOrigin()
+{
+	QFETCH(QByteArray, status);
+	startService();
+	// The same machine and the same certificate on another port: another origin all the same.
+	SignInService other(*certificate, 0);
+	QVERIFY(other.listening);
+	other.answer("200 OK", R"({"token":"theirs"})");
+	service->redirect(status, u"https://localhost:%1/auth/login"_s.arg(other.port()));
+	make();
+	signIn();
+	QTRY_VERIFY(dock->authenticated || signInButtonsAre(true));
+	QCOMPARE(service->requests.size(), 1);
+	QCOMPARE(other.requests.size(), 0);
+	QVERIFY(!dock->authenticated);
+	QVERIFY(dock->signInMessageLabel->isVisible());
+	QVERIFY(dock->signInMessageLabel->text().startsWith(u"<span style='color:red'>"_s));
+	QCOMPARE(session->log.lines(LOG_WARNING).filter(u"PluginDock: email login failed: "_s).size(), 1);
+}
+
+void PluginDockTest::redirectWithinTheOriginIsFollowed()
+{
+	startService();
+	service->redirect("308 Permanent Redirect", u"https://localhost:3003/elsewhere"_s);
+	service->answer("200 OK", R"({"token":"ours"})");
+	make();
+	signIn();
+	QTRY_VERIFY(dock->authenticated);
+	QCOMPARE(plugin->settings.apiKey, u"ours"_s);
+	QCOMPARE(service->requests.size(), 2);
+	QCOMPARE(service->requests.last().line, "POST /elsewhere HTTP/1.1");
+	QCOMPARE(service->requests.last().body, service->requests.first().body);
+}
+
+void PluginDockTest::heldEnterIsOneAttempt_data()
+{
+	QTest::addColumn<Qt::Key>("key");
+	QTest::newRow("Return") << Qt::Key_Return;
+	QTest::newRow("Enter") << Qt::Key_Enter;
+}
+
+void PluginDockTest::heldEnterIsOneAttempt()
+{
+	QFETCH(Qt::Key, key);
+	startService();
+	make();
+	dock->emailEdit->setText(u"a@example.org"_s);
+	dock->passwordEdit->setText(u"secret"_s);
+	QTest::keyPress(dock->passwordEdit, key);
+	for (int repeated = 0; repeated < 10; ++repeated) {
+		QKeyEvent again(QEvent::KeyPress, key, Qt::NoModifier, u"\r"_s, true);
+		QCoreApplication::sendEvent(dock->passwordEdit, &again);
+	}
+	QTest::keyRelease(dock->passwordEdit, key);
+	QCOMPARE(attemptsRunning(), 1);
+	// Other keys may be held.
+	QKeyEvent letter(QEvent::KeyPress, Qt::Key_A, Qt::NoModifier, u"a"_s, true);
+	QCoreApplication::sendEvent(dock->passwordEdit, &letter);
+	QCOMPARE(dock->passwordEdit->text(), u"secreta"_s);
+}
+
+void PluginDockTest::lateAnswerChangesNothing_data()
+{
+	QTest::addColumn<QByteArray>("status");
+	QTest::addColumn<bool>("signOut");
+	QTest::newRow("success, signed in by key") << QByteArray("200 OK") << false;
+	QTest::newRow("failure, signed in by key") << QByteArray("401 Unauthorized") << false;
+	QTest::newRow("success, signed out again") << QByteArray("200 OK") << true;
+}
+
+void PluginDockTest::lateAnswerChangesNothing()
+{
+	QFETCH(QByteArray, status);
+	QFETCH(bool, signOut);
+	startService();
+	make();
+	signIn();
+	QTest::keyClick(dock->passwordEdit, Qt::Key_Return);
+	QTRY_COMPARE(service->requests.size(), 2);
+	dock->apiKeyEdit->setText(u"mine"_s);
+	dock->onApiKeyConnectClicked();
+	if (signOut) {
+		dock->onLogoutClicked();
+	}
+	service->answer(status, R"({"token":"theirs","max_target_languages":1})");
+	service->answerLate();
+	QTRY_COMPARE(attemptsRunning(), 0);
+	QCOMPARE(plugin->settings.apiKey, signOut ? QString() : u"mine"_s);
+	QCOMPARE(plugin->maxTargetLanguages, 0);
+	QCOMPARE(dock->authenticated, !signOut);
+	QCOMPARE(dock->statusLabel->text(), u"Status.Disconnected"_s);
+	QVERIFY(dock->signInMessageLabel->isHidden());
+	QVERIFY(session->log.ownLines().filter(u"email login"_s).isEmpty());
+}
+
 void PluginDockTest::keyAndPasswordAreNeverLogged()
 {
 	startService();
@@ -919,6 +1057,21 @@ void PluginDockTest::signingOutStopsTheSessionFirst()
 	QVERIFY(own->signInButton->isEnabled());
 	QVERIFY(own->kickButton->isEnabled());
 	QVERIFY(own->emailEdit->isEnabled());
+}
+
+/** Else whoever sits down next is signed in again by a press of "Use this key". */
+void PluginDockTest::signingOutEmptiesTheFields()
+{
+	make();
+	dock->emailEdit->setText(u"a@example.org"_s);
+	dock->passwordEdit->setText(u"secret"_s);
+	dock->apiKeyEdit->setText(u"tak_live_1"_s);
+	dock->onApiKeyConnectClicked();
+	QCOMPARE(dock->apiKeyEdit->text(), u"tak_live_1"_s);
+	QTest::mouseClick(dock->logoutButton, Qt::LeftButton);
+	QCOMPARE(dock->apiKeyEdit->text(), QString());
+	QCOMPARE(dock->passwordEdit->text(), QString());
+	QCOMPARE(dock->emailEdit->text(), u"a@example.org"_s);
 }
 
 QTEST_MAIN(PluginDockTest)
