@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "settings-file.h"
 
+#include "api-key-text.h"
 #include "plugin-support.h"
 
 #include <QDir>
@@ -8,13 +9,12 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonParseError>
+#include <QSaveFile>
 #include <QStandardPaths>
 
 #include <fcntl.h>
 
 #include <cerrno>
-#include <filesystem>
-#include <system_error>
 
 namespace {
 
@@ -66,6 +66,36 @@ bool reserve(const QFile &file, qsizetype bytes)
 	return fallocate(file.handle(), FALLOC_FL_KEEP_SIZE, 0, bytes) == 0 || (errno != ENOSPC && errno != EDQUOT);
 }
 
+/** The file itself where the path is a link to it, so that the link stays; with ".old" after its name. */
+QString oldPath()
+{
+	const QString file = QFileInfo(SettingsFile::path()).canonicalFilePath();
+	return (file.isEmpty() ? SettingsFile::path() : file) + QStringLiteral(".old");
+}
+
+/** Writes what is kept of a file, for the owner alone. It takes the place of what is there only when it is whole. */
+bool writeOld(const QByteArray &content)
+{
+	QSaveFile file(oldPath());
+	return file.open(QIODevice::WriteOnly) && file.setPermissions(kOwnerFile) && file.write(content) >= 0 &&
+	       file.commit();
+}
+
+/** Takes the key out of content that was kept with it. */
+void cleanOldContent()
+{
+	QFile file(oldPath());
+	if (!file.open(QIODevice::ReadOnly)) {
+		return;
+	}
+	const QByteArray content = file.read(kLargestFile);
+	const QByteArray clean = withoutApiKeys(content);
+	if ((clean != content || file.size() > kLargestFile) && !writeOld(clean)) {
+		talvora_log(LOG_WARNING, "Talvora: the API key could not be taken out of %s",
+			    oldPath().toUtf8().constData());
+	}
+}
+
 void logFailedSave(const QString &path)
 {
 	talvora_log(LOG_WARNING, "Talvora: failed to save config to %s", path.toUtf8().constData());
@@ -81,6 +111,7 @@ QString SettingsFile::path()
 
 void SettingsFile::load(Settings &settings)
 {
+	cleanOldContent();
 	QFile file(path());
 	if (!file.open(QIODevice::ReadOnly)) {
 		return;
@@ -126,23 +157,18 @@ void SettingsFile::save(const Settings &settings)
 	file.resize(content.size());
 }
 
-/** Moves content that was not understood out of the way, once. False when that fails and saving would lose it. */
+/** Keeps content that was not understood beside the file, once. False when that fails and saving would lose it. */
 bool SettingsFile::keepOldContent()
 {
-	// The file itself where the path is a link to it, so that the link stays.
-	const QString file = QFileInfo(path()).canonicalFilePath();
-	if (!holdsMore || file.isEmpty()) {
+	QFile file(path());
+	if (!holdsMore || !file.exists()) {
 		return true;
 	}
-	const QString old = file + QStringLiteral(".old");
-	std::error_code error;
-	std::filesystem::rename(QFile::encodeName(file).toStdString(), QFile::encodeName(old).toStdString(), error);
-	if (error) {
+	if (!file.open(QIODevice::ReadOnly) || !writeOld(withoutApiKeys(file.read(kLargestFile)))) {
 		return false;
 	}
-	QFile::setPermissions(old, kOwnerFile);
 	holdsMore = false;
 	talvora_log(LOG_WARNING, "Talvora: not all of the settings file was understood, it is kept as %s",
-		    old.toUtf8().constData());
+		    oldPath().toUtf8().constData());
 	return true;
 }

@@ -10,7 +10,8 @@
  * The settings on disk: "~/.config/talvora-obs/config.json", with the home directory as Qt knows it.
  *
  * It is always rewritten whole and in place. What that would lose is kept: content that was not understood, wholly or
- * in part, goes into "config.json.old" beside it, and a full disk is noticed before the old content is touched.
+ * in part, goes into "config.json.old" beside it, up to 16 MiB and without the API key, and a full disk is noticed
+ * before the old content is touched.
  * User-interface thread.
  */
 class SettingsFile {

@@ -60,15 +60,18 @@ def saved(folder):
 
 
 CUT_SHORT = '{"apiKey": "tak_live_local", "audioSource": "Micro'
+# The same without its key, and what is kept of a huge file.
+CUT_SHORT_KEPT = '{"apiKey": ""              , "audioSource": "Micro'
+MOST_KEPT = 16 << 20
 
 
-@pytest.mark.parametrize("content, reason", [(CUT_SHORT, "unterminated string"), ("x" * (17 << 20), "too large document")],
-			 ids=["truncated", "huge"])
-def test_unreadable_file_is_reported_and_kept(make_obs, folder, content, reason):
+@pytest.mark.parametrize("content, reason, kept", [(CUT_SHORT, "unterminated string", CUT_SHORT_KEPT),
+						   ("x" * (17 << 20), "too large document", "x" * MOST_KEPT)], ids=["truncated", "huge"])
+def test_unreadable_file_is_reported_and_kept(make_obs, folder, content, reason, kept):
 	(folder / "config.json").write_text(content, encoding="utf-8")
 	run(make_obs, folder, NOT_READ.format(reason), KEPT)
 	assert saved(folder)["sourceLanguage"] == "en"
-	assert (folder / "config.json.old").read_text(encoding="utf-8") == content
+	assert (folder / "config.json.old").read_text(encoding="utf-8") == kept
 
 
 def test_empty_file_is_reported_and_replaced(make_obs, folder):
@@ -87,7 +90,15 @@ def test_newer_file_gives_what_is_known_and_is_kept(make_obs, folder):
 	now = saved(folder)
 	assert (now["apiKey"], now["audioSource"]) == (KEY, "Mikrofon")
 	assert "voices" not in now
-	assert json.loads((folder / "config.json.old").read_text(encoding="utf-8")) == newer
+	assert json.loads((folder / "config.json.old").read_text(encoding="utf-8")) == {**newer, "apiKey": ""}
+
+
+def test_key_that_was_kept_is_taken_out(make_obs, folder):
+	(folder / "config.json").write_text(json.dumps({"apiKey": KEY}), encoding="utf-8")
+	(folder / "config.json.old").write_text(json.dumps({"apiKey": KEY, "voices": {"es": "Lucia"}}), encoding="utf-8")
+	run(make_obs, folder)
+	assert json.loads((folder / "config.json.old").read_text(encoding="utf-8")) == {"apiKey": "", "voices": {"es": "Lucia"}}
+	assert saved(folder)["apiKey"] == KEY
 
 
 def test_folder_in_the_place_of_the_file_is_reported_and_left(make_obs, user_of, folder):

@@ -3,16 +3,20 @@
 
 #include "log-capture.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 
 #include <cerrno>
+#include <csignal>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -23,6 +27,7 @@ namespace {
 int reserveError = 0;
 
 const QByteArray kNewer = R"({"apiKey": "tak_1", "voiceSpeed": 1.5})";
+const QByteArray kNewerWithoutKey = R"({"apiKey": ""     , "voiceSpeed": 1.5})";
 
 } // namespace
 
@@ -43,6 +48,9 @@ private Q_SLOTS:
 	void contentThatIsNotUnderstoodIsKept_data();
 	void contentThatIsNotUnderstoodIsKept();
 	void onlyTheFirstSaveKeepsOldContent();
+	void keyThatWasKeptIsTakenOut_data();
+	void keyThatWasKeptIsTakenOut();
+	void keyThatCannotBeTakenOutIsReported();
 	void understoodFileIsNotKept_data();
 	void understoodFileIsNotKept();
 	void hugeFileIsNotTaken();
@@ -97,10 +105,12 @@ void SettingsFileTest::cleanup()
 void SettingsFileTest::contentThatIsNotUnderstoodIsKept_data()
 {
 	QTest::addColumn<QByteArray>("content");
-	QTest::newRow("cut short") << QByteArray(R"({"apiKey": "tak_1", "audioSo)");
-	QTest::newRow("one byte") << QByteArray("x");
-	QTest::newRow("no object") << QByteArray(R"(["tak_1"])");
-	QTest::newRow("a newer version's") << kNewer;
+	QTest::addColumn<QByteArray>("kept");
+	QTest::newRow("cut short") << QByteArray(R"({"apiKey": "tak_1", "audioSo)")
+				   << QByteArray(R"({"apiKey": ""     , "audioSo)");
+	QTest::newRow("one byte") << QByteArray("x") << QByteArray("x");
+	QTest::newRow("no object") << QByteArray(R"(["tak_1"])") << QByteArray(R"(["*****"])");
+	QTest::newRow("a newer version's") << kNewer << kNewerWithoutKey;
 }
 
 void SettingsFileTest::contentThatIsNotUnderstoodIsKept()
@@ -114,7 +124,7 @@ void SettingsFileTest::contentThatIsNotUnderstoodIsKept()
 	log->clear();
 	settingsFile.save(settings);
 	QCOMPARE(read(SettingsFile::path()), written(settings));
-	QCOMPARE(read(oldPath()), content);
+	QTEST(read(oldPath()), "kept");
 	QVERIFY(!(QFile::permissions(oldPath()) & QFileDevice::ReadOther));
 	QCOMPARE(log->ownLines(),
 		 QStringList{u"[talvora-obs] Talvora: not all of the settings file was understood, it is kept as "_s +
@@ -127,7 +137,52 @@ void SettingsFileTest::onlyTheFirstSaveKeepsOldContent()
 	settingsFile.load(settings);
 	settingsFile.save(settings);
 	settingsFile.save(settings);
+	QCOMPARE(read(oldPath()), kNewerWithoutKey);
+}
+
+void SettingsFileTest::keyThatWasKeptIsTakenOut_data()
+{
+	QTest::addColumn<bool>("withSettings");
+	QTest::newRow("beside settings") << true;
+	QTest::newRow("alone") << false;
+}
+
+void SettingsFileTest::keyThatWasKeptIsTakenOut()
+{
+	QFETCH(bool, withSettings);
+	write(kNewer);
+	QVERIFY(QFile::rename(SettingsFile::path(), oldPath()));
+	if (withSettings) {
+		write(written(settings));
+	}
+	settingsFile.load(settings);
+	QCOMPARE(read(oldPath()), kNewerWithoutKey);
+	QCOMPARE(QFile::permissions(oldPath()) & (QFileDevice::ReadGroup | QFileDevice::ReadOther),
+		 QFileDevice::Permissions());
+	// Nothing to do the next time: the file is not touched.
+	const QDateTime touched = QFileInfo(oldPath()).fileTime(QFileDevice::FileMetadataChangeTime);
+	settingsFile.load(settings);
+	QCOMPARE(QFileInfo(oldPath()).fileTime(QFileDevice::FileMetadataChangeTime), touched);
+}
+
+void SettingsFileTest::keyThatCannotBeTakenOutIsReported()
+{
+	write(kNewer);
+	QVERIFY(QFile::rename(SettingsFile::path(), oldPath()));
+	rlimit files{};
+	QCOMPARE(getrlimit(RLIMIT_FSIZE, &files), 0);
+	{
+		const auto restore = qScopeGuard([&files] { setrlimit(RLIMIT_FSIZE, &files); });
+		const auto heed = std::signal(SIGXFSZ, SIG_IGN);
+		const auto restoreSignal = qScopeGuard([heed] { std::signal(SIGXFSZ, heed); });
+		rlimit none = files;
+		none.rlim_cur = 0;
+		QCOMPARE(setrlimit(RLIMIT_FSIZE, &none), 0);
+		settingsFile.load(settings);
+	}
 	QCOMPARE(read(oldPath()), kNewer);
+	QCOMPARE(log->ownLines(),
+		 QStringList{u"[talvora-obs] Talvora: the API key could not be taken out of "_s + oldPath()});
 }
 
 void SettingsFileTest::understoodFileIsNotKept_data()
@@ -168,7 +223,9 @@ void SettingsFileTest::hugeFileIsNotTaken()
 	QCOMPARE(log->ownLines(),
 		 QStringList{u"[talvora-obs] Talvora: failed to parse config: "_s + error.errorString()});
 	settingsFile.save(settings);
-	QVERIFY(QFileInfo(oldPath()).size() > 16 * 1024 * 1024);
+	// As much as would have been read.
+	QCOMPARE(QFileInfo(oldPath()).size(), 16 * 1024 * 1024);
+	QVERIFY(!read(oldPath()).contains("tak_1"));
 }
 
 void SettingsFileTest::fileThatCannotBeKeptIsNotOverwritten()
@@ -192,7 +249,7 @@ void SettingsFileTest::linkToTheFileStays()
 	settingsFile.save(settings);
 	QVERIFY(QFileInfo(SettingsFile::path()).isSymLink());
 	QCOMPARE(read(elsewhere), written(settings));
-	QCOMPARE(read(elsewhere + u".old"_s), kNewer);
+	QCOMPARE(read(elsewhere + u".old"_s), kNewerWithoutKey);
 }
 
 void SettingsFileTest::shorterContentReplacesLongerOne()
