@@ -1,9 +1,10 @@
 #pragma once
 
 #include <util/base.h>
+#include <util/c99defs.h>
 
-/** The module's name in OBS's folders and logs, "talvora-obs". */
-extern const char *const PLUGIN_NAME;
+/** The module's name in OBS's folders and logs, "talvora-obs". Others can look it up in the module. */
+EXPORT extern const char *const PLUGIN_NAME;
 
 /** The module's version, "1.0.6". */
 extern const char *const PLUGIN_VERSION;

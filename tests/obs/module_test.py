@@ -1,6 +1,9 @@
 """The module in a real OBS: it loads, says what it is, and leaves nothing behind."""
 
 import re
+import subprocess
+
+from lab.paths import BUILD
 
 LOADED = "[talvora-obs] Loading Talvora OBS plugin v1.0.6"
 INITIALIZED = "[talvora-obs] Talvora plugin initialized"
@@ -22,6 +25,16 @@ def test_module_loads_and_says_its_version(make_obs):
 	assert f"{INITIALIZED}. API key: (not set), Languages: " in lines
 	assert "talvora_dubbed_source" in kinds, f"OBS does not know the dubbed source: {kinds}"
 	assert "talvora-obs.so" in obs.log.split("Loaded Modules:")[1].split("----")[0]
+
+
+def test_module_exports_its_name_and_no_more_than_obs_asks_for():
+	symbols = subprocess.run(["nm", "--dynamic", "--defined-only", str(BUILD / "src/talvora-obs.so")], capture_output=True, text=True,
+				 check=True).stdout.splitlines()
+	names = {line.split()[-1] for line in symbols}
+	assert "PLUGIN_NAME" in names
+	# The standard library's templates are everybody's.
+	own = {name for name in names if not name.startswith(("obs_module_", "_ZT", "_ZZNSt", "_ZNSt", "_ZSt"))}
+	assert own - {"__bss_start", "_edata", "_end", "_init", "_fini"} == {"PLUGIN_NAME"}
 
 
 def test_module_registers_its_capture_filter(make_obs):
