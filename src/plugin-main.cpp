@@ -10,6 +10,7 @@
 #include <obs-module.h>
 
 #include <future>
+#include <system_error>
 
 OBS_DECLARE_MODULE()
 OBS_MODULE_USE_DEFAULT_LOCALE(PLUGIN_NAME, "en-US")
@@ -20,6 +21,23 @@ static bool listening = false;
 
 /** Runs while OBS loads: reads the system's certificates, for which its window would have to stand still later. */
 static std::future<void> tls_start;
+
+static void start_reading_certificates()
+{
+	try {
+		tls_start = std::async(std::launch::async, [] { QSslConfiguration::defaultConfiguration(); });
+	} catch (const std::system_error &) {
+		// No thread to be had. Whoever needs the certificates first reads them.
+	}
+}
+
+/** Whatever became of it: nothing is thrown into OBS. */
+static void wait_for_certificates()
+{
+	if (tls_start.valid()) {
+		tls_start.wait();
+	}
+}
 
 static void listen_to_frontend()
 {
@@ -69,7 +87,7 @@ bool obs_module_load(void)
 	obs_register_source(audio_capture_filter_info());
 	obs_register_source(dubbed_source_info());
 	listen_to_frontend();
-	tls_start = std::async(std::launch::async, [] { QSslConfiguration::defaultConfiguration(); });
+	start_reading_certificates();
 	return true;
 }
 
@@ -77,8 +95,6 @@ void obs_module_unload(void)
 {
 	stop_listening_to_frontend();
 	TalvoraPlugin::instance()->shutdown();
-	if (tls_start.valid()) {
-		tls_start.get();
-	}
+	wait_for_certificates();
 	talvora_log(LOG_INFO, "Talvora OBS plugin unloaded");
 }

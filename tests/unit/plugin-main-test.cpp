@@ -10,6 +10,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <dlfcn.h>
+#include <pthread.h>
+
+#include <cerrno>
 #include <optional>
 
 #include <string>
@@ -32,6 +36,16 @@ lookup_t *obs_module_load_locale(obs_module_t *, const char *fallback, const cha
 
 using namespace Qt::StringLiterals;
 
+/** No more threads can be had. */
+static bool noThreads = false;
+
+extern "C" __attribute__((visibility("default"))) int
+pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *), void *argument) noexcept
+{
+	static const auto create = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+	return noThreads ? EAGAIN : create(thread, attributes, run, argument);
+}
+
 /** The module as OBS sees it, from load to unload. One process has one plug-in, so the order of the tests matters. */
 class PluginMainTest : public QObject {
 	Q_OBJECT
@@ -45,6 +59,7 @@ private Q_SLOTS:
 	void textsThatAreMissingAreEnglish();
 	void loadRegistersItsTypesAndCallback();
 	void unloadBeforeFinishedLoadingOnlyLogs();
+	void loadsWhereNoThreadCanBeHad();
 	void otherEventsAreIgnored();
 	void finishedLoadingInitializes();
 	void exitShutsDown();
@@ -102,6 +117,19 @@ void PluginMainTest::unloadBeforeFinishedLoadingOnlyLogs()
 	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora OBS plugin unloaded"_s});
 	QVERIFY(frontendStub().callbacks.empty());
 	QVERIFY(obs_module_load());
+}
+
+void PluginMainTest::loadsWhereNoThreadCanBeHad()
+{
+	obs_module_unload();
+	noThreads = true;
+	const bool loaded = obs_module_load();
+	noThreads = false;
+	QVERIFY(loaded);
+	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Loading Talvora OBS plugin v1.0.6"_s));
+	obs_module_unload();
+	QVERIFY(obs_module_load());
+	log->clear();
 }
 
 void PluginMainTest::otherEventsAreIgnored()
