@@ -81,7 +81,7 @@ bool addAudioSource(void *combo, obs_source_t *source)
 		const QString name = QString::fromUtf8(obs_source_get_name(source));
 		auto *list = static_cast<QComboBox *>(combo);
 		list->addItem(name, name);
-		list->setItemData(list->count() - 1, name, Qt::ToolTipRole);
+		list->setItemData(list->count() - 1, dock::toolTip(name), Qt::ToolTipRole);
 	}
 	return true;
 }

@@ -6,6 +6,7 @@
 #include <QFrame>
 #include <QStyle>
 #include <QStyleOptionButton>
+#include <QTextDocument>
 
 #include <obs-module.h>
 
@@ -13,6 +14,8 @@ namespace {
 
 /** Characters a combo box shows at the least. */
 constexpr int kShortestComboText = 8;
+/** Characters. A service may send a mebibyte. */
+constexpr qsizetype kLongestToolTip = 1000;
 
 } // namespace
 
@@ -59,6 +62,12 @@ void dock::keepNarrow(QComboBox *combo)
 QString dock::redText(const QString &text)
 {
 	return QStringLiteral("<span style='color:red'>%1</span>").arg(text);
+}
+
+QString dock::toolTip(const QString &text)
+{
+	// Only rich text wraps, and a text without a tag in it would not be taken for that.
+	return Qt::convertFromPlainText(text.left(kLongestToolTip), Qt::WhiteSpaceNormal);
 }
 
 QString dock::cutAndEscape(const QString &message, qsizetype length)

@@ -35,6 +35,9 @@ void keepNarrow(QComboBox *combo);
 /** `text` as a label shows it in red; markup in it is interpreted. */
 QString redText(const QString &text);
 
+/** A tooltip that says a text from outside as it is, wrapped, and no more than the start of an endless one. */
+QString toolTip(const QString &text);
+
 /** The first `length` characters of a message from outside, its markup made harmless. */
 QString cutAndEscape(const QString &message, qsizetype length);
 

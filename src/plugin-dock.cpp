@@ -400,7 +400,7 @@ void PluginDock::onErrorOccurred(const QString &message)
 		statusLabel->setWordWrap(true);
 		statusLabel->setText(dock::redText(dock::cutAndEscape(message, kErrorLength)));
 		// A word longer than the line, such as an address, is cut at its end.
-		statusLabel->setToolTip(message.toHtmlEscaped());
+		statusLabel->setToolTip(dock::toolTip(message));
 	}
 	talvora_log(LOG_WARNING, "PluginDock error: %s", message.toUtf8().constData());
 }

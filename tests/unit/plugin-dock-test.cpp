@@ -15,6 +15,7 @@
 #include <QScrollArea>
 #include <QSignalSpy>
 #include <QTest>
+#include <QTextDocument>
 #include <QTextEdit>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -72,6 +73,8 @@ private Q_SLOTS:
 	// Status
 	void looksOfTheStates_data();
 	void looksOfTheStates();
+	void errorsTooltipSaysItAsItIs_data();
+	void errorsTooltipSaysItAsItIs();
 	void unknownStateIsIgnored();
 	void stateIsNotShownInPart_data();
 	void stateIsNotShownInPart();
@@ -528,6 +531,27 @@ void PluginDockTest::looksOfTheStates()
 	QTEST(dock->stopButton->styleSheet(), "stopStyle");
 	QCOMPARE(dock->sessionTimer->isActive(), state == 3);
 	QVERIFY(dock->statusLabel->toolTip().isEmpty());
+}
+
+void PluginDockTest::errorsTooltipSaysItAsItIs_data()
+{
+	QTest::addColumn<QString>("message");
+	QTest::addColumn<QString>("shown");
+	const auto same = [](const char *name, const QString &text) { QTest::newRow(name) << text << text; };
+	same("quotation marks", u"Host \"x\" is unknown & away"_s);
+	same("markup", u"<b>bold</b> a<b"_s);
+	QTest::newRow("endless") << QString(1100, u'x') << QString(1000, u'x');
+}
+
+void PluginDockTest::errorsTooltipSaysItAsItIs()
+{
+	QFETCH(QString, message);
+	make().onErrorOccurred(message);
+	// Qt decides by this how to show it; only rich text wraps.
+	QVERIFY(Qt::mightBeRichText(dock->statusLabel->toolTip()));
+	QTextDocument document;
+	document.setHtml(dock->statusLabel->toolTip());
+	QTEST(document.toPlainText(), "shown");
 }
 
 void PluginDockTest::unknownStateIsIgnored()
