@@ -319,27 +319,41 @@ void PluginDock::onCaptionAlignChanged(int index)
 	plugin->setCaptionAlignment(captionAlignCombo->itemData(index).toString());
 }
 
+/**
+ * Lets the user choose a colour; what is chosen comes by colorSelected().
+ *
+ * Not within a loop of its own as QColorDialog::getColor() does: OBS can end while the dialog is open, and takes it
+ * away with the dock, which Qt 6.4 does not bear, where that dialog is on the stack. The same holds for fonts.
+ */
+QColorDialog *PluginDock::openColorDialog(const QColor &color, const char *key)
+{
+	auto *dialog = new QColorDialog(this);
+	dialog->setAttribute(Qt::WA_DeleteOnClose);
+	dialog->setWindowTitle(dock::text(key));
+	dialog->setOption(QColorDialog::ShowAlphaChannel);
+	dialog->setCurrentColor(color);
+	dialog->open();
+	return dialog;
+}
+
 void PluginDock::onCaptionColorClicked()
 {
-	// When OBS ends meanwhile, and the dock with it, the dialog goes too and gives no colour.
-	const QColor color =
-		QColorDialog::getColor(plugin->currentSettings().captionTextColor, this,
-				       dock::text("Dock.Settings.CaptionColor"), QColorDialog::ShowAlphaChannel);
-	if (color.isValid()) {
+	const QColorDialog *dialog =
+		openColorDialog(plugin->currentSettings().captionTextColor, "Dock.Settings.CaptionColor");
+	connect(dialog, &QColorDialog::colorSelected, this, [this](const QColor &color) {
 		plugin->setCaptionTextColor(color);
 		showColor(captionColorButton, color);
-	}
+	});
 }
 
 void PluginDock::onCaptionBgColorClicked()
 {
-	const QColor color =
-		QColorDialog::getColor(plugin->currentSettings().captionBgColor, this,
-				       dock::text("Dock.Settings.CaptionBgColor"), QColorDialog::ShowAlphaChannel);
-	if (color.isValid()) {
+	const QColorDialog *dialog =
+		openColorDialog(plugin->currentSettings().captionBgColor, "Dock.Settings.CaptionBgColor");
+	connect(dialog, &QColorDialog::colorSelected, this, [this](const QColor &color) {
 		plugin->setCaptionBgColor(color);
 		showColor(captionBgColorButton, color);
-	}
+	});
 }
 
 void PluginDock::onCaptionOpacityChanged(int value)
@@ -350,13 +364,14 @@ void PluginDock::onCaptionOpacityChanged(int value)
 
 void PluginDock::onCaptionFontClicked()
 {
-	bool accepted = false;
-	const QFont font = QFontDialog::getFont(&accepted, plugin->currentSettings().captionFont, this,
-						dock::text("Dock.Settings.CaptionFont"));
-	if (accepted) {
+	auto *dialog = new QFontDialog(plugin->currentSettings().captionFont, this);
+	dialog->setAttribute(Qt::WA_DeleteOnClose);
+	dialog->setWindowTitle(dock::text("Dock.Settings.CaptionFont"));
+	connect(dialog, &QFontDialog::fontSelected, this, [this](const QFont &font) {
 		plugin->setCaptionFont(font);
 		captionFontButton->setText(font.family());
-	}
+	});
+	dialog->open();
 }
 
 void PluginDock::onCaptionPreviewClicked()

@@ -8,6 +8,7 @@
 class OAuthListener;
 class QCheckBox;
 class QColor;
+class QColorDialog;
 class QComboBox;
 class QLabel;
 class QLineEdit;
@@ -129,6 +130,7 @@ private:
 	void addCaptionStyleRows(QVBoxLayout *rows);
 	void addPreviewRows(QVBoxLayout *rows);
 	void addLevelRows(QVBoxLayout *rows);
+	QColorDialog *openColorDialog(const QColor &color, const char *key);
 	QPushButton *addColorRow(QVBoxLayout *rows, const char *key);
 	QSlider *addPercentRows(QVBoxLayout *rows, const char *key, int percent, QLabel *&valueLabel);
 	void initializeSettings();

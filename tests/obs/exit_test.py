@@ -125,6 +125,15 @@ def test_exit_with_a_colour_dialog_open(make_obs):
 		end(obs)
 
 
+def test_exit_with_a_font_dialog_open(make_obs):
+	with make_obs(accessible=True, talvora_config={"apiKey": KEY, "dockVisible": True}) as obs:
+		obs.wait_for_log(INITIALIZED)
+		hands = Hands(obs)
+		hands.click(hands.find("push button", "Caption font", hands.dock("Talvora")))
+		hands.find("push button", "Cancel")
+		end(obs)
+
+
 def test_exit_with_a_warning_open(make_obs):
 	with make_obs(accessible=True, talvora_config={"dockVisible": True}) as obs:
 		obs.wait_for_log(INITIALIZED)

@@ -14,6 +14,7 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPointer>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QSlider>
@@ -90,6 +91,8 @@ private Q_SLOTS:
 	void cancelledColorChangesNothing();
 	void acceptedFontIsAppliedAndShown();
 	void cancelledFontChangesNothing();
+	void dialogsHaveNoLoopOfTheirOwn_data();
+	void dialogsHaveNoLoopOfTheirOwn();
 	void dockDestroyedUnderItsDialogIsSafe();
 	void previewSendsTheTrimmedText_data();
 	void previewSendsTheTrimmedText();
@@ -700,7 +703,7 @@ void PluginDockTest::acceptedColorIsAppliedAndShown()
 	});
 	QPushButton *swatch = background ? dock->captionBgColorButton : dock->captionColorButton;
 	QTest::mouseClick(swatch, Qt::LeftButton);
-	QCOMPARE(dialogs, 1);
+	QTRY_COMPARE(dialogs, 1);
 	QCOMPARE(background ? plugin->settings.captionBgColor : plugin->settings.captionTextColor,
 		 QColor(1, 2, 3, 128));
 	QCOMPARE(background ? plugin->settings.captionTextColor : plugin->settings.captionBgColor,
@@ -718,7 +721,9 @@ void PluginDockTest::cancelledColorChangesNothing()
 			dialog->setCurrentColor(Qt::red);
 			dialog->reject();
 		});
+		const int shown = dialogs;
 		QTest::mouseClick(swatch, Qt::LeftButton);
+		QTRY_COMPARE(dialogs, shown + 1);
 		QCOMPARE(swatch->styleSheet(), look);
 	}
 	QCOMPARE(dialogs, 2);
@@ -737,7 +742,7 @@ void PluginDockTest::acceptedFontIsAppliedAndShown()
 		dialog->accept();
 	});
 	QTest::mouseClick(dock->captionFontButton, Qt::LeftButton);
-	QCOMPARE(dialogs, 1);
+	QTRY_COMPARE(dialogs, 1);
 	QVERIFY(plugin->settings.captionFont != before);
 	QCOMPARE(plugin->settings.captionFont.pointSize(), 24);
 	QCOMPARE(dock->captionFontButton->text(), plugin->settings.captionFont.family());
@@ -752,9 +757,38 @@ void PluginDockTest::cancelledFontChangesNothing()
 		dialog->reject();
 	});
 	QTest::mouseClick(dock->captionFontButton, Qt::LeftButton);
-	QCOMPARE(dialogs, 1);
+	QTRY_COMPARE(dialogs, 1);
 	QCOMPARE(plugin->settings.toJson(), before);
 	QCOMPARE(dock->captionFontButton->text(), u"-apple-system"_s);
+}
+
+/** A loop of a dialog's own goes on while OBS ends and takes the dock away. */
+void PluginDockTest::dialogsHaveNoLoopOfTheirOwn_data()
+{
+	QTest::addColumn<QByteArray>("slot");
+	for (const char *slot : {"onCaptionColorClicked", "onCaptionBgColorClicked", "onCaptionFontClicked"}) {
+		QTest::newRow(slot) << QByteArray(slot);
+	}
+}
+
+void PluginDockTest::dialogsHaveNoLoopOfTheirOwn()
+{
+	QFETCH(QByteArray, slot);
+	make().setVisible(true);
+	bool turned = false;
+	QTimer::singleShot(0, dock.get(), [this, &turned] {
+		turned = true;
+		for (auto *dialog : dock->findChildren<QDialog *>()) {
+			dialog->reject();
+		}
+	});
+	QMetaObject::invokeMethod(dock.get(), slot.constData(), Qt::DirectConnection);
+	QVERIFY(!turned);
+	QPointer<QDialog> dialog = dock->findChild<QDialog *>();
+	QVERIFY(dialog);
+	QVERIFY(dialog->isModal());
+	// It goes when it is closed.
+	QTRY_VERIFY(!dialog);
 }
 
 void PluginDockTest::dockDestroyedUnderItsDialogIsSafe()
@@ -763,7 +797,7 @@ void PluginDockTest::dockDestroyedUnderItsDialogIsSafe()
 	whenOpen<QColorDialog>([this](QColorDialog *) { dock.reset(); });
 	// As a click would, but without a test that holds on to the button.
 	QMetaObject::invokeMethod(dock.get(), "onCaptionColorClicked", Qt::DirectConnection);
-	QCOMPARE(dialogs, 1);
+	QTRY_COMPARE(dialogs, 1);
 	QCOMPARE(plugin->settings.captionTextColor, QColor(Qt::white));
 }
 
