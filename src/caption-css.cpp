@@ -3,6 +3,8 @@
 
 #include <QStringBuilder>
 
+#include <algorithm>
+
 namespace {
 
 /** Custom CSS is one line: three blanks stand where a line of a rule would break. */
@@ -76,6 +78,15 @@ QLatin1String escapeOf(QChar character)
 	}
 }
 
+bool hasRightToLeftLetter(QStringView line)
+{
+	const QList<uint> characters = line.toUcs4();
+	return std::any_of(characters.cbegin(), characters.cend(), [](uint character) {
+		const QChar::Direction direction = QChar::direction(character);
+		return direction == QChar::DirR || direction == QChar::DirAL;
+	});
+}
+
 QString fraction(double value)
 {
 	return QString::number(value, 'g', 6);
@@ -122,16 +133,29 @@ QString escapeCssText(const QString &text)
 	return copied == 0 ? text : escaped.append(QStringView(text).sliced(copied));
 }
 
-QString captionTextRules(const QString &text)
+QString isolateRightToLeftLines(const QString &text, Qt::LayoutDirection direction)
+{
+	constexpr QChar kRightToLeftIsolate{0x2067};
+	constexpr QChar kPopIsolate{0x2069};
+	QStringList lines = text.split(u'\n');
+	for (QString &line : lines) {
+		if (line.isRightToLeft() || (direction == Qt::RightToLeft && hasRightToLeftLetter(line))) {
+			line = kRightToLeftIsolate % line % kPopIsolate;
+		}
+	}
+	return lines.join(u'\n');
+}
+
+QString captionTextRules(const QString &text, Qt::LayoutDirection direction)
 {
 	if (text.isEmpty()) {
 		return QStringLiteral(" #caption-text { display: none; }");
 	}
 	return QLatin1String(" #caption-text { display: block; } #caption-text::after { content: \"") %
-	       escapeCssText(text) % QLatin1String("\"; white-space: pre-wrap; }");
+	       escapeCssText(isolateRightToLeftLines(text, direction)) % QLatin1String("\"; white-space: pre-wrap; }");
 }
 
-QString captionCss(const CaptionStyle &style, const QString &text)
+QString captionCss(const CaptionStyle &style, const QString &text, Qt::LayoutDirection direction)
 {
-	return captionStyleRules(style) + captionTextRules(text);
+	return captionStyleRules(style) + captionTextRules(text, direction);
 }

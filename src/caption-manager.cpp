@@ -7,6 +7,7 @@
 #include "plugin-support.h"
 #include "source-name.h"
 
+#include <QLocale>
 #include <QStringBuilder>
 #include <QTimer>
 
@@ -583,5 +584,6 @@ void CaptionManager::updateBrowserSourceFiles(const LanguageCaptionState &state,
 QString CaptionManager::generateCss(const QString &language) const
 {
 	const auto it = states.find(language);
-	return styleRules % captionTextRules(it == states.end() ? QString() : it->second.currentText);
+	return styleRules % captionTextRules(it == states.end() ? QString() : it->second.currentText,
+					     QLocale(language).textDirection());
 }

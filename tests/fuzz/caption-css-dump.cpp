@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Writes what the files of the given folders become as captions, for a browser to read: a JSON array of {"file",
-// "text", "css", "styled"}, where "css" is in the module's own style and "styled" in that of the file.
+// "text", "plain", "css", "rightToLeft", "styled"}, where "text" is what the page gets for the text "plain", "css" is
+// in the module's own style, "rightToLeft" the same for a right-to-left language, and "styled" in the style of the
+// file.
 #include "caption-css.h"
 #include "caption-input.h"
 
@@ -28,10 +30,13 @@ int main(int argc, char **argv)
 						 static_cast<size_t>(bytes.size()));
 			// As OBS gets it: in UTF-8.
 			const auto utf8 = [](const QString &text) { return QString::fromUtf8(text.toUtf8()); };
-			captions.append(QJsonObject{{"file", file.fileName()},
-						    {"text", utf8(input.text)},
-						    {"css", utf8(captionCss(CaptionStyle(), input.text))},
-						    {"styled", utf8(captionCss(input.style, input.text))}});
+			captions.append(QJsonObject{
+				{"file", file.fileName()},
+				{"text", utf8(isolateRightToLeftLines(input.text))},
+				{"plain", utf8(input.text)},
+				{"css", utf8(captionCss(CaptionStyle(), input.text))},
+				{"rightToLeft", utf8(captionCss(CaptionStyle(), input.text, Qt::RightToLeft))},
+				{"styled", utf8(captionCss(input.style, input.text))}});
 		}
 	}
 	std::puts(QJsonDocument(captions).toJson(QJsonDocument::Compact).constData());

@@ -3,8 +3,10 @@
 import json
 import subprocess
 
+import numpy as np
 import pytest
 
+from lab.media import read_picture
 from lab.paths import BUILD, CHECKOUT
 from lab.web_browser import WebBrowser
 
@@ -82,3 +84,43 @@ def test_a_font_family_with_an_odd_quotation_mark_takes_the_text_in(browser, cap
 	# It would have got out without its escapes.
 	for read in browser.evaluate(f"{READ}({json.dumps(caption['styled'].replace(chr(92), ''))})"):
 		assert read["out"] == "1"
+
+
+# A page with a caption's style and text on grey, in the direction that is told.
+SHOW = """((css, direction) => {
+	document.head.innerHTML = document.body.innerHTML = '';
+	document.body.innerHTML = '<div id="caption-text"></div>';
+	const style = document.createElement('style');
+	style.textContent = css + ' html { background: #888; } #caption-text { direction: ' + direction + '; }';
+	document.head.append(style);
+})"""
+
+ARABIC = ["arabic", "arabic-numbers-and-marks", "arabic-after-a-latin-name", "arabic-long"]
+
+
+def shown(browser, path, css, direction="ltr"):
+	browser.evaluate(f"{SHOW}({json.dumps(css)}, {json.dumps(direction)})")
+	browser.picture(path)
+	return read_picture(path)[..., :3].astype(int)
+
+
+@pytest.mark.parametrize("name", ARABIC)
+def test_right_to_left_text_is_in_its_order(browser, captions, artefacts, name):
+	"""As in a page that is laid out from right to left, which the module's is not."""
+	caption = next(each for each in captions if each["file"].endswith(f"/{name}"))
+	drawn = shown(browser, artefacts / "drawn.png", caption["rightToLeft"])
+	# The same text without what the module puts around it, to begin with in the order that is wrong.
+	plain = caption["rightToLeft"].replace("\u2067", "").replace("\u2069", "")
+	wrong = shown(browser, artefacts / "wrong.png", plain)
+	right = shown(browser, artefacts / "right.png", plain, "rtl")
+	assert np.abs(right - wrong).max() > 100, "the text looks the same in either direction"
+	assert np.abs(drawn - right).max() <= 8, "the text is not in the order of a right-to-left page"
+
+
+def test_each_line_has_its_own_direction(browser, captions, artefacts):
+	caption = next(each for each in captions if each["file"].endswith("/arabic-and-latin-lines"))
+	drawn = shown(browser, artefacts / "drawn.png", caption["css"])
+	# The browser's own rule for that: each line goes by its first letter.
+	plain = caption["css"].replace("\u2067", "").replace("\u2069", "")
+	right = shown(browser, artefacts / "right.png", plain + " #caption-text::after { unicode-bidi: plaintext; display: block; }")
+	assert np.abs(drawn - right).max() <= 8, "a line is not in its order"

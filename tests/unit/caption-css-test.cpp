@@ -39,6 +39,8 @@ private Q_SLOTS:
 	void captionIsEscaped();
 	void noCaptionEndsItsStringOrItsRule_data();
 	void noCaptionEndsItsStringOrItsRule();
+	void rightToLeftLinesAreIsolated_data();
+	void rightToLeftLinesAreIsolated();
 };
 
 void CaptionCssTest::defaultStyleIsWrittenWhole()
@@ -195,7 +197,7 @@ void CaptionCssTest::captionIsEscaped_data()
 	QTest::newRow("carriage return") << "a\rb" << "a\\D b";
 	QTest::newRow("form feed") << "a\fb" << "a\\C b";
 	QTest::newRow("NUL") << QString("a") + QChar(u'\0') + "b" << "a\\0 b";
-	QTest::newRow("not Latin") << QString::fromUtf8("שלום 😀 你好") << QString::fromUtf8("שלום 😀 你好");
+	QTest::newRow("not Latin") << QString::fromUtf8("你好 😀 ñ") << QString::fromUtf8("你好 😀 ñ");
 }
 
 void CaptionCssTest::captionIsEscaped()
@@ -228,6 +230,43 @@ void CaptionCssTest::noCaptionEndsItsStringOrItsRule()
 			QVERIFY2(at < escaped.size(), "a backslash is left that would take the closing quote with it");
 			QVERIFY(!QString("\n\r\f").contains(escaped.at(at)));
 		}
+	}
+}
+
+void CaptionCssTest::rightToLeftLinesAreIsolated_data()
+{
+	QTest::addColumn<QString>("text");
+	QTest::addColumn<QString>("expected");
+	QTest::addColumn<QString>("inArabic");
+	// "<" and ">" stand for the isolate's characters.
+	const auto row = [](const char *name, const char *text, const char *expected, const char *inArabic) {
+		const auto isolated = [](const char *marked) {
+			return QString::fromUtf8(marked).replace('<', QChar(0x2067)).replace('>', QChar(0x2069));
+		};
+		QTest::newRow(name) << QString::fromUtf8(text) << isolated(expected) << isolated(inArabic);
+	};
+	row("empty", "", "", "");
+	row("Latin", "Hola, 2026!", "Hola, 2026!", "Hola, 2026!");
+	row("no letter", "2026 (3.5)!", "2026 (3.5)!", "2026 (3.5)!");
+	row("Arabic", "مرحبا بكم.", "<مرحبا بكم.>", "<مرحبا بكم.>");
+	row("behind a number and marks", "«2026» مرحبا", "<«2026» مرحبا>", "<«2026» مرحبا>");
+	row("with a name in it", "مرحبا OBS.", "<مرحبا OBS.>", "<مرحبا OBS.>");
+	row("behind a name", "OBS مرحبا.", "OBS مرحبا.", "<OBS مرحبا.>");
+	row("beyond 16 bits", "x \xF0\x9E\xB8\x80", "x \xF0\x9E\xB8\x80", "<x \xF0\x9E\xB8\x80>");
+	row("each line by itself", "مرحبا\nHola\n\nOBS مرحبا", "<مرحبا>\nHola\n\nOBS مرحبا",
+	    "<مرحبا>\nHola\n\n<OBS مرحبا>");
+}
+
+void CaptionCssTest::rightToLeftLinesAreIsolated()
+{
+	QFETCH(QString, text);
+	QFETCH(QString, expected);
+	QFETCH(QString, inArabic);
+	QCOMPARE(isolateRightToLeftLines(text), expected);
+	QCOMPARE(isolateRightToLeftLines(text, Qt::RightToLeft), inArabic);
+	QCOMPARE(captionTextRules(text, Qt::RightToLeft), captionTextRules(inArabic));
+	if (!text.isEmpty()) {
+		QVERIFY(captionCss({}, text).contains("content: \"" + escapeCssText(expected) + "\";"));
 	}
 }
 
