@@ -82,9 +82,12 @@ template <typename Update> void updateScene(obs_scene_t *scene, Update update)
 std::vector<OBSSourceAutoRelease> allScenes()
 {
 	std::vector<OBSSourceAutoRelease> scenes;
-	obs_enum_scenes(
-		[](void *list, obs_source_t *scene) {
-			static_cast<decltype(scenes) *>(list)->emplace_back(obs_source_get_ref(scene));
+	// obs_enum_scenes() would leave out the scenes of other canvases and those that modules keep to themselves.
+	obs_enum_all_sources(
+		[](void *list, obs_source_t *source) {
+			if (obs_source_is_scene(source) && !obs_source_removed(source)) {
+				static_cast<decltype(scenes) *>(list)->emplace_back(obs_source_get_ref(source));
+			}
 			return true;
 		},
 		&scenes);
@@ -98,7 +101,8 @@ bool isInAScene(obs_source_t *source)
 	for (const OBSSourceAutoRelease &scene : allScenes()) {
 		if (scene && !found) {
 			updateScene(obs_scene_from_source(scene), [&](obs_scene_t *locked) {
-				found = obs_scene_find_source_recursive(locked, name) != nullptr;
+				obs_sceneitem_t *item = obs_scene_find_source_recursive(locked, name);
+				found = item && obs_sceneitem_get_source(item) == source;
 			});
 		}
 	}
@@ -231,13 +235,27 @@ void CaptionManager::setLanguages(const QList<QString> &languages, const QMap<QS
 	}
 
 	for (const QString &language : languages) {
-		LanguageCaptionState *state = findState(language);
-		if (!state) {
+		if (!findState(language)) {
 			addState(language, displayNames.value(language, language));
-		} else if (!hasSource(*state)) {
-			renewSource(*state);
-		} else {
-			placeIfNowhere(*state);
+		}
+	}
+}
+
+void CaptionManager::restoreSources()
+{
+	for (auto &[language, state] : states) {
+		if (!hasSource(state)) {
+			renewSource(state);
+		}
+	}
+}
+
+void CaptionManager::placeMissing()
+{
+	for (auto &[language, state] : states) {
+		const OBSSourceAutoRelease source = state.source.getRef();
+		if (source) {
+			placeLater(QString::fromUtf8(obs_source_get_name(source)), Place::IfMissing);
 		}
 	}
 }
@@ -254,19 +272,7 @@ void CaptionManager::takeUpSource(const QString &name)
 void CaptionManager::renewSource(LanguageCaptionState &state)
 {
 	state.currentText.clear();
-	createSourceForLanguage(state);
-}
-
-void CaptionManager::placeIfNowhere(LanguageCaptionState &state)
-{
-	const OBSSourceAutoRelease source = state.source.getRef();
-	if (!source) {
-		return;
-	}
-	const QString name = QString::fromUtf8(obs_source_get_name(source));
-	if (!awaitingPlace.contains(name) && !isInAScene(source)) {
-		placeLater(name);
-	}
+	createSourceForLanguage(state, Place::IfMissing);
 }
 
 bool CaptionManager::hasSource(const LanguageCaptionState &state)
@@ -283,7 +289,7 @@ void CaptionManager::addState(const QString &language, const QString &displayNam
 	state.sourceName = QStringLiteral("Talvora Captions \u2014 %1").arg(displayName);
 	state.displayTimer = createTimer(language, &CaptionManager::onDisplayTimerTick);
 	state.clearTimer = createTimer(language, &CaptionManager::onClearTimerTick);
-	createSourceForLanguage(state);
+	createSourceForLanguage(state, Place::Always);
 	talvora_log(LOG_INFO, "CaptionManager: added state for '%s'", language.toUtf8().constData());
 }
 
@@ -463,11 +469,11 @@ void CaptionManager::onCaptionCleared(const QString &language)
 
 // The sources
 
-void CaptionManager::createSourceForLanguage(LanguageCaptionState &state)
+void CaptionManager::createSourceForLanguage(LanguageCaptionState &state, Place place)
 {
 	updateBrowserSourceFiles(state, QString());
 	const QByteArray name = state.sourceName.toUtf8();
-	const QByteArray pagePath = getBrowserHtmlPath(state.language).toUtf8();
+	const QByteArray pagePath = state.pagePath.toUtf8();
 	const QByteArray css = generateCss(state.language).toUtf8();
 
 	OBSSourceAutoRelease source = findBrowserSource(name.constData());
@@ -484,17 +490,19 @@ void CaptionManager::createSourceForLanguage(LanguageCaptionState &state)
 		talvora_log(LOG_INFO, "CaptionManager: created source '%s'", name.constData());
 	}
 	state.source.adopt(obs_source_get_ref(source));
-	placeLater(state.sourceName);
+	placeLater(state.sourceName, place);
 }
 
-void CaptionManager::placeLater(const QString &sourceName)
+void CaptionManager::placeLater(const QString &sourceName, Place place)
 {
-	awaitingPlace.insert(sourceName);
-	QTimer::singleShot(kPlacementDelayMs, this, [this, sourceName] {
-		awaitingPlace.remove(sourceName);
+	QTimer::singleShot(kPlacementDelayMs, this, [this, sourceName, place] {
 		const OBSSourceAutoRelease source = obs_get_source_by_name(sourceName.toUtf8().constData());
 		// A removed source can be found by name until the last reference is gone, but not be placed.
-		if (source && !obs_source_removed(source) && !autoPlaceCaptionSource(source)) {
+		if (!source || obs_source_removed(source)) {
+			return;
+		}
+		const bool wanted = place == Place::Always || (!obs_source_showing(source) && !isInAScene(source));
+		if (wanted && !autoPlaceCaptionSource(source)) {
 			unplaced.insert(sourceName);
 		}
 	});
@@ -504,7 +512,7 @@ void CaptionManager::placeUnplaced()
 {
 	const QSet<QString> waiting = std::exchange(unplaced, {});
 	for (const QString &sourceName : waiting) {
-		placeLater(sourceName);
+		placeLater(sourceName, Place::IfMissing);
 	}
 }
 
@@ -543,7 +551,20 @@ void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &t
 		return;
 	}
 	state.currentText = text;
-	updateCss(source, generateCss(state.language).toUtf8());
+	updateObsSettings(state, source);
+}
+
+void CaptionManager::updateObsSettings(LanguageCaptionState &state, obs_source_t *source)
+{
+	// OBS loads the page anew whenever the CSS changes, and somebody may have cleaned the temporary directory.
+	const QString loaded = state.pagePath;
+	updateBrowserSourceFiles(state, state.currentText);
+	const QByteArray css = generateCss(state.language).toUtf8();
+	if (state.pagePath == loaded) {
+		updateCss(source, css);
+	} else {
+		updatePageSettings(source, state.pagePath.toUtf8(), css);
+	}
 }
 
 void CaptionManager::setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
@@ -553,7 +574,7 @@ void CaptionManager::setStyle(const QString &alignment, const QColor &textColor,
 	for (auto &[language, state] : states) {
 		const OBSSourceAutoRelease source = state.source.getRef();
 		if (source) {
-			updateCss(source, generateCss(language).toUtf8());
+			updateObsSettings(state, source);
 		}
 	}
 }
@@ -568,7 +589,8 @@ void CaptionManager::destroySourceForLanguage(LanguageCaptionState &state)
 
 QString CaptionManager::getBrowserHtmlPath(const QString &language) const
 {
-	return captionPagePath(language);
+	const auto it = states.find(language);
+	return it == states.end() ? captionPagePath(language) : it->second.pagePath;
 }
 
 QString CaptionManager::getBrowserDataPath(const QString &language) const
@@ -576,9 +598,9 @@ QString CaptionManager::getBrowserDataPath(const QString &language) const
 	return captionDataPath(language);
 }
 
-void CaptionManager::updateBrowserSourceFiles(const LanguageCaptionState &state, const QString &)
+void CaptionManager::updateBrowserSourceFiles(LanguageCaptionState &state, const QString &)
 {
-	writeCaptionPage(getBrowserHtmlPath(state.language));
+	state.pagePath = provideCaptionPage(state.language);
 }
 
 QString CaptionManager::generateCss(const QString &language) const

@@ -29,12 +29,18 @@ public:
 	~CaptionManager() override;
 
 	/**
-	 * Makes the set of caption languages equal to `languages`: finds or creates a caption source for each new one
-	 * and lets go of those no longer wanted (their sources stay in the scene). A language that is kept gets its
-	 * source back when OBS has removed it meanwhile, and has it placed again when it is in no scene any more.
+	 * Makes the set of caption languages equal to `languages`: finds or creates a caption source for each new one,
+	 * places it, and lets go of those no longer wanted (their sources stay in the scene, blank). A language that is
+	 * kept stays as it is.
 	 * @param displayNames human name by code; a code without one is shown as it is
 	 */
 	void setLanguages(const QList<QString> &languages, const QMap<QString, QString> &displayNames);
+
+	/** Finds or creates again the sources that OBS has removed. One that is in a scene already is not moved. */
+	void restoreSources();
+
+	/** Places the sources that the user, or the removal of a scene, has taken out of every scene. */
+	void placeMissing();
 
 	/** A source of this name has turned up: a caption language that has lost its own of that name goes on with it.
 	 */
@@ -102,24 +108,25 @@ private:
 	void advanceQueue(LanguageCaptionState &state);
 	/** Blanks the caption that is up after this time, unless a timer will take it away anyway. */
 	static void blankUntimedCaption(const LanguageCaptionState &state, int ms);
-	void createSourceForLanguage(LanguageCaptionState &state);
+	/** Which sources are put where new ones go: all, or only those that are in no scene and shown nowhere. */
+	enum class Place { Always, IfMissing };
+
+	void createSourceForLanguage(LanguageCaptionState &state, Place place);
 	void destroySourceForLanguage(LanguageCaptionState &state);
 	/** Finds or creates the source of a language that has lost its own. */
 	void renewSource(LanguageCaptionState &state);
-	/** Places a source that the user, or the removal of a scene, has taken out of every scene. */
-	void placeIfNowhere(LanguageCaptionState &state);
-	void placeLater(const QString &sourceName);
+	void placeLater(const QString &sourceName, Place place);
 	/** False when there is no current scene to place it in. */
 	bool autoPlaceCaptionSource(obs_source_t *source);
 	void updateObsText(LanguageCaptionState &state, const QString &text);
-	void updateBrowserSourceFiles(const LanguageCaptionState &state, const QString &text);
+	/** Sends style and current text, and the page when it is another one than before. */
+	void updateObsSettings(LanguageCaptionState &state, obs_source_t *source);
+	static void updateBrowserSourceFiles(LanguageCaptionState &state, const QString &text);
 
 	/** Guards the states' sources against their `remove` signals, which may come on any thread. */
 	std::mutex sourceLock;
 	/** By language code. */
 	std::map<QString, LanguageCaptionState> states;
-	/** Names of sources that are about to be placed. */
-	QSet<QString> awaitingPlace;
 	/** Names of sources for which there was no scene. */
 	QSet<QString> unplaced;
 	/** Factor of the time calcDisplayMs() gives a text. */

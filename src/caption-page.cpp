@@ -13,6 +13,18 @@ namespace {
 
 constexpr mode_t kOthersMayWrite = S_IWGRP | S_IWOTH;
 
+QString pageName(const QString &language)
+{
+	return QStringLiteral("talvora_caption_ui_%1.html").arg(language);
+}
+
+/** In the user's runtime directory; empty when there is none. */
+QString inOwnDir(const QString &fileName)
+{
+	const QString ownDir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+	return ownDir.isEmpty() ? QString() : QDir(ownDir).filePath(fileName);
+}
+
 QString inTempDir(const QString &fileName)
 {
 	return QDir(QDir::tempPath()).filePath(fileName);
@@ -76,13 +88,18 @@ QString captionPageHtml()
 
 QString captionPagePath(const QString &language)
 {
-	const QString fileName = QStringLiteral("talvora_caption_ui_%1.html").arg(language);
-	QString path = inTempDir(fileName);
-	if (!isTakenByOthers(path)) {
+	const QString path = inTempDir(pageName(language));
+	return isTakenByOthers(path) ? inOwnDir(pageName(language)) : path;
+}
+
+QString provideCaptionPage(const QString &language)
+{
+	// What was free a moment ago may be taken now: only the attempt to write tells.
+	if (const QString path = inTempDir(pageName(language)); writeCaptionPage(path)) {
 		return path;
 	}
-	const QString ownDir = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-	return ownDir.isEmpty() ? QString() : QDir(ownDir).filePath(fileName);
+	const QString ownPath = inOwnDir(pageName(language));
+	return writeCaptionPage(ownPath) ? ownPath : QString();
 }
 
 QString captionDataPath(const QString &language)
@@ -90,18 +107,18 @@ QString captionDataPath(const QString &language)
 	return inTempDir(QStringLiteral("talvora_caption_data_%1.txt").arg(language));
 }
 
-void writeCaptionPage(const QString &path)
+bool writeCaptionPage(const QString &path)
 {
 	// The temporary directory is everybody's: what is there under this name may be a trap.
 	const int descriptor = openOwnFile(path);
 	QFile file;
 	if (descriptor < 0 || !file.open(descriptor, QIODevice::ReadWrite, QFileDevice::AutoCloseHandle)) {
-		return;
+		return false;
 	}
 	const QByteArray html = captionPageHtml().toUtf8();
 	// A browser may be loading the page at this moment, also one of another OBS: a right page is not truncated.
-	if (file.readAll() != html) {
-		file.resize(0);
-		file.write(html);
+	if (file.readAll() == html) {
+		return true;
 	}
+	return file.resize(0) && file.write(html) == html.size() && file.flush();
 }

@@ -16,5 +16,14 @@ QString captionPagePath(const QString &language);
 /** Path of a language's text file in the system's temporary directory; nothing reads or writes it. */
 QString captionDataPath(const QString &language);
 
-/** Writes the page to `path`; a file that cannot be opened, or is not the user's own, is left as it is. */
-void writeCaptionPage(const QString &path);
+/**
+ * Writes the page to `path`; a file that cannot be opened, or is not the user's own, is left as it is.
+ * @return whether the page is there now
+ */
+bool writeCaptionPage(const QString &path);
+
+/**
+ * Sees to it that a language's page is there, in the temporary directory or else in the user's runtime directory.
+ * @return where it is; empty when it could be written to neither
+ */
+QString provideCaptionPage(const QString &language);

@@ -30,6 +30,8 @@ struct LanguageCaptionState {
 	QString displayName;
 	/** Empty when it could not be created and after OBS has removed it. */
 	PublicSource source;
+	/** The page it loads; empty when there is none that could be written. */
+	QString pagePath;
 	/** Its name in OBS. */
 	QString sourceName;
 	/** What is on screen; empty when nothing is. Goes by one of the timers, or stays for the clip that is played.

@@ -251,6 +251,10 @@ void TalvoraPlugin::startSession()
 	// What a session needs may have been removed, or may have appeared, since it was last looked for.
 	restoreDubbedSources();
 	updateCaptionSources();
+	if (captionManager) {
+		captionManager->restoreSources();
+		captionManager->placeMissing();
+	}
 	restoreAudioCapture();
 
 	const bool queued = QMetaObject::invokeMethod(
@@ -426,6 +430,7 @@ void TalvoraPlugin::restoreOutputs()
 	updateDubbedSources();
 	restoreDubbedSources();
 	updateCaptionSources();
+	captionManager->restoreSources();
 	restoreAudioCapture();
 	Q_EMIT audioSourcesChanged();
 }

@@ -5,13 +5,14 @@ import contextlib
 import pytest
 
 from lab.hands import Hands
-from lab.obs import obs_version, scene_collection, wait_until
+from lab.obs import SCENE, obs_version, scene_collection, wait_until
 from sessions import AUTHENTICATED, MICROPHONE, NOT_FOUND, SPANISH_CAPTIONS, SPANISH_DUB
 from streaming import INITIALIZED, NUMBERED, PLACED, SOURCE_GONE, Witness, dub_in_scene, microphone, spanish
 
 pytestmark = pytest.mark.changes_scenes
 
 SECOND, BARE = "Second", "Bare"
+MOVED = (200, 100)
 
 
 @pytest.fixture(params=["without a session", "in a session"])
@@ -47,6 +48,17 @@ def switch(obs, collection):
 	obs.request("SetCurrentSceneCollection", sceneCollectionName=collection, timeout=30)
 
 
+def captions_item(obs):
+	items = obs.request("GetSceneItemList", sceneName=SCENE)["sceneItems"]
+	return next(one for one in items if one["sourceName"] == SPANISH_CAPTIONS)
+
+
+def move_captions(obs):
+	x, y = MOVED
+	obs.request("SetSceneItemTransform", sceneName=SCENE, sceneItemId=captions_item(obs)["sceneItemId"],
+		    sceneItemTransform={"positionX": x, "positionY": y})
+
+
 def assert_outputs_once(obs):
 	"""Both outputs are there, after a moment, and none is there twice."""
 	wait_until(lambda: {SPANISH_CAPTIONS, SPANISH_DUB} <= set(obs.inputs()), 10, "captions and dub are there")
@@ -59,23 +71,29 @@ def test_outputs_come_back_and_capture_waits_for_its_source(stage, tmp_path):
 	# In the bare collection, and in the one that is made.
 	with stage(bare=2) as witness:
 		obs = witness.obs
-		for round_, collection in enumerate([SECOND, "Untitled", SECOND], 2):
+		move_captions(obs)
+		for collection in (SECOND, "Untitled", SECOND):
 			switch(obs, collection)
 			witness.wait_for_everything()
-			obs.wait_for_log(PLACED, count=round_)
+			# Where they have been before they are not placed again.
+			obs.wait_for_log(PLACED, count=2)
 			assert SPANISH_CAPTIONS in obs.scene_items()
 			assert_outputs_once(obs)
+			if collection == "Untitled":
+				place = captions_item(obs)["sceneItemTransform"]
+				assert (place["positionX"], place["positionY"]) == MOVED, "captions that the user has moved are moved back"
 
 		switch(obs, BARE)
-		obs.wait_for_log(PLACED, count=5)
+		obs.wait_for_log(PLACED, count=3)
 		witness.wait_for_captions_alone()
 		obs.create_input(MICROPHONE, "ffmpeg_source", microphone(tmp_path).settings)
 		witness.wait_for_everything()
 		obs.request("CreateSceneCollection", sceneCollectionName="Made", timeout=30)
-		obs.wait_for_log(PLACED, count=6)
+		obs.wait_for_log(PLACED, count=4)
 		assert_outputs_once(obs)
 		switch(obs, BARE)
 		witness.wait_for_everything()
+	assert obs.log.count("CaptionManager: placed") == 4
 
 
 def current(obs):

@@ -90,7 +90,9 @@ def test_removed_ones_are_taken_up_again_and_renamed_ones_go_on(session):
 		obs.create_input(SPANISH_CAPTIONS, "browser_source")
 		obs.create_input(SPANISH_DUB, "talvora_dubbed_source")
 		witness.wait_for_everything()
-		obs.wait_for_log(PLACED, count=2)
+		# The user has put it there.
+		place = item(obs)["sceneItemTransform"]
+		assert (place["positionX"], place["positionY"]) == (0, 0)
 
 		rename(obs)
 		assert_renamed_go_on(witness)
@@ -180,30 +182,29 @@ def test_captions_that_went_with_their_scene_are_back_with_the_next_session(sess
 		witness.join_session(2)
 
 
-def test_missing_captions_are_back_when_languages_or_style_are_changed(session, user_of):
+def test_missing_captions_wait_for_start_when_languages_or_style_are_changed(session, user_of):
 	with session(accessible=True) as witness:
 		obs = witness.obs
 		user = user_of(obs)
-		obs.request("RemoveInput", inputName=SPANISH_DUB)
-		for count, change in enumerate((lambda: user.select("Caption alignment", "Left"), lambda: user.mark("French", "Captions"))):
-			obs.request("RemoveInput", inputName=SPANISH_CAPTIONS)
-			wait_until(lambda: SPANISH_CAPTIONS not in obs.inputs(), 10, "the captions are gone")
-			change()
-			obs.wait_for_log(PLACED, count=2 * count + 2)
-			assert SPANISH_CAPTIONS in obs.scene_items()
-			witness.wait_for_caption()
+		take_out_of_scene(obs)
+		user.select("Caption alignment", "Left")
+		user.mark("French", "Captions")
+		obs.wait_for_log(r"CaptionManager: placed 'Talvora Captions — French'")
+		witness.wait_for_caption()
+		assert SPANISH_CAPTIONS not in obs.scene_items()
 
-			take_out_of_scene(obs)
-			witness.wait_for_caption()
-			assert SPANISH_CAPTIONS not in obs.scene_items()
-			(lambda: user.select("Caption alignment", "Right"), lambda: user.mark("German", "Captions"))[count]()
-			obs.wait_for_log(PLACED, count=2 * count + 3)
-			assert SPANISH_CAPTIONS in obs.scene_items()
-		# For a dub it takes a session's start, or a source of its name.
-		assert SPANISH_DUB not in obs.inputs()
-		obs.create_input(SPANISH_DUB, "talvora_dubbed_source")
-		witness.wait_for_everything()
-		witness.assert_one_session()
+		obs.request("RemoveInput", inputName=SPANISH_CAPTIONS)
+		wait_until(lambda: SPANISH_CAPTIONS not in obs.inputs(), 10, "the captions are gone")
+		user.select("Caption alignment", "Right")
+		user.mark("German", "Captions")
+		obs.wait_for_log(r"CaptionManager: placed 'Talvora Captions — German'")
+		assert SPANISH_CAPTIONS not in obs.inputs()
+
+		begin_anew(obs)
+		obs.wait_for_log(PLACED, count=2)
+		assert SPANISH_CAPTIONS in obs.scene_items()
+		obs.wait_for_log(AUTHENTICATED, count=2)
+		witness.join_session(2)
 
 
 @pytest.mark.changes_scenes

@@ -265,6 +265,10 @@ private Q_SLOTS:
 	void sourceInAGroupStaysThere();
 	void sourceInNoSceneIsPlacedAgain();
 	void renamedSourceInNoSceneIsPlacedAgain();
+	void sourceShownSomewhereElseIsNotPlaced_data();
+	void sourceShownSomewhereElseIsNotPlaced();
+	void languagesAndStylePlaceNothing();
+	void restoredSourceStaysWhereItIs();
 	void sourceThatTurnsUpIsTakenUp();
 	void placementWithoutASceneIsMadeUpForLater();
 	void placementIntoSomethingThatIsNoSceneDoesNothing();
@@ -279,12 +283,13 @@ private Q_SLOTS:
 	void textIsSentAsCssOnly();
 	void textForAMissingSourceIsLogged();
 	void removalOfASourceIsFollowed();
-	void removedSourceIsMadeAgainWithTheNextLanguages();
+	void removedSourceIsMadeAgain();
 	void abandoningRemovesTheSources();
 	void clearingLeavesTheSourcesInTheScene();
 	void destructionLeavesTheSourcesForReattachment();
 
-	void pageIsWrittenOncePerSetUp();
+	void pageThatIsGoneIsWrittenAgain();
+	void pageThatIsTakenMeanwhileIsReplaced();
 	void dataFileIsOnlyAName();
 	void cssCarriesTheTextOfItsLanguage();
 
@@ -1124,9 +1129,10 @@ void CaptionManagerTest::sourceInAGroupStaysThere()
 	QCOMPARE(positionOf(item).y, 6.0f);
 	QVERIFY(log->contains(LOG_INFO, "[talvora-obs] CaptionManager: left '" + spanish + "' in its group"));
 
-	// Nor is it missed when the languages are applied again.
+	// Nor is it missed when a session starts.
 	log->clear();
-	manager->setLanguages({"es"}, names);
+	manager->restoreSources();
+	manager->placeMissing();
 	waitForPlacement();
 	QVERIFY(log->ownLines().isEmpty());
 }
@@ -1134,14 +1140,16 @@ void CaptionManagerTest::sourceInAGroupStaysThere()
 void CaptionManagerTest::sourceInNoSceneIsPlacedAgain()
 {
 	manager->setLanguages({"es"}, names);
-	manager->setLanguages({"es"}, names);
+	manager->restoreSources();
+	manager->placeMissing();
 	waitForPlacement();
 	const QString placed = "[talvora-obs] CaptionManager: placed '" + spanish + "' at bottom-centre (960, 1020)";
 	QCOMPARE(log->ownLines().count(placed), 1);
 
 	obs_sceneitem_remove(itemOf(*scene, spanish));
 	QVERIFY(!itemOf(*scene, spanish));
-	manager->setLanguages({"es"}, names);
+	manager->restoreSources();
+	manager->placeMissing();
 	waitForPlacement();
 	QVERIFY(itemOf(*scene, spanish));
 	QCOMPARE(log->ownLines().count(placed), 2);
@@ -1150,7 +1158,8 @@ void CaptionManagerTest::sourceInNoSceneIsPlacedAgain()
 	const OBSSourceAutoRelease source = find(spanish);
 	obs_scene_add(other, source);
 	obs_sceneitem_remove(itemOf(*scene, spanish));
-	manager->setLanguages({"es"}, names);
+	manager->restoreSources();
+	manager->placeMissing();
 	waitForPlacement();
 	QVERIFY(!itemOf(*scene, spanish));
 }
@@ -1162,9 +1171,79 @@ void CaptionManagerTest::renamedSourceInNoSceneIsPlacedAgain()
 	const OBSSourceAutoRelease source = find(spanish);
 	obs_source_set_name(source, "Mine");
 	obs_sceneitem_remove(itemOf(*scene, "Mine"));
-	manager->setLanguages({"es"}, names);
+	manager->restoreSources();
+	manager->placeMissing();
 	waitForPlacement();
 	QVERIFY(itemOf(*scene, "Mine"));
+}
+
+void CaptionManagerTest::sourceShownSomewhereElseIsNotPlaced_data()
+{
+	QTest::addColumn<bool>("inAScene");
+	QTest::newRow("in a scene of another module") << true;
+	QTest::newRow("in no scene, but seen") << false;
+}
+
+void CaptionManagerTest::sourceShownSomewhereElseIsNotPlaced()
+{
+	QFETCH(bool, inAScene);
+	makeSpanish();
+	waitForPlacement();
+	obs_sceneitem_remove(itemOf(*scene, spanish));
+	const OBSSourceAutoRelease source = find(spanish);
+	// Like a canvas of OBS 32, such a scene is not among those of obs_enum_scenes().
+	const OBSSceneAutoRelease vertical = obs_scene_create_private("Vertical");
+	if (inAScene) {
+		obs_scene_add(vertical, source);
+	} else {
+		obs_source_inc_showing(source);
+	}
+	manager->placeMissing();
+	waitForPlacement();
+	QVERIFY(!itemOf(*scene, spanish));
+
+	if (inAScene) {
+		obs_sceneitem_remove(itemOf(vertical, spanish));
+	} else {
+		obs_source_dec_showing(source);
+	}
+	manager->placeMissing();
+	waitForPlacement();
+	QVERIFY(itemOf(*scene, spanish));
+}
+
+void CaptionManagerTest::languagesAndStylePlaceNothing()
+{
+	makeSpanish();
+	waitForPlacement();
+	obs_sceneitem_remove(itemOf(*scene, spanish));
+	manager->setLanguages({"es", "de"}, names);
+	manager->setStyle("left", Qt::red, Qt::black, 10, QFont());
+	waitForPlacement();
+	QVERIFY(!itemOf(*scene, spanish));
+	QVERIFY(itemOf(*scene, QString::fromUtf8("Talvora Captions — German")));
+}
+
+void CaptionManagerTest::restoredSourceStaysWhereItIs()
+{
+	makeSpanish();
+	waitForPlacement();
+	{
+		const OBSSourceAutoRelease first = find(spanish);
+		obs_sceneitem_remove(itemOf(*scene, spanish));
+		obs_source_remove(first);
+	}
+	QVERIFY(QTest::qWaitFor([this] { return !find(spanish); }));
+	// As in a collection in which the captions have been before.
+	const OBSSourceAutoRelease second = create("browser_source", spanish);
+	obs_sceneitem_t *item = obs_scene_add(*scene, second);
+	const vec2 place = {{{5.0f, 6.0f}}};
+	obs_sceneitem_set_pos(item, &place);
+	manager->restoreSources();
+	QCOMPARE(state().source.get(), second.Get());
+	waitForPlacement();
+	QCOMPARE(positionOf(item).x, 5.0f);
+	QCOMPARE(positionOf(item).y, 6.0f);
 }
 
 void CaptionManagerTest::sourceThatTurnsUpIsTakenUp()
@@ -1362,7 +1441,7 @@ void CaptionManagerTest::removalOfASourceIsFollowed()
 	QCOMPARE(state().sourceName, spanish);
 }
 
-void CaptionManagerTest::removedSourceIsMadeAgainWithTheNextLanguages()
+void CaptionManagerTest::removedSourceIsMadeAgain()
 {
 	makeSpanish();
 	manager->onCaption("es", "Hola", 0, 0, false);
@@ -1373,8 +1452,12 @@ void CaptionManagerTest::removedSourceIsMadeAgainWithTheNextLanguages()
 	QVERIFY(!state().source.get());
 	// OBS's own threads may hold it for moments.
 	QVERIFY(QTest::qWaitFor([this] { return !find(spanish); }));
-	log->clear();
 	manager->setLanguages({"es"}, names);
+	manager->setStyle("left", Qt::red, Qt::black, 10, QFont());
+	QVERIFY2(!state().source.get(), "it takes a session's start");
+	manager->setStyle("center", Qt::white, Qt::transparent, 100, CaptionStyle().font);
+	log->clear();
+	manager->restoreSources();
 	QVERIFY(state().source.get());
 	QCOMPARE(log->ownLines(), QStringList({"[talvora-obs] CaptionManager: created source '" + spanish + "'"}));
 	QCOMPARE(state().currentText, "");
@@ -1442,19 +1525,40 @@ void CaptionManagerTest::destructionLeavesTheSourcesForReattachment()
 
 // The page
 
-void CaptionManagerTest::pageIsWrittenOncePerSetUp()
+void CaptionManagerTest::pageThatIsGoneIsWrittenAgain()
 {
 	const QString path = manager->getBrowserHtmlPath("es");
 	QCOMPARE(path, temporary->filePath("talvora_caption_ui_es.html"));
 	QFile::remove(path);
 	manager->setLanguages({"es"}, names);
+	QVERIFY(QFile::exists(path));
+	// OBS loads it with every change of the CSS.
 	QVERIFY(QFile::remove(path));
 	manager->onCaption("es", "Hola", 0, 0, false);
+	QVERIFY(QFile::remove(path));
 	manager->setStyle("left", Qt::red, Qt::black, 10, QFont());
-	QVERIFY2(!QFile::exists(path), "the page was written again");
-	manager->setLanguages({}, names);
-	manager->setLanguages({"es"}, names);
 	QVERIFY(QFile::exists(path));
+}
+
+void CaptionManagerTest::pageThatIsTakenMeanwhileIsReplaced()
+{
+	const QTemporaryDir runtime;
+	qputenv("XDG_RUNTIME_DIR", runtime.path().toUtf8());
+	const QString path = temporary->filePath("talvora_caption_ui_es.html");
+	const QString ownPath = runtime.filePath("talvora_caption_ui_es.html");
+	manager->setLanguages({"es"}, names);
+	QCOMPARE(manager->getBrowserHtmlPath("es"), path);
+	// As another user would after the temporary directory has been cleaned.
+	QVERIFY(QFile::remove(path));
+	QVERIFY(QFile::link("/nowhere", path));
+	manager->onCaption("es", "Hola", 0, 0, false);
+	const OBSDataAutoRelease settings = settingsOf(spanish);
+	QCOMPARE(QString::fromUtf8(obs_data_get_string(settings, "local_file")), ownPath);
+	QCOMPARE(manager->getBrowserHtmlPath("es"), ownPath);
+	QVERIFY(QFile::exists(ownPath));
+	QCOMPARE(cssOf(spanish), shown("Hola"));
+	QVERIFY(QFile::remove(path));
+	qunsetenv("XDG_RUNTIME_DIR");
 }
 
 void CaptionManagerTest::dataFileIsOnlyAName()

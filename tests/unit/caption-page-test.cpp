@@ -88,6 +88,7 @@ private Q_SLOTS:
 	void newPageIsReadableByAllAndWritableByOne();
 	void pageIsWrittenWithStandardInputClosed();
 	void withoutARuntimeDirectoryATakenNameIsNotUsed();
+	void pageIsWhereItCouldBeWritten();
 
 private:
 	QTemporaryDir directory;
@@ -217,7 +218,7 @@ void CaptionPageTest::plantedLinkIsNotFollowed()
 	QCOMPARE(QFileInfo::exists(precious), !dangling);
 	QCOMPARE(contents(precious), dangling ? "" : "mine");
 	QCOMPARE(captionPagePath("es"), machine.ownPage());
-	writeCaptionPage(captionPagePath("es"));
+	QCOMPARE(provideCaptionPage("es"), machine.ownPage());
 	QCOMPARE(contents(machine.ownPage()), page);
 }
 
@@ -322,6 +323,21 @@ void CaptionPageTest::pageIsWrittenWithStandardInputClosed()
 	}
 	QVERIFY(closedAgain);
 	QCOMPARE(contents(path), page);
+}
+
+void CaptionPageTest::pageIsWhereItCouldBeWritten()
+{
+	const SharedMachine machine;
+	QCOMPARE(provideCaptionPage("es"), machine.page());
+	QCOMPARE(contents(machine.page()), page);
+	// The name is taken by the time the page is written again.
+	QVERIFY(QFile::remove(machine.page()));
+	QVERIFY(QDir().mkdir(machine.page()));
+	QCOMPARE(provideCaptionPage("es"), machine.ownPage());
+	QCOMPARE(contents(machine.ownPage()), page);
+	QVERIFY(QFile::remove(machine.ownPage()));
+	QVERIFY(QDir().mkdir(machine.ownPage()));
+	QCOMPARE(provideCaptionPage("es"), QString());
 }
 
 QTEST_GUILESS_MAIN(CaptionPageTest)
