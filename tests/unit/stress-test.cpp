@@ -159,7 +159,11 @@ void StressTest::everythingChangesWhileAudioFlows()
 			[&] { plugin->onTtsAudioReady(code(), chance.bounded(3), QByteArray(9600, 'x'), 24000); },
 			[&] { plugin->onTtsAudioReady(code(), chance.bounded(3), QByteArray(), 24000); },
 			[&] { plugin->onCaptionUpdated(code(), u"Hola"_s, 1.0, 1); },
-			[&] { plugin->onWsStateChanged(flag() ? WsState::Disconnected : WsState::Reconnecting); },
+			[&] {
+				// Speech counts again in the next session only.
+				plugin->onWsStateChanged(flag() ? WsState::Disconnected : WsState::Reconnecting);
+				plugin->onWsStateChanged(WsState::Authenticated);
+			},
 			[&] {
 				// As a user who deletes a dub; the next start of a session brings it back.
 				const OBSSourceAutoRelease dub = obs_get_source_by_name("Talvora Dub — Spanish");
