@@ -938,7 +938,11 @@ void DubbedSourceTest::clipThatHasStartedIsToldWhenItIsDropped()
 	dub->speak(1, 48000, 100);
 	dub->play(10);
 	drop(dub);
-	QCOMPARE(lost, told ? (std::vector<Event>{{'l', "es", 1}}) : std::vector<Event>());
+	std::vector<Event> expected;
+	if (told) {
+		expected.push_back({'l', "es", 1});
+	}
+	QCOMPARE(lost, expected);
 }
 
 void DubbedSourceTest::timeSinceHeardIsThatOfTheStartedClip()
