@@ -60,6 +60,9 @@ def test_caption_goes_with_its_session(speaking, end):
 			# The connection is still there, and brings another.
 			wait_until(lambda: len(service.events("script_step")) == len(SPEAKING) + 4, 10, "the service has sent the late caption")
 			obs.wait_for_log("Talvora: session ended")
+		else:
+			# Otherwise it would come when OBS, which ends, has no source for it any more.
+			wait_until(lambda: shows(obs, "UNO"), 20, "the next session's caption is shown")
 	assert '"TARDE"' not in obs.log, "a caption is shown after the session has ended"
 
 
