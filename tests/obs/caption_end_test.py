@@ -5,7 +5,7 @@ import pytest
 
 from lab.hands import Hands
 from lab.obs import wait_until
-from sessions import AUTHENTICATED, LET_IN, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB
+from sessions import AUTHENTICATED, GONE, LET_IN, MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB, broken_off
 from streaming import dub_in_scene, microphone, spanish
 
 # Two seconds in which nothing is heard of a clip, 1.5 s as after the end of any, and a moment to look.
@@ -49,7 +49,8 @@ def assert_goes(obs, seconds=GONE_SECONDS):
 
 @pytest.mark.parametrize("end", [SESSION_ENDED, {"drop": True}], ids=["session ended", "connection lost"])
 def test_caption_goes_with_its_session(speaking, end):
-	service, obs = speaking({"after_ms": 2000}, end, {"after_ms": 500}, caption("TARDE", 4))
+	lost = broken_off(GONE, range(1, 3)) if "drop" in end else None
+	service, obs = speaking({"after_ms": 2000}, end, {"after_ms": 500}, caption("TARDE", 4), complaints=lost)
 	with service, obs:
 		wait_until(lambda: shows(obs, "DOS"), 30, "the clip brings its caption up")
 		obs.wait_for_log(r"\[talvora-obs\] Talvora: WS state → [04]$")
