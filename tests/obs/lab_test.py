@@ -3,12 +3,13 @@
 import struct
 import time
 import wave
+from collections import Counter
 
 import numpy as np
 import pytest
 
 from exact_audio import SECOND, FileFollower
-from lab import own_faults
+from lab import complaints, own_faults
 from lab.audio_tap import LAST, AudioTap
 from lab.media import read_picture, read_track
 from lab.obs import media_file
@@ -107,3 +108,11 @@ def test_lost_memory_is_obs_s_fault_when_the_module_holds_nothing(monkeypatch, h
 	monkeypatch.setattr(own_faults, "obs_version", lambda: (32, 2, 2))
 	log = f"[reference-count] of 9 references the module holds: {held}\n17:00:00.000: Number of memory leaks: {leaks}\n"
 	assert bool(own_faults.lost_memory(log)) == (whose == "OBS")
+
+
+@pytest.mark.parametrize("late", ["Microphone", "Talvora Dub — Spanish"])
+def test_obs_may_wait_for_long_for_any_source_but_a_dub(late):
+	console = (f"info: adding 21 milliseconds of audio buffering, total audio buffering is now 960 milliseconds (source: {late})\n"
+		   "warning: Max audio buffering reached!\n")
+	found = complaints.faults(console, Counter(), {}, [])
+	assert found == ([] if late == "Microphone" else ["Max audio buffering reached!"])
