@@ -13,6 +13,8 @@ from streaming import level
 class TakenAway:
 	"""The module's files are deleted by hand; the next run puts them back."""
 
+	complaints = {}
+
 	@staticmethod
 	def switch_off(home):
 		shutil.rmtree(home / ".config" / "obs-studio" / "plugins" / PLUGIN)
@@ -25,6 +27,8 @@ class TakenAway:
 
 class Disabled:
 	"""As the plug-in manager of OBS 32 does it, but by hand: in its file about each module it has ever loaded."""
+
+	complaints = {f"Skipping module '{PLUGIN}', is disabled": 1}
 
 	@classmethod
 	def switch_off(cls, home):
@@ -61,7 +65,7 @@ def test_module_that_was_off_finds_everything_again(make_obs, make_service, tmp_
 
 		options = way.switch_off(home)
 		# What keeps a source whose kind is missing.
-		missing = {"Source ID 'talvora_dubbed_source' not found": 1}
+		missing = {"Source ID 'talvora_dubbed_source' not found": 1, **way.complaints}
 		with make_obs(home=home, complaints=missing, **options) as obs:
 			assert sorted(obs.scene_items()) == [MICROPHONE, SPANISH_CAPTIONS, SPANISH_DUB]
 			wait_until(lambda: level(obs, MICROPHONE) > 0, 10, "the microphone is heard")
