@@ -246,7 +246,8 @@ void PluginDock::abandonEmailSignIn()
 {
 	const auto attempts = findChildren<QNetworkAccessManager *>(Qt::FindDirectChildrenOnly);
 	for (QNetworkAccessManager *network : attempts) {
-		for (QNetworkReply *reply : network->findChildren<QNetworkReply *>()) {
+		const auto replies = network->findChildren<QNetworkReply *>();
+		for (QNetworkReply *reply : replies) {
 			reply->disconnect(this);
 			reply->abort();
 		}
