@@ -70,7 +70,8 @@ if SUITE == OLDEST:
 	@pytest.mark.other_build
 	def test_build_for_the_newest_obs_is_refused_by_the_oldest_which_says_why(make_obs):
 		version = version_of_qt(build_of(NEWEST))
-		complaints = {rf"os_dlopen\(.*{PLUGIN}\.so\): .*not found": 1, rf"Module '.*/{PLUGIN}\.so' not loaded": 1}
+		# OBS 30 opens a module once to look at it and once to load it.
+		complaints = {rf"os_dlopen\(.*{PLUGIN}\.so\): .*not found": 2, rf"Module '.*/{PLUGIN}\.so' not loaded": 1}
 		with make_obs(build=build_of(NEWEST), browser=False, complaints=complaints) as obs:
 			obs.request("GetVersion")
 		assert not own_lines(obs.log), "OBS has loaded a module that was made for a newer one"
