@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "audio-filter.h"
-#include "dubbed-source.h"
+#include "audio/audio-filter.h"
+#include "audio/dubbed-source.h"
+#include "core/talvora-plugin.h"
 #include "plugin-support.h"
-#include "talvora-plugin.h"
 
 #include <QSslConfiguration>
 

@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "accounts.h"
-#include "apertium-translator.h"
-#include "espeak-synthesiser.h"
+#include "engines/apertium-translator.h"
+#include "engines/espeak-synthesiser.h"
+#include "engines/pocketsphinx-recogniser.h"
 #include "options.h"
-#include "pocketsphinx-recogniser.h"
 #include "server.h"
-#include "sign-in.h"
+#include "sign-in/accounts.h"
+#include "sign-in/sign-in.h"
+#include "sign-in/token-store.h"
 #include "termination.h"
 #include "tls.h"
-#include "token-store.h"
 
 #include <QCoreApplication>
 #include <QFile>

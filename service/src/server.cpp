@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "server.h"
 
-#include "scripted-session.h"
+#include "session/scripted-session.h"
 
 #include <QHostAddress>
 

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
-#include "connection.h"
-#include "engine-room.h"
-#include "event-log.h"
-#include "live-session.h"
-#include "recorder.h"
-#include "script.h"
+#include "base/event-log.h"
+#include "engines/engine-room.h"
+#include "session/connection.h"
+#include "session/live-session.h"
+#include "session/recorder.h"
+#include "session/script.h"
 
 #include <QList>
 #include <QObject>

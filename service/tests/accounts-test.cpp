@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "accounts.h"
+#include "sign-in/accounts.h"
 
-#include "token-store.h"
+#include "sign-in/token-store.h"
 
 #include <QFile>
 #include <QRegularExpression>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "audio-queue.h"
+#include "engines/audio-queue.h"
 
 #include <QTest>
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "dub-sender.h"
+#include "session/dub-sender.h"
 
 #include <QElapsedTimer>
 #include <QTest>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "engine-room.h"
+#include "engines/engine-room.h"
 
 #include <QSemaphore>
 #include <QTest>

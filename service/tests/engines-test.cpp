@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "apertium-translator.h"
-#include "clock.h"
-#include "espeak-synthesiser.h"
-#include "languages.h"
-#include "pocketsphinx-recogniser.h"
+#include "base/clock.h"
+#include "base/languages.h"
+#include "engines/apertium-translator.h"
+#include "engines/espeak-synthesiser.h"
+#include "engines/pocketsphinx-recogniser.h"
 #include "recordings.h"
 
 #include <QDir>

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "http-reader.h"
+#include "sign-in/http-reader.h"
 
 #include <QTest>
 

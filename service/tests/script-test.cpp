@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "script.h"
+#include "session/script.h"
 
 #include <QTemporaryDir>
 #include <QTest>

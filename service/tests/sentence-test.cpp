@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "sentence.h"
+#include "base/sentence.h"
 
 #include <QTest>
 

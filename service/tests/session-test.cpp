@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "base/clock.h"
 #include "certificate.h"
-#include "clock.h"
 #include "server.h"
 #include "test-client.h"
 #include "tls.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "certificate.h"
-#include "sign-in.h"
+#include "sign-in/sign-in.h"
 #include "tls.h"
 
 #include <QJsonDocument>

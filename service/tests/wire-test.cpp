@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "wire.h"
+#include "session/wire.h"
 
 #include <QElapsedTimer>
 #include <QJsonDocument>

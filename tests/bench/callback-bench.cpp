@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // The whole capture callback through libobs, chunk by chunk at the pace of real time, with all languages speaking;
 // beside it as many sources, each with OBS's own gain filter.
-#include "language-catalogue.h"
-#include "talvora-plugin.h"
+#include "core/talvora-plugin.h"
+#include "settings/language-catalogue.h"
 
 #include "obs-session.h"
 #include "test-audio-source.h"

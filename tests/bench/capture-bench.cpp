@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // One chunk of captured stereo audio on its way to the service: downmix, decimate, quantise, enqueue.
-#include "audio-ring.h"
-#include "capture-converter.h"
+#include "audio/capture-converter.h"
+#include "client/audio-ring.h"
 
 #include "timing.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // One language speaking: take speech, ramp, mix, clamp, for chunks of 1024 frames. What OBS does with the result is not
 // in it.
-#include "dubbed-source.h"
+#include "audio/dubbed-source.h"
 
 #include "audio-output.h"
 #include "obs-session.h"

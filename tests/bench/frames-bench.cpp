@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Binary frames of random PCM, cut at the tags of the open clips.
-#include "language-catalogue.h"
-#include "tts-assembler.h"
+#include "client/tts-assembler.h"
+#include "settings/language-catalogue.h"
 
 #include "timing.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // A "caption" message from its text to the queued caption and the CSS that shows it.
-#include "caption-manager.h"
-#include "ws-client.h"
+#include "captions/caption-manager.h"
+#include "client/ws-client.h"
 
 #include "obs-session.h"
 #include "timing.h"

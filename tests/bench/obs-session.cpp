@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "obs-session.h"
 
-#include "dubbed-source.h"
+#include "audio/dubbed-source.h"
 
 #include "obs-fixture.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Samples from one thread to another: 341 at a time in, 160 at a time out.
-#include "audio-ring.h"
+#include "client/audio-ring.h"
 
 #include "timing.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Ten seconds of speech brought from 24 kHz to the output rate, in pieces of a tenth of a second.
-#include "speech-queue.h"
+#include "audio/speech-queue.h"
 
 #include "timing.h"
 

@@ -2,7 +2,7 @@
 // Binary frames of speech. The first byte says which clips are open, the second where the rest is cut into two frames.
 #include "fuzz.h"
 
-#include "tts-assembler.h"
+#include "client/tts-assembler.h"
 
 #include <array>
 #include <utility>

@@ -3,8 +3,8 @@
 // "text", "plain", "css", "rightToLeft", "styled"}, where "text" is what the page gets for the text "plain", "css" is
 // in the module's own style, "rightToLeft" the same for a right-to-left language, and "styled" in the style of the
 // file.
-#include "caption-css.h"
 #include "caption-input.h"
+#include "captions/caption-css.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Caption text to CSS: whatever the text, it stays the value of one string in one rule, and adds nothing else.
-#include "caption-css.h"
+#include "captions/caption-css.h"
 
 #include "caption-input.h"
 #include "css-reader.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "caption-style.h"
+#include "captions/caption-style.h"
 #include "fuzz.h"
 
 /** A caption out of arbitrary bytes: a byte of flags, a line with the font's family, one with the alignment, a text. */

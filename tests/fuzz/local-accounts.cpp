@@ -2,7 +2,7 @@
 // Accounts files of the local service: what is read can be used, written, and read again.
 #include "fuzz.h"
 
-#include "accounts.h"
+#include "sign-in/accounts.h"
 
 #include <QFile>
 #include <QTemporaryDir>

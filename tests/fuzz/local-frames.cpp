@@ -3,9 +3,9 @@
 // The first byte chooses the language, the second the length of a frame.
 #include "fuzz.h"
 
-#include "languages.h"
-#include "tts-assembler.h"
-#include "wire.h"
+#include "base/languages.h"
+#include "client/tts-assembler.h"
+#include "session/wire.h"
 
 int LLVMFuzzerInitialize(int *, char ***)
 {

@@ -2,7 +2,7 @@
 // Script files of the local service.
 #include "fuzz.h"
 
-#include "script.h"
+#include "session/script.h"
 
 namespace {
 

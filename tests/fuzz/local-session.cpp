@@ -3,9 +3,9 @@
 // first byte chooses a live or a scripted session. Engines are stand-ins that answer at once.
 #include "fuzz.h"
 
-#include "clock.h"
-#include "live-session.h"
-#include "scripted-session.h"
+#include "base/clock.h"
+#include "session/live-session.h"
+#include "session/scripted-session.h"
 
 #include <QCoreApplication>
 #include <QWebSocket>

@@ -2,8 +2,8 @@
 // Requests to the local service's sign-in, from the bytes to the answer. The first byte says in pieces of which size.
 #include "fuzz.h"
 
-#include "http-reader.h"
-#include "sign-in.h"
+#include "sign-in/http-reader.h"
+#include "sign-in/sign-in.h"
 
 #include <QCoreApplication>
 #include <QJsonDocument>

@@ -2,8 +2,8 @@
 // What comes in at the sign-in's loopback listener. The first byte says in pieces of which size.
 #include "fuzz.h"
 
-#include "http-request-head.h"
-#include "sign-in-page.h"
+#include "sign-in/http-request-head.h"
+#include "sign-in/sign-in-page.h"
 
 #include <algorithm>
 

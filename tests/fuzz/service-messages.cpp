@@ -3,8 +3,8 @@
 // through one client, so that frames find clips that messages opened.
 #include "fuzz.h"
 
-#include "service-messages.h"
-#include "ws-client.h"
+#include "client/service-messages.h"
+#include "client/ws-client.h"
 
 #include <util/base.h>
 

@@ -2,7 +2,7 @@
 // The settings file: whatever is in it, what is read can be written and reads the same again.
 #include "fuzz.h"
 
-#include "settings.h"
+#include "settings/settings.h"
 
 #include <QGuiApplication>
 #include <QJsonDocument>

@@ -156,11 +156,11 @@ def left_out(name, text):
 
 def all_mutants(root):
     mutants = []
-    for path in sorted(Path(root, "src").glob("*")):
+    for path in sorted(Path(root, "src").rglob("*")):
         if path.suffix not in (".cpp", ".h"):
             continue
         text = path.read_text()
-        name = f"src/{path.name}"
+        name = str(path.relative_to(root))
         found = [*token_mutants(name, text), *order_mutants(name, text), *left_out(name, text)]
         mutants += sorted(found, key=lambda mutant: (mutant.line, mutant.kind))
     return mutants

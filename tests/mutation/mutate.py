@@ -268,6 +268,8 @@ class Switchboard:
         self.runner = Runner(self.tree, display, {})
         self.texts = {f"src/mutation-{name}": (CHECKOUT / "tests/mutation" / name).read_text().replace('"switch.h"', '"mutation-switch.h"')
                       for name in ("switch.h", "switch.cpp")}
+        self.texts["src/CMakeLists.txt"] = ((CHECKOUT / "src/CMakeLists.txt").read_text() +
+                                            "target_sources(talvora-core PRIVATE mutation-switch.cpp)\n")
         self.functions = defaultdict(lambda: defaultdict(set))
         self.reach = defaultdict(int)
 
@@ -283,7 +285,7 @@ class Switchboard:
             said = self.tree.make(LIBRARY) or self.tree.make(*self.tree.tests)
             if not said:
                 break
-            found = set(re.findall(r"(src/[\w.-]+):(\d+):\d+: (?:fatal )?(?:error|note):", said))
+            found = set(re.findall(r"(src/[\w./-]+):(\d+):\d+: (?:fatal )?(?:error|note):", said))
             bad = [(name, unit) for name, line in found if name in made for unit in made[name][1].get(int(line), [])]
             bad = [entry for entry in bad if entry[1].kind != "left out"] or bad
             if not bad:
@@ -454,7 +456,7 @@ def main():
     parser.add_argument("count", nargs="?", type=int, help="how many mutants (all that are wanted, unless given)")
     parser.add_argument("--seed", type=int, default=1, help="which of them (default 1)")
     parser.add_argument("--jobs", type=int, default=2, help="how many at the same time (default 2)")
-    parser.add_argument("--file", help="only those of this file, for example src/settings.cpp")
+    parser.add_argument("--file", help="only those of this file, for example src/settings/settings.cpp")
     parser.add_argument("--kinds", type=kinds, help=f"only these, for example text,number; there are {', '.join(KINDS)}")
     parser.add_argument("--changed", metavar="REV", help="only those on lines that are new since this revision")
     parser.add_argument("--minutes", type=float, help="begin no further one so many minutes after the first")
@@ -470,7 +472,7 @@ def main():
     if not wanted:
         print("No mutants to try.")
         return
-    sources = {f"src/{path.name}": path.read_text() for path in sorted(CHECKOUT.glob("src/*")) if path.suffix in (".cpp", ".h")}
+    sources = {str(path.relative_to(CHECKOUT)): path.read_text() for path in sorted(CHECKOUT.glob("src/**/*")) if path.suffix in (".cpp", ".h")}
     state = State(options.state, sources)
     todo = [mutant for mutant in wanted if options.again or state.verdict(mutant) is None]
     started = time.monotonic()

@@ -70,7 +70,7 @@ class Language:
 
 
 def every_language():
-	text = (CHECKOUT / "src" / "language-catalogue.cpp").read_text(encoding="utf-8")
+	text = (CHECKOUT / "src" / "settings" / "language-catalogue.cpp").read_text(encoding="utf-8")
 	found = re.findall(r'\{QStringLiteral\("(\w+)"\), QStringLiteral\("(\w+)"\)\}', text)
 	return [Language(code, name, 8192 + 64 * number) for number, (code, name) in enumerate(sorted(found))]
 

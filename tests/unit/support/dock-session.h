@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "dubbed-source.h"
+#include "audio/dubbed-source.h"
 #include "frontend-stub.h"
 #include "log-capture.h"
 #include "obs-fixture.h"

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "speech-queue.h"
+#include "audio/speech-queue.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
+#include "client/ws-client.h"
 #include "loopback-service.h"
-#include "ws-client.h"
 
 #include <QJsonArray>
 #include <QJsonObject>

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "engines/apertium-pipe.h"
+#include "engines/engines.h"
+
+#include <map>
+#include <memory>
+
+/// Rule-based translation with Apertium: English to Spanish, and on from there to Portuguese, French and Italian.
+class ApertiumTranslator : public Translator {
+public:
+	[[nodiscard]] bool canTranslate(const QString &language) const override;
+	void prepare(const QString &language) override;
+	std::optional<QString> translate(const QString &sentence, const QString &language) override;
+
+private:
+	ApertiumPipe &pipe(const QString &mode);
+	std::optional<QString> toSpanish(const QString &sentence);
+
+	std::map<QString, std::unique_ptr<ApertiumPipe>> m_pipes; ///< by mode
+	// Several languages of one sentence share the hop to Spanish.
+	QString m_lastSentence;
+	QString m_lastSpanish;
+};

@@ -1,0 +1,30 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "engines/engines.h"
+#include "engines/sphinx-decoder.h"
+
+#include <vector>
+
+/// English speech recognition with PocketSphinx: cuts the stream into utterances at pauses (and after 15 s).
+class PocketSphinxRecogniser : public Recogniser {
+public:
+	/// Loads the models; null when they are not installed.
+	static std::unique_ptr<Recogniser> create();
+
+	explicit PocketSphinxRecogniser(std::unique_ptr<SphinxDecoder> decoder);
+	void process(std::span<const int16_t> samples, RecogniserListener &listener) override;
+
+private:
+	void processPiece(RecogniserListener &listener);
+	void startUtterance(RecogniserListener &listener);
+	void reportPartial(RecogniserListener &listener);
+	void endUtterance(double silenceSec, RecogniserListener &listener);
+
+	std::unique_ptr<SphinxDecoder> m_decoder;
+	std::vector<int16_t> m_piece; ///< filled up to pieceSamples(), then fed
+	bool m_speaking = false;
+	std::size_t m_utteranceSamples = 0;
+	std::size_t m_nextPartialAt = 0;
+	QString m_lastPartial;
+};

@@ -1,9 +1,0 @@
-// SPDX-License-Identifier: GPL-2.0-or-later
-#include "browser-source.h"
-
-#include <obs.h>
-
-bool hasBrowserSource()
-{
-	return obs_source_get_display_name(kBrowserSourceId) != nullptr;
-}

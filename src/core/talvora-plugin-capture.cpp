@@ -1,0 +1,181 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+// The source whose audio is translated: on the user-interface thread its choice, on OBS's audio thread its chunks.
+#include "core/talvora-plugin.h"
+
+#include "client/ws-client.h"
+#include "obs/browser-source.h"
+#include "plugin-support.h"
+
+#include <obs.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <mutex>
+#include <shared_mutex>
+#include <utility>
+
+namespace {
+
+constexpr uint32_t kExpectedSampleRate = 48000;
+
+bool isCapturable(const obs_source_t *source)
+{
+	const char *id = obs_source_get_id(source);
+	// A browser source announces audio that capture callbacks do not get. A dub may come into use at any time.
+	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, kBrowserSourceId) != 0 &&
+	       strcmp(id, dubbed_source_info()->id) != 0;
+}
+
+} // namespace
+
+void TalvoraPlugin::setAudioSource(const QString &name)
+{
+	if (name == settings.audioSource) {
+		return;
+	}
+	settings.audioSource = name;
+	saveConfig();
+	attachAudioCapture();
+}
+
+void TalvoraPlugin::attachAudioCapture()
+{
+	detachAudioCapture();
+	if (settings.audioSource.isEmpty()) {
+		return;
+	}
+
+	const QByteArray name = settings.audioSource.toUtf8();
+	const OBSSourceAutoRelease source = obs_get_source_by_name(name);
+	if (!source || obs_source_removed(source)) {
+		talvora_log(LOG_WARNING, "Talvora: audio source '%s' not found", name.constData());
+		return;
+	}
+	bool ownOutput;
+	{
+		const std::shared_lock guard(dubbedMutex);
+		ownOutput = isOwnOutput(source);
+	}
+	// A dub outputs from within the capture callback, so that capturing one would wait for itself.
+	if (ownOutput || !isCapturable(source)) {
+		talvora_log(LOG_WARNING, "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
+			    name.constData(), obs_source_get_id(source));
+		return;
+	}
+
+	{
+		// A source that is just being destroyed may still be inside the callback; OBS can no longer be asked to
+		// take the callback off it. Behind this lock it is done.
+		const std::unique_lock guard(dubbedMutex);
+		captureConverter.reset();
+		captureSampleRate = kExpectedSampleRate;
+		captureChannels = 2;
+		obs_audio_info info;
+		if (obs_get_audio_info(&info)) {
+			captureSampleRate = info.samples_per_sec;
+		}
+		capturedSource = source;
+	}
+	obs_source_add_audio_capture_callback(source, audioCaptureCallback, this);
+	audioSourceRef = obs_source_get_weak_source(source);
+	attachedName = name;
+	talvora_log(LOG_INFO, "Talvora: attached audio capture to source '%s'", name.constData());
+}
+
+void TalvoraPlugin::detachAudioCapture()
+{
+	if (!audioSourceRef) {
+		return;
+	}
+	const OBSSourceAutoRelease source = obs_weak_source_get_source(audioSourceRef);
+	capturedSource = nullptr;
+	if (source) {
+		obs_source_remove_audio_capture_callback(source, audioCaptureCallback, this);
+		talvora_log(LOG_INFO, "Talvora: detached audio capture from '%s'", obs_source_get_name(source));
+	} else {
+		talvora_log(LOG_INFO, "Talvora: audio source '%s' was already destroyed, skipping detach",
+			    attachedName.constData());
+	}
+	obs_weak_source_release(std::exchange(audioSourceRef, nullptr));
+}
+
+bool TalvoraPlugin::isCapturing() const
+{
+	const OBSSourceAutoRelease source = obs_weak_source_get_source(audioSourceRef);
+	return source && !obs_source_removed(source) &&
+	       settings.audioSource == QString::fromUtf8(obs_source_get_name(source));
+}
+
+void TalvoraPlugin::restoreAudioCapture()
+{
+	if (!settings.audioSource.isEmpty() && !isCapturing()) {
+		attachAudioCapture();
+	}
+}
+
+bool TalvoraPlugin::isOwnOutput(const obs_source_t *source) const
+{
+	return std::any_of(dubbedSources.begin(), dubbedSources.end(),
+			   [source](const auto &entry) { return entry.second->publishes(source); });
+}
+
+void TalvoraPlugin::ignoreOwnOutput()
+{
+	if (isOwnOutput(capturedSource)) {
+		capturedSource = nullptr;
+	}
+}
+
+void TalvoraPlugin::recheckAudioCapture()
+{
+	if (audioSourceRef && !capturedSource) {
+		attachAudioCapture();
+	}
+}
+
+void TalvoraPlugin::audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted)
+{
+	auto *plugin = static_cast<TalvoraPlugin *>(param);
+	if (plugin->shuttingDown || !audio || audio->frames == 0 || muted || !audio->data[0]) {
+		return;
+	}
+	plugin->captureChunk(source, *audio);
+}
+
+void TalvoraPlugin::captureChunk(obs_source_t *source, const audio_data &audio)
+{
+	const std::shared_lock guard(dubbedMutex);
+	if (shuttingDown || source != capturedSource) {
+		return;
+	}
+
+	const auto *left = reinterpret_cast<const float *>(audio.data[0]);
+	const auto *right = audio.data[1] ? reinterpret_cast<const float *>(audio.data[1]) : left;
+	captureChannels.store(audio.data[1] ? 2 : 1, std::memory_order_relaxed);
+
+	const uint32_t rate = captureSampleRate.load(std::memory_order_relaxed);
+	const auto feedDubbedSources = [&] {
+		for (auto &[code, dubbed] : dubbedSources) {
+			dubbed->pushOriginalAudio(left, right, audio.frames, rate, audio.timestamp);
+		}
+	};
+
+	if (rate != kExpectedSampleRate) {
+		static std::atomic_flag warned;
+		if (!warned.test_and_set(std::memory_order_relaxed)) {
+			talvora_log(LOG_WARNING,
+				    "Talvora: audio sample rate is %u Hz (expected 48000). Downsampling will produce "
+				    "incorrect output. Change OBS audio settings to 48 kHz.",
+				    rate);
+		}
+		feedDubbedSources();
+		return;
+	}
+
+	const std::span<const int16_t> speech = captureConverter.convert(left, right, audio.frames);
+	feedDubbedSources();
+	WSClient *client = wsClient.load(std::memory_order_acquire);
+	if (!speech.empty() && client) {
+		client->enqueueAudio(speech.data(), speech.size());
+	}
+}

@@ -1,0 +1,484 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "core/talvora-plugin.h"
+
+#include "captions/caption-manager.h"
+#include "client/ws-client.h"
+#include "deployment.h"
+#include "dock/plugin-dock.h"
+#include "obs/scene-watcher.h"
+#include "plugin-support.h"
+
+#include <QThread>
+#include <QTimer>
+#include <QtEndian>
+
+#include <obs-frontend-api.h>
+#include <obs.hpp>
+#include <util/profiler.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace {
+
+/**
+ * After that without sound a clip's caption is treated as if the clip had ended: the captured source is muted or has
+ * come to its end, the dub's source has been removed, or the service has not sent the rest of the clip.
+ */
+constexpr std::chrono::seconds kLongestClipSilence{2};
+constexpr std::chrono::milliseconds kClipWatchInterval{250};
+
+} // namespace
+
+TalvoraPlugin *TalvoraPlugin::instance()
+{
+	static TalvoraPlugin plugin;
+	return &plugin;
+}
+
+TalvoraPlugin::TalvoraPlugin()
+{
+	connect(&clipWatch, &QTimer::timeout, this, &TalvoraPlugin::watchClips);
+}
+
+TalvoraPlugin::~TalvoraPlugin()
+{
+	shutdown();
+}
+
+// Lifecycle
+
+void TalvoraPlugin::initialize()
+{
+	if (initialized) {
+		return;
+	}
+	// Stands in OBS's own table of how long everything took, beside the loading of the module.
+	const ScopeProfiler profiler("TalvoraPlugin::initialize");
+	initialized = true;
+	shuttingDown = false;
+
+	loadConfig();
+
+	wsThread = new QThread(this);
+	wsThread->setObjectName(QStringLiteral("TA-WebSocket"));
+	wsClient = new WSClient();
+	wsClient.load()->moveToThread(wsThread);
+	connectClient();
+	wsThread->start();
+
+	captionManager = new CaptionManager(this);
+	createDock();
+	QTimer::singleShot(0, this, &TalvoraPlugin::restoreAudioCapture);
+	updateDubbedSources();
+	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
+	updateCaptionSources();
+	watchScene();
+
+	if (settings.autoConnect && !settings.apiKey.isEmpty() && !settings.languageTargets.isEmpty()) {
+		talvora_log(LOG_INFO, "Talvora: auto-connecting (autoConnect=true)");
+		startSession();
+	}
+
+	talvora_log(LOG_INFO, "Talvora plugin initialized. API key: %s, Languages: %s",
+		    settings.apiKey.isEmpty() ? "(not set)" : "(set)",
+		    targetLanguageCodes().join(QStringLiteral(", ")).toUtf8().constData());
+}
+
+void TalvoraPlugin::connectClient()
+{
+	WSClient *client = wsClient;
+	connect(client, &WSClient::authSucceeded, this, &TalvoraPlugin::onAuthSucceeded);
+	connect(client, &WSClient::ttsAudioReady, this, &TalvoraPlugin::onTtsAudioReady);
+	connect(client, &WSClient::captionUpdated, this, &TalvoraPlugin::onCaptionUpdated);
+	connect(client, &WSClient::captionCleared, this, &TalvoraPlugin::onCaptionCleared);
+	connect(client, &WSClient::stateChanged, this, &TalvoraPlugin::onWsStateChanged);
+	connect(client, &WSClient::errorOccurred, this, &TalvoraPlugin::onWsError);
+	connect(client, &WSClient::transcriptInterim, this, &TalvoraPlugin::onTranscriptInterim);
+	connect(client, &WSClient::limitWarning, this, &TalvoraPlugin::limitWarning);
+	connect(client, &WSClient::limitReached, this, &TalvoraPlugin::limitReached);
+	connect(client, &WSClient::sessionEnded, this, &TalvoraPlugin::onSessionEnded);
+}
+
+void TalvoraPlugin::createDock()
+{
+	dock = new PluginDock(this, nullptr);
+	dock->show();
+	if (settings.dockVisible) {
+		QTimer::singleShot(0, dock, &PluginDock::bringOnScreen);
+	}
+}
+
+void TalvoraPlugin::shutdown()
+{
+	if (!initialized) {
+		return;
+	}
+	shuttingDown = true;
+	sceneWatcher.reset();
+	clipWatch.stop();
+
+	if (dock) {
+		settings.dockVisible = dock->isVisible();
+		obs_frontend_remove_dock(PluginDock::kId);
+		dock = nullptr;
+	}
+	saveConfig();
+	stopSession();
+	detachAudioCapture();
+
+	if (captionManager) {
+		captionManager->abandonAll();
+		delete std::exchange(captionManager, nullptr);
+	}
+	{
+		const std::unique_lock guard(dubbedMutex);
+		for (auto &[code, source] : dubbedSources) {
+			source->forgetSource();
+		}
+		dubbedSources.clear();
+	}
+
+	if (stopClientThread()) {
+		delete wsClient.exchange(nullptr);
+	}
+	initialized = false;
+	talvora_log(LOG_INFO, "Talvora plugin shut down");
+}
+
+bool TalvoraPlugin::stopClientThread()
+{
+	if (!wsThread) {
+		return true;
+	}
+	wsThread->quit();
+	if (!wsThread->wait(kThreadStopDeadline)) {
+		talvora_log(LOG_WARNING, "Talvora: WS thread did not stop in 5 s — detaching (leak to avoid UB)");
+		wsThread->disconnect();
+		// A running thread must not be deleted, not even as the child of this object, nor what lives on it.
+		wsThread->setParent(nullptr);
+		wsThread = nullptr;
+		wsClient = nullptr;
+		return false;
+	}
+	delete std::exchange(wsThread, nullptr);
+	return true;
+}
+
+WsState TalvoraPlugin::wsState() const
+{
+	const WSClient *client = wsClient;
+	return client ? client->state() : WsState::Disconnected;
+}
+
+// Languages
+
+void TalvoraPlugin::setLanguageTargets(const LanguageTargets &targets)
+{
+	settings.languageTargets = targets;
+	updateOutputs();
+	saveConfig();
+	sendConfigUpdate();
+}
+
+void TalvoraPlugin::setSourceLanguage(const QString &code)
+{
+	settings.sourceLanguage = code;
+	const auto target = settings.languageTargets.constFind(code);
+	if (target != settings.languageTargets.constEnd() && *target == LanguageTarget{.dubbing = true}) {
+		settings.languageTargets.remove(code);
+	}
+	updateOutputs();
+	saveConfig();
+}
+
+void TalvoraPlugin::setMaxTargetLanguages(int n)
+{
+	if (n != maxTargetLanguages) {
+		maxTargetLanguages = n;
+		Q_EMIT maxTargetLanguagesChanged(n);
+	}
+}
+
+void TalvoraPlugin::sendConfigUpdate()
+{
+	// Sent in a session; the client keeps it for the next one that begins by itself.
+	if (wsClient) {
+		QMetaObject::invokeMethod(wsClient, "updateConfig", Qt::QueuedConnection,
+					  Q_ARG(QJsonArray, buildTargetLanguagesJson()),
+					  Q_ARG(QString, settings.captionMode));
+	}
+}
+
+// Configuration file
+
+QString TalvoraPlugin::configFilePath() const
+{
+	return SettingsFile::path();
+}
+
+void TalvoraPlugin::loadConfig()
+{
+	settingsFile.load(settings);
+}
+
+void TalvoraPlugin::saveConfig()
+{
+	settingsFile.save(settings);
+}
+
+// Sessions
+
+void TalvoraPlugin::startSession()
+{
+	talvora_log(LOG_INFO, "Talvora: startSession() called");
+	if (settings.apiKey.isEmpty()) {
+		talvora_log(LOG_WARNING, "Talvora: connect() called with no API key");
+		Q_EMIT errorOccurred(QStringLiteral("No API key set. Enter your key in the Talvora dock."));
+		return;
+	}
+	if (!wsClient) {
+		talvora_log(LOG_ERROR, "Talvora: WSClient not initialized");
+		return;
+	}
+	talvora_log(LOG_INFO, "Talvora: connecting to %s (wsThread running: %s)", kServiceEndpoint,
+		    wsThread && wsThread->isRunning() ? "YES" : "NO");
+	flushDubbedSources();
+	// What a session needs may have been removed, or may have appeared, since it was last looked for.
+	restoreDubbedSources();
+	updateCaptionSources();
+	if (captionManager) {
+		captionManager->restoreSources();
+		captionManager->placeMissing();
+	}
+	restoreAudioCapture();
+
+	const bool queued = QMetaObject::invokeMethod(
+		wsClient, "connectToServer", Qt::QueuedConnection, Q_ARG(QString, settings.apiKey),
+		Q_ARG(QString, QString::fromUtf8(kServiceEndpoint)), Q_ARG(QString, settings.sourceLanguage),
+		Q_ARG(QJsonArray, buildTargetLanguagesJson()), Q_ARG(QString, settings.captionMode));
+	talvora_log(LOG_INFO, "Talvora: invokeMethod(connectToServer) = %s", queued ? "OK" : "FAILED");
+}
+
+void TalvoraPlugin::stopSession()
+{
+	if (!wsClient) {
+		return;
+	}
+	talvora_log(LOG_INFO, "Talvora: disconnecting...");
+	QMetaObject::invokeMethod(wsClient, "disconnectFromServer", Qt::QueuedConnection);
+}
+
+void TalvoraPlugin::setApiKey(const QString &key)
+{
+	settings.apiKey = key;
+	saveConfig();
+}
+
+void TalvoraPlugin::onWsStateChanged(WsState newState)
+{
+	talvora_log(LOG_INFO, "Talvora: WS state → %d", static_cast<int>(newState));
+	Q_EMIT wsStateChanged(newState);
+	const bool isDown = newState == WsState::Disconnected || newState == WsState::Reconnecting;
+	if (isDown || newState == WsState::Disconnecting) {
+		sessionIsOver = true;
+	} else if (newState == WsState::Authenticated) {
+		sessionIsOver = false;
+	}
+	if (isDown) {
+		// A lost connection also takes along the end of a clip that was being received, which would block the
+		// next ones.
+		flushDubbedSources();
+		if (captionManager) {
+			captionManager->endSession();
+		}
+	}
+}
+
+void TalvoraPlugin::onWsError(const QString &msg)
+{
+	talvora_log(LOG_WARNING, "Talvora WS error: %s", msg.toUtf8().constData());
+	Q_EMIT errorOccurred(msg);
+}
+
+void TalvoraPlugin::onAuthSucceeded(const QJsonObject &, const QJsonObject &, int newMaxTargetLanguages)
+{
+	talvora_log(LOG_INFO, "Talvora: session authenticated — maxTargetLanguages=%d", newMaxTargetLanguages);
+	setMaxTargetLanguages(newMaxTargetLanguages);
+}
+
+void TalvoraPlugin::onSessionEnded(double captionMinutes, double dubbedMinutes)
+{
+	talvora_log(LOG_INFO, "Talvora: session ended — captions %.1f min, dubbed %.1f min", captionMinutes,
+		    dubbedMinutes);
+}
+
+void TalvoraPlugin::onCaptionUpdated(const QString &language, const QString &text, double durationSec, int clipId)
+{
+	if (captionManager && !sessionIsOver) {
+		captionManager->onCaption(language, text, durationSec, clipId, false);
+	}
+}
+
+void TalvoraPlugin::onCaptionCleared(const QString &language)
+{
+	if (captionManager) {
+		captionManager->onCaptionCleared(language);
+	}
+}
+
+void TalvoraPlugin::onTranscriptInterim(const QString &text)
+{
+	if (!sessionIsOver) {
+		Q_EMIT transcriptUpdated(text);
+	}
+}
+
+void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const QByteArray &pcmData,
+				    int sourceSampleRate)
+{
+	if (sessionIsOver) {
+		return;
+	}
+	const std::shared_lock guard(dubbedMutex);
+	const auto found = dubbedSources.find(language);
+	if (found == dubbedSources.end()) {
+		return;
+	}
+	DubbedSource &source = *found->second;
+	if (pcmData.isEmpty()) {
+		source.ttsClipEnded(clipId);
+		return;
+	}
+	if (pcmData.size() % 2 != 0) {
+		talvora_log(LOG_WARNING, "Talvora: odd TTS PCM size %d for '%s', truncating last byte",
+			    static_cast<int>(pcmData.size()), language.toUtf8().constData());
+	}
+	const qsizetype count = pcmData.size() / 2;
+	std::vector<int16_t> samples(static_cast<size_t>(count));
+	if (count > 0) {
+		qFromLittleEndian<qint16>(pcmData.constData(), count, samples.data());
+	}
+	source.pushTtsAudio(clipId, samples.data(), samples.size(), sourceSampleRate);
+}
+
+void TalvoraPlugin::onClipStarted(const QString &language, int clipId)
+{
+	if (captionManager) {
+		captionManager->onClipStarted(language, clipId);
+		clipWatch.start(kClipWatchInterval);
+	}
+}
+
+void TalvoraPlugin::onClipEnded(const QString &language, int clipId)
+{
+	if (captionManager) {
+		captionManager->onClipEnded(language, clipId);
+	}
+}
+
+void TalvoraPlugin::onClipLost(const QString &language, int)
+{
+	if (captionManager) {
+		captionManager->onClipLost(language);
+	}
+}
+
+void TalvoraPlugin::watchClips()
+{
+	bool playing = false;
+	const std::shared_lock guard(dubbedMutex);
+	for (auto &[code, source] : dubbedSources) {
+		const std::optional<std::chrono::nanoseconds> silence = source->timeSinceHeard();
+		playing |= silence.has_value();
+		if (silence >= kLongestClipSilence) {
+			captionManager->onClipLost(code);
+		}
+	}
+	if (!playing) {
+		clipWatch.stop();
+	}
+}
+
+// Changes of the scene
+
+void TalvoraPlugin::watchScene()
+{
+	sceneWatcher = std::make_unique<SceneWatcher>();
+	connect(sceneWatcher.get(), &SceneWatcher::collectionChanged, this, &TalvoraPlugin::restoreOutputs);
+	connect(sceneWatcher.get(), &SceneWatcher::sceneChanged, captionManager, &CaptionManager::placeUnplaced);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceCreated, this, &TalvoraPlugin::onSourceCreated);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceRemoved, this, &TalvoraPlugin::onSourceRemoved);
+	connect(sceneWatcher.get(), &SceneWatcher::sourceRenamed, this, &TalvoraPlugin::onSourceRenamed);
+}
+
+void TalvoraPlugin::updateOutputs()
+{
+	// A session's answer may bring the languages down in the middle of OBS's clearing.
+	if (!sceneWatcher || !sceneWatcher->isClearing()) {
+		updateDubbedSources();
+		updateCaptionSources();
+	}
+}
+
+void TalvoraPlugin::restoreOutputs()
+{
+	updateDubbedSources();
+	restoreDubbedSources();
+	updateCaptionSources();
+	captionManager->restoreSources();
+	restoreAudioCapture();
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceCreated(const QString &name)
+{
+	takeUpOutput(name);
+	if (name == settings.audioSource) {
+		restoreAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::takeUpOutput(const QString &name)
+{
+	const OBSSourceAutoRelease source = obs_get_source_by_name(name.toUtf8().constData());
+	if (!source || obs_source_removed(source)) {
+		return;
+	}
+	captionManager->takeUpSource(name);
+	const auto named = std::find_if(dubbedSources.begin(), dubbedSources.end(), [&name](const auto &entry) {
+		return QString::fromStdString(entry.second->name()) == name;
+	});
+	if (named != dubbedSources.end()) {
+		const QString code = named->first;
+		restoreDub(code);
+		recheckAudioCapture();
+	}
+}
+
+void TalvoraPlugin::onSourceRemoved()
+{
+	if (audioSourceRef && !isCapturing()) {
+		detachAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}
+
+void TalvoraPlugin::onSourceRenamed(const QString &from, const QString &to)
+{
+	if (from == settings.audioSource) {
+		// The user still means the source that was chosen, whatever it is called now.
+		settings.audioSource = to;
+		saveConfig();
+	}
+	takeUpOutput(to);
+	if (to == settings.audioSource) {
+		restoreAudioCapture();
+	}
+	Q_EMIT audioSourcesChanged();
+}

@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#pragma once
+
+#include "audio/capture-converter.h"
+#include "audio/dubbed-source.h"
+#include "client/ws-state.h"
+#include "settings/settings-file.h"
+#include "settings/settings.h"
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+
+#include <obs.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <shared_mutex>
+
+class CaptionManager;
+class PluginDock;
+class QThread;
+class SceneWatcher;
+class WSClient;
+
+/**
+ * The core of the module: owns the settings and every other object, starts and stops sessions, and routes what the
+ * service sends to captions, dubs and dock.
+ *
+ * Everything here runs on the user-interface thread except audioCaptureCallback() and the clip callbacks of the dubbed
+ * sources, which run on OBS's audio threads.
+ */
+class TalvoraPlugin : public QObject {
+	Q_OBJECT
+
+public:
+	/** The one object of the process, made on first use. */
+	static TalvoraPlugin *instance();
+	~TalvoraPlugin() override;
+
+	/** Loads the settings and builds everything. A second call does nothing. */
+	void initialize();
+	/** Saves the settings and tears everything down. Does nothing unless initialized. */
+	void shutdown();
+
+	/** State of the service connection; `Disconnected` when there is no client. */
+	WsState wsState() const;
+
+	/** What the user has chosen; changed only through the setters below. */
+	const Settings &currentSettings() const { return settings; }
+	/** Target languages the account allows; 0 when no limit is known. */
+	int currentMaxTargetLanguages() const { return maxTargetLanguages; }
+
+	QString displayNameForCode(const QString &code) const { return languageDisplayName(code); }
+	QStringList targetLanguageCodes() const { return settings.targetLanguageCodes(); }
+	QStringList dubbingLanguages() const { return settings.dubbingLanguages(); }
+	QStringList captionLanguages() const { return settings.captionLanguages(); }
+	QJsonArray buildTargetLanguagesJson() const { return settings.targetLanguagesJson(); }
+
+	/** Replaces the selection; outputs follow, and a running session is told. */
+	void setLanguageTargets(const LanguageTargets &targets);
+	/** Changes the spoken language; a dubbing-only target of that language goes. Holds from the next session on. */
+	void setSourceLanguage(const QString &code);
+	void setMaxTargetLanguages(int n);
+	void resetMaxTargetLanguages() { setMaxTargetLanguages(0); }
+
+	/** "~/.config/talvora-obs/config.json", with the home directory as Qt knows it. Creates nothing. */
+	QString configFilePath() const;
+	/** Reads the file into the settings; without a readable file they stay as they are. */
+	void loadConfig();
+	/** Writes all settings. A file that cannot be opened is logged. */
+	void saveConfig();
+
+	/** Asks the client to connect. Without an API key emits errorOccurred(). */
+	void startSession();
+	/** Asks the client to disconnect; does nothing without a client. */
+	void stopSession();
+	/** Stores the key; neither connects nor reconnects. */
+	void setApiKey(const QString &key);
+
+	/** Makes the dubbed sources those of the dubbing languages without the spoken one. */
+	void updateDubbedSources();
+	/** Hands style and caption languages to the caption manager. */
+	void updateCaptionSources();
+	/** Shows `text` in every caption language. */
+	void previewCaptionText(const QString &text);
+
+	/** @param mode "translated" or "original"; a running session is told */
+	void setCaptionMode(const QString &mode);
+	/** @param alignment "left", "center" or "right" */
+	void setCaptionAlignment(const QString &alignment);
+	void setCaptionTextColor(const QColor &color);
+	void setCaptionBgColor(const QColor &color);
+	/** @param percent 0 to 100 */
+	void setCaptionOpacity(int percent);
+	void setCaptionFont(const QFont &font);
+	/** @param level gain of the original under speech, 0 to 1 */
+	void setDuckingLevel(float level);
+	/** @param volume gain of the speech, 0 to 1 */
+	void setTtsVolume(float volume);
+	void setMuteOriginal(bool mute);
+	/** Captures the source of this name from now on; empty for none. */
+	void setAudioSource(const QString &name);
+
+	/** Captures the audio of the source the settings name, in place of the one captured so far. */
+	void attachAudioCapture();
+	/** Stops capturing, if anything is captured. */
+	void detachAudioCapture();
+
+public Q_SLOTS:
+	void onWsStateChanged(WsState newState);
+	void onWsError(const QString &msg);
+	void onAuthSucceeded(const QJsonObject &voiceProfile, const QJsonObject &limits, int newMaxTargetLanguages);
+	void onSessionEnded(double captionMinutes, double dubbedMinutes);
+	void onCaptionUpdated(const QString &language, const QString &text, double durationSec, int clipId);
+	void onCaptionCleared(const QString &language);
+	void onTranscriptInterim(const QString &text);
+	void onTtsAudioReady(const QString &language, int clipId, const QByteArray &pcmData, int sourceSampleRate);
+	void onClipStarted(const QString &language, int clipId);
+	void onClipEnded(const QString &language, int clipId);
+	/** A clip that has started will not be heard to its end. */
+	void onClipLost(const QString &language, int clipId);
+
+Q_SIGNALS:
+	void wsStateChanged(WsState newState);
+	void transcriptUpdated(const QString &text);
+	/** @param feature "captions" or "dubbed" */
+	void limitWarning(const QString &feature, int minutesRemaining);
+	void limitReached(const QString &feature);
+	/** @param msg an English sentence for the user */
+	void errorOccurred(const QString &msg);
+	void maxTargetLanguagesChanged(int n);
+	/** Sources have come, gone or been renamed, or another audio source is captured now. */
+	void audioSourcesChanged();
+
+private:
+	friend class TalvoraPluginTest;
+	friend class PluginDockTest;
+
+	/** How long the client's thread may take to end, ms. */
+	static constexpr unsigned long kThreadStopDeadline = 5000;
+
+	using DubbedSources = std::map<QString, std::unique_ptr<DubbedSource>>;
+
+	TalvoraPlugin();
+
+	/**
+	 * One chunk of the captured source. OBS's audio thread; never blocks for long, and allocates nothing but the
+	 * event that tells the user-interface thread of a clip's start or end.
+	 */
+	static void audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted);
+	void captureChunk(obs_source_t *source, const audio_data &audio);
+
+	void connectClient();
+	void watchScene();
+	/** Makes dubs and captions those of the target languages: now, or when OBS has changed the scene collection. */
+	void updateOutputs();
+	/** Brings back what left OBS together with the sources of a scene collection. */
+	void restoreOutputs();
+	/** Brings back the sources of dubs that OBS has removed. */
+	void restoreDubbedSources();
+	void restoreDub(const QString &code);
+	QStringList dubbedLanguages() const;
+	// What takes long is done to a dub that is out of the map: making, renewing or destroying one takes
+	// milliseconds, and the audio thread waits for the map. Only the user-interface thread changes the map, so
+	// there it is read without the lock.
+	DubbedSources::node_type takeDub(const QString &code);
+	void putDub(DubbedSources::node_type dub);
+	/** Whether a dub is put out by `source`, whatever the source's type. Under dubbedMutex. */
+	bool isOwnOutput(const obs_source_t *source) const;
+	/** Stops hearing the captured source if it is now one of our own outputs. Under dubbedMutex, exclusively. */
+	void ignoreOwnOutput();
+	/** Captures anew, or not at all, if ignoreOwnOutput() has stopped the capture. */
+	void recheckAudioCapture();
+	/** Whether the source the settings name is being captured. */
+	bool isCapturing() const;
+	void restoreAudioCapture();
+	void onSourceCreated(const QString &name);
+	/** Goes on with a source that has turned up under the name of an output that OBS has removed. */
+	void takeUpOutput(const QString &name);
+	void onSourceRemoved();
+	void onSourceRenamed(const QString &from, const QString &to);
+	void createDock();
+	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
+	template <typename Action> void forEachDubbedSource(Action action);
+	void applyCaptionStyle();
+	/** Says in the log, once, that captions are wanted in an OBS that cannot draw them. */
+	void reportMissingBrowserSource();
+	void flushDubbedSources();
+	/** Takes clips for lost of which nothing has been heard for a while: nothing else would end their captions. */
+	void watchClips();
+	void sendConfigUpdate();
+	/** False when the thread did not stop in time: then thread and client are left to themselves. */
+	bool stopClientThread();
+
+	std::atomic<uint32_t> captureSampleRate{48000};
+	std::atomic<uint32_t> captureChannels{2};
+	/** Holds the samples carried from chunk to chunk. Used by the capture callback, reset by attaching. */
+	CaptureConverter captureConverter;
+	obs_weak_source_t *audioSourceRef = nullptr;
+	/** The name that source had when it was attached, for the log. */
+	QByteArray attachedName;
+	/** The source behind audioSourceRef, to be compared only: chunks of any other source are stale. */
+	std::atomic<obs_source_t *> capturedSource{nullptr};
+
+	std::atomic<WSClient *> wsClient{nullptr};
+	QThread *wsThread = nullptr;
+	/** Exclusive when the map's membership or the capture's carry changes, shared for every other use. */
+	std::shared_mutex dubbedMutex;
+	DubbedSources dubbedSources;
+	CaptionManager *captionManager = nullptr;
+	QPointer<PluginDock> dock;
+	std::unique_ptr<SceneWatcher> sceneWatcher;
+	/** Runs while a clip is being played. */
+	QTimer clipWatch;
+
+	Settings settings;
+	SettingsFile settingsFile;
+	int maxTargetLanguages = 0;
+	std::atomic<bool> shuttingDown{false};
+	bool initialized = false;
+	/** The service may go on sending after the end of a session; none of it is shown or spoken. */
+	bool sessionIsOver = false;
+	bool missingBrowserSourceReported = false;
+};

@@ -1,0 +1,1895 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "core/talvora-plugin.h"
+
+#include "audio/audio-filter.h"
+#include "captions/caption-manager.h"
+#include "client/ws-client.h"
+#include "dock/plugin-dock.h"
+
+#include "frontend-stub.h"
+#include "heap-guard.h"
+#include "log-capture.h"
+#include "loopback-service.h"
+#include "obs-fixture.h"
+#include "test-audio-source.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QRandomGenerator>
+#include <QSemaphore>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+#include <QTimer>
+#include <QWebSocket>
+
+#include <obs.hpp>
+
+#include <sys/stat.h>
+
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <shared_mutex>
+#include <thread>
+
+// In front of libobs's own: its buffers may still grow, which is not the plug-in's allocation.
+extern "C" __attribute__((visibility("default"))) void obs_source_output_audio(obs_source_t *source,
+									       const obs_source_audio *audio)
+{
+	static auto *const original =
+		reinterpret_cast<decltype(&obs_source_output_audio)>(dlsym(RTLD_NEXT, "obs_source_output_audio"));
+	const HeapGuard::Permit permit;
+	original(source, audio);
+}
+
+using namespace Qt::StringLiterals;
+
+class TalvoraPluginTest : public QObject {
+	Q_OBJECT
+
+private Q_SLOTS:
+	void init();
+	void cleanup();
+
+	// Lifecycle
+	void initialValues();
+	void initializeSaysItsLines();
+	void initializeTwiceBuildsOnce();
+	void clientLivesOnItsOwnThread();
+	void shutdownBeforeInitializeDoesNothing();
+	void shutdownTwiceSaysSoOnce();
+	void shutdownOrderIsSaveThenDisconnectThenDetach();
+	void destructorShutsDown();
+	void noSessionAtStartWithoutKeyOrTarget_data();
+	void noSessionAtStartWithoutKeyOrTarget();
+	void sessionAtStartWhenAutoConnecting();
+	void invisibleDockIsRegisteredAllTheSame();
+	void visibleDockComesOnScreenWithTheNextTurn();
+	void dockVisibilityIsSavedAtShutdown();
+	void attachingWaitsForTheEventLoop();
+	void threadThatHangsIsLeft();
+	void dubbedSourcesAreLeftToObsAtShutdown();
+
+	// Languages
+	void maxTargetLanguagesIsToldOnce();
+	void resettingTheLimitTellsZero();
+	void dubbingOnlyTargetOfTheSourceLanguageGoes();
+	void targetWithCaptionsOfTheSourceLanguageStays();
+	void targetsAreSaved();
+
+	// Configuration file
+	void configFileIsInTheHomeFolder();
+	void missingConfigIsSilent();
+	void unreadableConfigIsReported_data();
+	void unreadableConfigIsReported();
+	void configIsLoadedWithItsLine();
+	void unwritableConfigIsReported();
+	void configIsTheOwnersAlone();
+	void configIsMadeForTheOwnerAlone();
+	void openConfigIsClosedToOthersWhenItIsLoaded();
+	void configIsIndentedJson();
+
+	// Sessions
+	void startWithoutKeyTellsTheUserOnce();
+	void startWithoutClientIsAnError();
+	void startSaysItsLines();
+	void stopBeforeInitializeDoesNothing();
+	void stateChangesAreLoggedAndTold();
+	void errorsAreLoggedAndTold();
+	void authenticationSetsTheLimit();
+	void endOfSessionIsLogged();
+	void interimTranscriptsAreTold();
+	void limitsAreForwarded();
+	void captionsGoToTheCaptionManager();
+	void speechOfAnUnknownLanguageIsDropped();
+	void oddSpeechPieceLosesItsLastByte();
+	void pieceOfOneSampleIsSpoken();
+	void startHandsTheStoredValuesToTheClient();
+	void twoStartsQueueTwoConnects();
+	void startFlushesTheDubsAndAttachesTheCapture();
+	void changesInASessionReachTheService();
+	void stopEndsTheSession();
+	void changesOutsideASessionAreOnlySaved();
+	void changesWhileReconnectingAreInTheNextAuth();
+	void serviceSpeechReachesTheDubOfItsLanguage();
+
+	// Outputs
+	void noDubOfTheSourceLanguage();
+	void dubsFollowTheSelection();
+	void dubOfTheNewSourceLanguageGoesAtOnce();
+	void settersStoreAndSave_data();
+	void settersStoreAndSave();
+	void styleReachesTheCaptionSources_data();
+	void styleReachesTheCaptionSources();
+	void captionModeLeavesTheCaptionSourcesAlone();
+	void clipEventsOfADubReachTheCaptions();
+	void captionOfAClipThatIsNotHeardToItsEndGoes_data();
+	void captionOfAClipThatIsNotHeardToItsEndGoes();
+	void captionOfAPlayingClipStays();
+	void nothingIsShownOrSpokenAfterASession_data();
+	void nothingIsShownOrSpokenAfterASession();
+	void lostConnectionFlushesTheDubs_data();
+	void lostConnectionFlushesTheDubs();
+	void removedDubComesBackWithTheNextSession();
+	void dubsAreMadeAndRenewedWithoutHoldingUpTheAudio();
+	void sameAudioSourceNeitherSavesNorAttaches();
+	void previewWithoutCaptionLanguageDoesNothing();
+	void previewShowsTheTextInEveryCaptionLanguage();
+
+	// Audio capture
+	void attachAndDetachSayTheirLines();
+	void missingSourceIsReported();
+	void sourcesWithoutCapturableAudioAreRefused_data();
+	void sourcesWithoutCapturableAudioAreRefused();
+	void destroyedSourceIsNoticedAtDetach();
+	void wrongRateIsReportedOncePerProcess();
+	void mutedEmptyAndLateChunksDoNothing();
+	void dubbedSourcesHearTheWholeChunk();
+	void bothChannelsGoUp();
+	void attachingForgetsTheCarry();
+	void staleSourceIsNotHeard();
+	void playedAudioArrivesAtTheService();
+
+	// Changes of the scene
+	void outputsComeBackInAnotherCollection();
+	void limitThatComesWhileACollectionIsClearedMakesNothingThen();
+	void captureBeginsWhenItsSourceAppears();
+	void captureEndsWhenItsSourceIsRemoved();
+	void captureFollowsTheRenamedSource();
+	void sourceThatTakesTheNameIsCaptured();
+	void nothingIsWatchedAfterShutdown();
+	void sourceThatADubIsPutOutByIsNotCaptured();
+	void dubThatIsPutOutByTheCapturedSourceEndsTheCapture();
+	void onlyASourceThatIsThereIsTakenUp();
+	void renewedDubThatIsPutOutByTheCapturedSourceEndsTheCapture();
+	void selectionChangesWhileAudioFlows();
+	void captureCallbackNeverTouchesTheHeap();
+
+private:
+	/** A fresh plug-in, its home folder empty. */
+	TalvoraPlugin &make();
+	void writeConfig(const QByteArray &json) const;
+	QJsonObject savedConfig() const;
+	QString configPath() const { return home->filePath(u".config/talvora-obs/config.json"_s); }
+	/** A session of the plug-in with `service`, authenticated. */
+	void authenticate(LoopbackService &service);
+	static void setTargets(TalvoraPlugin &plugin, const LanguageTargets &targets);
+	/** Gives the Spanish dub a silent chunk of the original, and the clip's events their turn. */
+	void playOriginal(size_t frames);
+	/** A fresh plug-in with a caption up that the clip being played has brought there. */
+	void showCaptionOfAPlayingClip();
+	QString spanishCss() const;
+
+	std::optional<ObsFixture> obs;
+	std::optional<QTemporaryDir> home;
+	std::optional<LogCapture> log;
+	TalvoraPlugin *plugin = nullptr;
+};
+
+void TalvoraPluginTest::init()
+{
+	home.emplace();
+	qputenv("HOME", home->path().toUtf8());
+	// Outlives libobs, whose threads log until its end.
+	log.emplace();
+	obs.emplace();
+	obs_register_source(dubbed_source_info());
+	log->clear();
+}
+
+void TalvoraPluginTest::cleanup()
+{
+	// As OBS does before it says that it exits.
+	obs_enum_sources(
+		[](void *, obs_source_t *source) {
+			obs_source_remove(source);
+			return true;
+		},
+		nullptr);
+	delete plugin;
+	plugin = nullptr;
+	setCurrentScene(nullptr);
+	qDeleteAll(frontendStub().docks);
+	frontendStub().docks.clear();
+	obs.reset();
+	log.reset();
+}
+
+TalvoraPlugin &TalvoraPluginTest::make()
+{
+	delete plugin;
+	plugin = new TalvoraPlugin();
+	return *plugin;
+}
+
+void TalvoraPluginTest::writeConfig(const QByteArray &json) const
+{
+	QDir().mkpath(QFileInfo(configPath()).path());
+	QFile file(configPath());
+	QVERIFY(file.open(QIODevice::WriteOnly));
+	file.write(json);
+}
+
+QJsonObject TalvoraPluginTest::savedConfig() const
+{
+	QFile file(configPath());
+	if (!file.open(QIODevice::ReadOnly)) {
+		return {};
+	}
+	return QJsonDocument::fromJson(file.readAll()).object();
+}
+
+void TalvoraPluginTest::setTargets(TalvoraPlugin &changed, const LanguageTargets &targets)
+{
+	changed.settings.languageTargets = targets;
+}
+
+// Lifecycle
+
+void TalvoraPluginTest::initialValues()
+{
+	const TalvoraPlugin &fresh = make();
+	QCOMPARE(fresh.captureSampleRate.load(), 48000u);
+	QCOMPARE(fresh.captureChannels.load(), 2u);
+	QCOMPARE(fresh.captureConverter.carried(), size_t{0});
+	QCOMPARE(fresh.audioSourceRef, nullptr);
+	QCOMPARE(fresh.wsClient.load(), nullptr);
+	QCOMPARE(fresh.wsThread, nullptr);
+	QVERIFY(fresh.dubbedSources.empty());
+	QCOMPARE(fresh.captionManager, nullptr);
+	QVERIFY(!fresh.dock);
+	QCOMPARE(fresh.maxTargetLanguages, 0);
+	QVERIFY(!fresh.shuttingDown);
+	QVERIFY(!fresh.initialized);
+	QCOMPARE(fresh.parent(), nullptr);
+	QCOMPARE(fresh.wsState(), WsState::Disconnected);
+}
+
+void TalvoraPluginTest::initializeSaysItsLines()
+{
+	make().initialize();
+	QCOMPARE(log->ownLines(),
+		 QStringList{u"[talvora-obs] Talvora plugin initialized. API key: (not set), Languages: "_s});
+
+	make();
+	writeConfig(R"({"apiKey": "tak_secret", "targetLanguages": [{"code": "fr", "dubbing": false},
+								    {"code": "de", "dubbing": false}]})");
+	log->clear();
+	plugin->initialize();
+	QCOMPARE(log->ownLines(),
+		 (QStringList{u"[talvora-obs] Talvora: config loaded from "_s + configPath(),
+			      u"[talvora-obs] Talvora plugin initialized. API key: (set), Languages: de, fr"_s}));
+}
+
+void TalvoraPluginTest::initializeTwiceBuildsOnce()
+{
+	make().initialize();
+	const WSClient *client = plugin->wsClient;
+	log->clear();
+	plugin->initialize();
+	QCOMPARE(plugin->wsClient.load(), client);
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::clientLivesOnItsOwnThread()
+{
+	make().initialize();
+	QCOMPARE(plugin->wsThread->objectName(), u"TA-WebSocket"_s);
+	QCOMPARE(plugin->wsThread->parent(), plugin);
+	QVERIFY(plugin->wsThread->isRunning());
+	QCOMPARE(plugin->wsClient.load()->thread(), plugin->wsThread);
+	QCOMPARE(plugin->wsClient.load()->parent(), nullptr);
+}
+
+void TalvoraPluginTest::shutdownBeforeInitializeDoesNothing()
+{
+	make().shutdown();
+	QVERIFY(!plugin->shuttingDown);
+	QCOMPARE(log->ownLines(), QStringList());
+	QVERIFY(!QFile::exists(configPath()));
+}
+
+void TalvoraPluginTest::shutdownTwiceSaysSoOnce()
+{
+	make().initialize();
+	log->clear();
+	plugin->shutdown();
+	plugin->shutdown();
+	delete std::exchange(plugin, nullptr);
+	QCOMPARE(log->lines(LOG_INFO).count(u"[talvora-obs] Talvora plugin shut down"_s), 1);
+}
+
+void TalvoraPluginTest::shutdownOrderIsSaveThenDisconnectThenDetach()
+{
+	const TestAudioSource voice("Voice");
+	writeConfig(R"({"audioSource": "Voice"})");
+	make().initialize();
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->audioSourceRef);
+	// A failing save is seen in the log.
+	QVERIFY(QFile::remove(configPath()));
+	QVERIFY(QDir().mkpath(configPath()));
+	log->clear();
+	plugin->shutdown();
+	QCOMPARE(log->ownLines(), (QStringList{u"[talvora-obs] Talvora: failed to save config to "_s + configPath(),
+					       u"[talvora-obs] Talvora: disconnecting..."_s,
+					       u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s,
+					       u"[talvora-obs] Talvora plugin shut down"_s}));
+	QVERIFY(plugin->shuttingDown);
+	QVERIFY(!plugin->initialized);
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->captionManager, nullptr);
+	QCOMPARE(plugin->wsClient.load(), nullptr);
+	QCOMPARE(plugin->wsThread, nullptr);
+	QVERIFY(frontendStub().docks.isEmpty());
+}
+
+void TalvoraPluginTest::destructorShutsDown()
+{
+	make().initialize();
+	log->clear();
+	delete std::exchange(plugin, nullptr);
+	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora plugin shut down"_s));
+}
+
+void TalvoraPluginTest::noSessionAtStartWithoutKeyOrTarget_data()
+{
+	QTest::addColumn<QByteArray>("json");
+	QTest::newRow("no key") << QByteArray(R"({"autoConnect": true, "targetLanguages": [{"code": "es"}]})");
+	QTest::newRow("no target") << QByteArray(R"({"autoConnect": true, "apiKey": "k"})");
+	QTest::newRow("not wanted") << QByteArray(
+		R"({"autoConnect": false, "apiKey": "k", "targetLanguages": [{"code": "es"}]})");
+}
+
+void TalvoraPluginTest::noSessionAtStartWithoutKeyOrTarget()
+{
+	QFETCH(QByteArray, json);
+	writeConfig(json);
+	make().initialize();
+	QCoreApplication::processEvents();
+	QVERIFY(!log->contains(LOG_INFO, u"[talvora-obs] Talvora: startSession() called"_s));
+	QVERIFY(!log->contains(LOG_INFO, u"[talvora-obs] Talvora: auto-connecting (autoConnect=true)"_s));
+	QCOMPARE(plugin->wsState(), WsState::Disconnected);
+}
+
+void TalvoraPluginTest::sessionAtStartWhenAutoConnecting()
+{
+	writeConfig(R"({"autoConnect": true, "apiKey": "k", "targetLanguages": [{"code": "es", "dubbing": false}]})");
+	make().initialize();
+	const QStringList lines = log->lines(LOG_INFO);
+	const auto first = lines.indexOf(u"[talvora-obs] Talvora: auto-connecting (autoConnect=true)"_s);
+	QVERIFY(first >= 0);
+	QCOMPARE(lines.value(first + 1), u"[talvora-obs] Talvora: startSession() called"_s);
+}
+
+void TalvoraPluginTest::invisibleDockIsRegisteredAllTheSame()
+{
+	make().initialize();
+	QCoreApplication::processEvents();
+	QCOMPARE(frontendStub().docks.value(u"TalvoraDock"_s), static_cast<QWidget *>(plugin->dock));
+	QCOMPARE(frontendStub().dockTitles.value(u"TalvoraDock"_s), u"Dock.Title"_s);
+	QVERIFY(!plugin->dock->isVisible());
+}
+
+void TalvoraPluginTest::visibleDockComesOnScreenWithTheNextTurn()
+{
+	writeConfig(R"({"dockVisible": true})");
+	make().initialize();
+	QVERIFY(!plugin->dock->isVisible());
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->dock->isVisible());
+}
+
+void TalvoraPluginTest::dockVisibilityIsSavedAtShutdown()
+{
+	make().initialize();
+	plugin->dock->setVisible(true);
+	plugin->shutdown();
+	QCOMPARE(savedConfig()[u"dockVisible"], QJsonValue(true));
+
+	make().initialize();
+	plugin->dock->setVisible(false);
+	plugin->shutdown();
+	QCOMPARE(savedConfig()[u"dockVisible"], QJsonValue(false));
+}
+
+void TalvoraPluginTest::attachingWaitsForTheEventLoop()
+{
+	const QString attached = u"[talvora-obs] Talvora: attached audio capture to source 'Voice'"_s;
+	const TestAudioSource voice("Voice");
+	writeConfig(R"({"audioSource": "Voice"})");
+	make().initialize();
+	QVERIFY(!log->contains(LOG_INFO, attached));
+	QCoreApplication::processEvents();
+	QVERIFY(log->contains(LOG_INFO, attached));
+}
+
+void TalvoraPluginTest::threadThatHangsIsLeft()
+{
+	make().initialize();
+	QThread *thread = plugin->wsThread;
+	WSClient *client = plugin->wsClient;
+	QSemaphore hanging;
+	QSemaphore release;
+	QMetaObject::invokeMethod(
+		client,
+		[&] {
+			hanging.release();
+			release.acquire();
+		},
+		Qt::QueuedConnection);
+	hanging.acquire();
+
+	// No clock can tell 5000 from 5001.
+	QCOMPARE(TalvoraPlugin::kThreadStopDeadline, 5000UL);
+	log->clear();
+	plugin->shutdown();
+	QCOMPARE(log->lines(LOG_WARNING),
+		 QStringList{u"[talvora-obs] Talvora: WS thread did not stop in 5 s — detaching (leak to avoid UB)"_s});
+	QCOMPARE(log->lines(LOG_INFO).last(), u"[talvora-obs] Talvora plugin shut down"_s);
+	QCOMPARE(plugin->wsClient.load(), nullptr);
+	QCOMPARE(plugin->wsThread, nullptr);
+	QVERIFY(!plugin->initialized);
+
+	// The thread outlives the plug-in unharmed.
+	delete std::exchange(plugin, nullptr);
+	release.release();
+	QVERIFY(thread->wait(5000));
+	delete client;
+	delete thread;
+}
+
+void TalvoraPluginTest::dubbedSourcesAreLeftToObsAtShutdown()
+{
+	writeConfig(R"({"targetLanguages": [{"code": "es"}]})");
+	make().initialize();
+	QCOMPARE(plugin->dubbedSources.size(), size_t{1});
+	plugin->shutdown();
+	QVERIFY(plugin->dubbedSources.empty());
+	obs_source_t *left = obs_get_source_by_name("Talvora Dub — Spanish");
+	QVERIFY(left);
+	obs_source_release(left);
+	// The reference that was left unreleased is OBS's to tear down; here there is no OBS to do it.
+	obs_source_release(left);
+}
+
+// Languages
+
+void TalvoraPluginTest::maxTargetLanguagesIsToldOnce()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::maxTargetLanguagesChanged);
+	plugin->setMaxTargetLanguages(3);
+	plugin->setMaxTargetLanguages(3);
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toInt(), 3);
+	QCOMPARE(plugin->currentMaxTargetLanguages(), 3);
+}
+
+void TalvoraPluginTest::resettingTheLimitTellsZero()
+{
+	make().setMaxTargetLanguages(3);
+	const QSignalSpy told(plugin, &TalvoraPlugin::maxTargetLanguagesChanged);
+	plugin->resetMaxTargetLanguages();
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toInt(), 0);
+}
+
+void TalvoraPluginTest::dubbingOnlyTargetOfTheSourceLanguageGoes()
+{
+	make();
+	setTargets(*plugin, {{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	plugin->setSourceLanguage(u"es"_s);
+	QCOMPARE(plugin->targetLanguageCodes(), QStringList{u"fr"_s});
+	QCOMPARE(savedConfig()[u"sourceLanguage"], QJsonValue(u"es"_s));
+	const QJsonArray saved = savedConfig()[u"targetLanguages"].toArray();
+	QCOMPARE(saved.size(), 1);
+	QCOMPARE(saved.first()[u"code"], QJsonValue(u"fr"_s));
+}
+
+void TalvoraPluginTest::targetWithCaptionsOfTheSourceLanguageStays()
+{
+	make();
+	setTargets(*plugin, {{u"es"_s, {true, true}}, {u"fr"_s, {false, false}}});
+	plugin->setSourceLanguage(u"es"_s);
+	plugin->setSourceLanguage(u"fr"_s);
+	QCOMPARE(plugin->targetLanguageCodes(), (QStringList{u"es"_s, u"fr"_s}));
+	QVERIFY((plugin->currentSettings().languageTargets[u"es"_s] == LanguageTarget{true, true}));
+}
+
+void TalvoraPluginTest::targetsAreSaved()
+{
+	make().setLanguageTargets({{u"de"_s, {false, true}}});
+	QCOMPARE(QJsonDocument(savedConfig()[u"targetLanguages"].toArray()).toJson(QJsonDocument::Compact),
+		 QByteArray(R"([{"captions":true,"code":"de","dubbing":false}])"));
+}
+
+// Configuration file
+
+void TalvoraPluginTest::configFileIsInTheHomeFolder()
+{
+	qputenv("XDG_CONFIG_HOME", "/nonexistent");
+	QCOMPARE(make().configFilePath(), home->path() + u"/.config/talvora-obs/config.json"_s);
+	qunsetenv("XDG_CONFIG_HOME");
+	QVERIFY(!QFile::exists(QFileInfo(configPath()).path()));
+}
+
+void TalvoraPluginTest::missingConfigIsSilent()
+{
+	make().loadConfig();
+	QCOMPARE(log->ownLines(), QStringList());
+	QCOMPARE(plugin->currentSettings().toJson(), Settings().toJson());
+}
+
+void TalvoraPluginTest::unreadableConfigIsReported_data()
+{
+	QTest::addColumn<QByteArray>("content");
+	QTest::addColumn<QString>("reason");
+	QTest::newRow("empty") << QByteArray() << u"illegal value"_s;
+	QTest::newRow("cut short") << QByteArray(R"({"apiKey": "tak)") << u"unterminated string"_s;
+	QTest::newRow("array") << QByteArray("[1]") << u"no error occurred"_s;
+	// What the parser calls this depends on its version.
+	const QByteArray binary("\x7f"
+				"ELF\0\0",
+				6);
+	QJsonParseError error;
+	QJsonDocument::fromJson(binary, &error);
+	QTest::newRow("binary") << binary << error.errorString();
+}
+
+void TalvoraPluginTest::unreadableConfigIsReported()
+{
+	QFETCH(QByteArray, content);
+	QFETCH(QString, reason);
+	writeConfig(content);
+	make().loadConfig();
+	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora: failed to parse config: "_s + reason});
+	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+	QCOMPARE(plugin->currentSettings().toJson(), Settings().toJson());
+	QFile file(configPath());
+	QVERIFY(file.open(QIODevice::ReadOnly));
+	QCOMPARE(file.readAll(), content);
+}
+
+void TalvoraPluginTest::configIsLoadedWithItsLine()
+{
+	writeConfig(R"({"apiKey": "tak_1"})");
+	make().loadConfig();
+	QCOMPARE(plugin->currentSettings().apiKey, u"tak_1"_s);
+	QCOMPARE(log->lines(LOG_INFO), QStringList{u"[talvora-obs] Talvora: config loaded from "_s + configPath()});
+}
+
+void TalvoraPluginTest::unwritableConfigIsReported()
+{
+	QDir().mkpath(configPath());
+	make().setApiKey(u"tak_1"_s);
+	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora: failed to save config to "_s + configPath()});
+	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+	QCOMPARE(plugin->currentSettings().apiKey, u"tak_1"_s);
+}
+
+void TalvoraPluginTest::configIsTheOwnersAlone()
+{
+	const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
+						QFileDevice::ExeGroup | QFileDevice::ReadOther |
+						QFileDevice::WriteOther | QFileDevice::ExeOther;
+	writeConfig("{}");
+	QVERIFY(QFile::setPermissions(configPath(), QFile::permissions(configPath()) | others));
+	make().saveConfig();
+	QVERIFY(!(QFile::permissions(configPath()) & others));
+	QVERIFY(!(QFile::permissions(QFileInfo(configPath()).path()) & others));
+}
+
+void TalvoraPluginTest::configIsMadeForTheOwnerAlone()
+{
+	const mode_t before = umask(0);
+	make().saveConfig();
+	umask(before);
+	const auto modeOf = [](const QString &path) {
+		struct stat found{};
+		return ::stat(QFile::encodeName(path).constData(), &found) == 0 ? found.st_mode & 07777 : 0;
+	};
+	QCOMPARE(modeOf(configPath()), mode_t{0600});
+	QCOMPARE(modeOf(QFileInfo(configPath()).path()), mode_t{0700});
+}
+
+void TalvoraPluginTest::openConfigIsClosedToOthersWhenItIsLoaded()
+{
+	writeConfig(R"({"apiKey": "tak_secret"})");
+	const QString folder = QFileInfo(configPath()).path();
+	QCOMPARE(chmod(QFile::encodeName(configPath()).constData(), 0644), 0);
+	QCOMPARE(chmod(QFile::encodeName(folder).constData(), 0755), 0);
+	make().loadConfig();
+	const QFileDevice::Permissions others =
+		QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther | QFileDevice::ExeOther;
+	QVERIFY(!(QFile::permissions(configPath()) & others));
+	QVERIFY(!(QFile::permissions(folder) & others));
+
+	// What the owner has forbidden themselves stays forbidden.
+	QCOMPARE(chmod(QFile::encodeName(configPath()).constData(), 0444), 0);
+	plugin->loadConfig();
+	struct stat found{};
+	QCOMPARE(::stat(QFile::encodeName(configPath()).constData(), &found), 0);
+	QCOMPARE(found.st_mode & 07777, mode_t{0400});
+}
+
+void TalvoraPluginTest::configIsIndentedJson()
+{
+	make().saveConfig();
+	QFile file(configPath());
+	QVERIFY(file.open(QIODevice::ReadOnly));
+	QCOMPARE(file.readAll(), QJsonDocument(Settings().toJson()).toJson(QJsonDocument::Indented));
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+// Sessions
+
+void TalvoraPluginTest::startWithoutKeyTellsTheUserOnce()
+{
+	make().initialize();
+	const QSignalSpy told(plugin, &TalvoraPlugin::errorOccurred);
+	log->clear();
+	plugin->startSession();
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toString(), u"No API key set. Enter your key in the Talvora dock."_s);
+	// Whatever had been asked of the client would have been done by now.
+	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
+	QCOMPARE(log->ownLines(),
+		 (QStringList{
+			 u"[talvora-obs] Talvora: startSession() called"_s,
+			 u"[talvora-obs] Talvora: connect() called with no API key"_s,
+			 u"[talvora-obs] PluginDock error: No API key set. Enter your key in the Talvora dock."_s}));
+	QCOMPARE(log->lines(LOG_WARNING).size(), 2);
+	QCOMPARE(plugin->wsState(), WsState::Disconnected);
+}
+
+void TalvoraPluginTest::startWithoutClientIsAnError()
+{
+	make().setApiKey(u"k"_s);
+	const QSignalSpy told(plugin, &TalvoraPlugin::errorOccurred);
+	plugin->startSession();
+	QCOMPARE(log->lines(LOG_ERROR), QStringList{u"[talvora-obs] Talvora: WSClient not initialized"_s});
+	QCOMPARE(told.size(), 0);
+}
+
+void TalvoraPluginTest::startSaysItsLines()
+{
+	make().initialize();
+	plugin->setApiKey(u"tak_secret"_s);
+	log->clear();
+	plugin->startSession();
+	const QStringList lines = log->ownLines();
+	QCOMPARE(lines.value(0), u"[talvora-obs] Talvora: startSession() called"_s);
+	QCOMPARE(lines.value(1), u"[talvora-obs] Talvora: connecting to wss://localhost:3002/ws/audio-pipeline "
+				 "(wsThread running: YES)"_s);
+	QVERIFY(lines.contains(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s));
+	QVERIFY(!lines.join(u'\n').contains(u"tak_secret"_s));
+
+	plugin->wsThread->quit();
+	QVERIFY(plugin->wsThread->wait());
+	log->clear();
+	plugin->startSession();
+	QVERIFY(log->ownLines().contains(
+		u"[talvora-obs] Talvora: connecting to wss://localhost:3002/ws/audio-pipeline (wsThread running: NO)"_s));
+}
+
+void TalvoraPluginTest::stopBeforeInitializeDoesNothing()
+{
+	make().stopSession();
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::stateChangesAreLoggedAndTold()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::wsStateChanged);
+	plugin->onWsStateChanged(WsState::Authenticated);
+	plugin->onWsStateChanged(WsState::Disconnected);
+	QCOMPARE(log->ownLines(),
+		 (QStringList{u"[talvora-obs] Talvora: WS state → 3"_s, u"[talvora-obs] Talvora: WS state → 0"_s}));
+	QCOMPARE(told.size(), 2);
+	QCOMPARE(told.first().first().value<WsState>(), WsState::Authenticated);
+}
+
+void TalvoraPluginTest::errorsAreLoggedAndTold()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::errorOccurred);
+	plugin->onWsError(u"Kaputt — %s"_s);
+	QCOMPARE(log->lines(LOG_WARNING), QStringList{u"[talvora-obs] Talvora WS error: Kaputt — %s"_s});
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toString(), u"Kaputt — %s"_s);
+}
+
+void TalvoraPluginTest::authenticationSetsTheLimit()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::maxTargetLanguagesChanged);
+	plugin->onAuthSucceeded({}, {}, 5);
+	plugin->onAuthSucceeded({}, {}, 5);
+	QCOMPARE(log->lines(LOG_INFO),
+		 QStringList(2, u"[talvora-obs] Talvora: session authenticated — maxTargetLanguages=5"_s));
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(plugin->currentMaxTargetLanguages(), 5);
+}
+
+void TalvoraPluginTest::endOfSessionIsLogged()
+{
+	make().onSessionEnded(1.25, 0.0);
+	QCOMPARE(log->lines(LOG_INFO),
+		 QStringList{u"[talvora-obs] Talvora: session ended — captions 1.2 min, dubbed 0.0 min"_s});
+}
+
+void TalvoraPluginTest::interimTranscriptsAreTold()
+{
+	make();
+	const QSignalSpy told(plugin, &TalvoraPlugin::transcriptUpdated);
+	plugin->onTranscriptInterim(u"hello wor"_s);
+	QCOMPARE(told.size(), 1);
+	QCOMPARE(told.first().first().toString(), u"hello wor"_s);
+}
+
+void TalvoraPluginTest::limitsAreForwarded()
+{
+	make().initialize();
+	const QSignalSpy warned(plugin, &TalvoraPlugin::limitWarning);
+	const QSignalSpy reached(plugin, &TalvoraPlugin::limitReached);
+	Q_EMIT plugin->wsClient.load()->limitWarning(u"dubbed"_s, 7);
+	Q_EMIT plugin->wsClient.load()->limitReached(u"captions"_s);
+	QVERIFY(QTest::qWaitFor([&] { return reached.size() == 1; }));
+	QCOMPARE(warned.size(), 1);
+	QCOMPARE(warned.first(), (QVariantList{u"dubbed"_s, 7}));
+	QCOMPARE(reached.first(), QVariantList{u"captions"_s});
+}
+
+void TalvoraPluginTest::captionsGoToTheCaptionManager()
+{
+	make().initialize();
+	log->clear();
+	// The manager decides about a language it has no source for.
+	plugin->onCaptionUpdated(u"es"_s, u"hola"_s, 1.0, 1);
+	QCOMPARE(log->lines(LOG_WARNING),
+		 QStringList{u"[talvora-obs] CaptionManager: no state for language 'es' (have: 0 states)"_s});
+
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	const auto css = [this] { return plugin->captionManager->generateCss(u"es"_s); };
+	plugin->onCaptionUpdated(u"es"_s, u"hola"_s, 1.0, 1);
+	QVERIFY(css().contains(u"content: \"hola\""_s));
+	// Without the mark it is shown at once, and waits for no clip.
+	plugin->onCaptionUpdated(u"es"_s, u"segunda"_s, 1.0, 2);
+	plugin->onClipStarted(u"es"_s, 2);
+	QVERIFY(css().contains(u"content: \"segunda\""_s));
+	plugin->onCaptionCleared(u"es"_s);
+	QVERIFY(!css().contains(u"::after"_s));
+
+	plugin->onCaptionUpdated(u"es"_s, u"tercera"_s, 8.0, 3);
+	plugin->onClipEnded(u"es"_s, 3);
+	QVERIFY(css().contains(u"content: \"tercera\""_s));
+	QVERIFY(QTest::qWaitFor([&] { return !css().contains(u"::after"_s); }));
+
+	// Without a manager there is nothing to ask.
+	plugin->shutdown();
+	plugin->onCaptionUpdated(u"es"_s, u"hola"_s, 1.0, 1);
+	plugin->onCaptionCleared(u"es"_s);
+	plugin->onClipStarted(u"es"_s, 1);
+	plugin->onClipEnded(u"es"_s, 1);
+	QCOMPARE(plugin->captionManager, nullptr);
+}
+
+void TalvoraPluginTest::speechOfAnUnknownLanguageIsDropped()
+{
+	make().onTtsAudioReady(u"es"_s, 1, QByteArray(7, 'x'), 24000);
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::oddSpeechPieceLosesItsLastByte()
+{
+	make().setLanguageTargets({{u"es"_s, {true, false}}});
+	DubbedSource &dub = *plugin->dubbedSources.at(u"es"_s);
+	log->clear();
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(7, 'x'), 48000);
+	QCOMPARE(log->lines(LOG_WARNING),
+		 QStringList{u"[talvora-obs] Talvora: odd TTS PCM size 7 for 'es', truncating last byte"_s});
+	QCOMPARE(dub.speech.size(), size_t{3});
+
+	log->clear();
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(4, 'x'), 48000);
+	QCOMPARE(log->lines(LOG_WARNING), QStringList());
+	QCOMPARE(dub.speech.size(), size_t{5});
+
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(1, 'x'), 48000);
+	QVERIFY(log->contains(LOG_WARNING,
+			      u"[talvora-obs] Talvora: odd TTS PCM size 1 for 'es', truncating last byte"_s));
+	QCOMPARE(dub.speech.size(), size_t{5});
+
+	plugin->onWsStateChanged(WsState::Disconnected);
+	QCOMPARE(dub.speech.size(), size_t{0});
+}
+
+void TalvoraPluginTest::pieceOfOneSampleIsSpoken()
+{
+	make().setLanguageTargets({{u"es"_s, {true, false}}});
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray("\x00\x40", 2), 48000);
+	plugin->onTtsAudioReady(u"es"_s, 1, {}, 48000);
+	float sample = 0.0f;
+	const auto ignore = [](int) {};
+	plugin->dubbedSources.at(u"es"_s)->speech.take(&sample, 1, 48000, ignore, ignore);
+	QCOMPARE(sample, 0.5f);
+}
+
+void TalvoraPluginTest::authenticate(LoopbackService &service)
+{
+	QMetaObject::invokeMethod(plugin->wsClient, "connectToServer", Qt::QueuedConnection, Q_ARG(QString, u"tak_1"_s),
+				  Q_ARG(QString, service.url()), Q_ARG(QString, u"en"_s),
+				  Q_ARG(QJsonArray, plugin->buildTargetLanguagesJson()),
+				  Q_ARG(QString, plugin->currentSettings().captionMode));
+	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 1; }));
+	service.send(uR"({"type":"auth_ok","maxTargetLanguages":2})"_s);
+	QVERIFY(QTest::qWaitFor([&] { return plugin->currentMaxTargetLanguages() == 2; }));
+	QCOMPARE(plugin->wsState(), WsState::Authenticated);
+}
+
+void TalvoraPluginTest::startHandsTheStoredValuesToTheClient()
+{
+	make().initialize();
+	setTargets(*plugin, {{u"es"_s, {false, true}}});
+	plugin->settings.apiKey = u"tak_secret"_s;
+	plugin->settings.sourceLanguage = u"fr"_s;
+	plugin->settings.captionMode = u"original"_s;
+	plugin->startSession();
+
+	WSClient *client = plugin->wsClient;
+	QStringList values;
+	QJsonArray targets;
+	std::atomic<bool> read = false;
+	QMetaObject::invokeMethod(
+		client,
+		[&] {
+			values = {client->apiKey, client->serverUrl, client->sourceLanguage, client->captionMode};
+			targets = client->targetLanguages;
+			// The thread sanitizer does not see what Qt waits with.
+			read = true;
+		},
+		Qt::BlockingQueuedConnection);
+	QVERIFY(read);
+	QCOMPARE(values,
+		 (QStringList{u"tak_secret"_s, u"wss://localhost:3002/ws/audio-pipeline"_s, u"fr"_s, u"original"_s}));
+	QCOMPARE(targets, plugin->buildTargetLanguagesJson());
+	QVERIFY(plugin->wsState() != WsState::Disconnected);
+}
+
+void TalvoraPluginTest::twoStartsQueueTwoConnects()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	plugin->startSession();
+	plugin->startSession();
+	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
+	QCOMPARE(log->lines(LOG_INFO).count(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s), 2);
+	QCOMPARE(log->lines(LOG_INFO).count(
+			 u"[talvora-obs] WSClient: connecting to wss://localhost:3002/ws/audio-pipeline"_s),
+		 2);
+}
+
+void TalvoraPluginTest::startFlushesTheDubsAndAttachesTheCapture()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	plugin->setAudioSource(u"Voice"_s);
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	DubbedSource &dub = *plugin->dubbedSources.at(u"es"_s);
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
+	QVERIFY(dub.speech.size() > 0);
+
+	const TestAudioSource late("Voice");
+	plugin->startSession();
+	QCOMPARE(dub.speech.size(), size_t{0});
+	QVERIFY(plugin->audioSourceRef);
+}
+
+void TalvoraPluginTest::changesInASessionReachTheService()
+{
+	LoopbackService service;
+	make().initialize();
+	authenticate(service);
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	plugin->setCaptionMode(u"original"_s);
+	plugin->setSourceLanguage(u"de"_s);
+	plugin->setCaptionMode(u"translated"_s);
+	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 4; }));
+	const auto update = [](const QString &mode) {
+		return QJsonObject{
+			{u"type"_s, u"config_update"_s},
+			{u"targetLanguages"_s,
+			 QJsonArray{QJsonObject{{u"code"_s, u"es"_s}, {u"dubbing"_s, false}, {u"captions"_s, true}}}},
+			{u"captionMode"_s, mode}};
+	};
+	QCOMPARE(QJsonDocument::fromJson(service.texts[1].toUtf8()).object(), update(u"translated"_s));
+	QCOMPARE(QJsonDocument::fromJson(service.texts[2].toUtf8()).object(), update(u"original"_s));
+	// The spoken language is not sent; the next message is that of the caption mode.
+	QCOMPARE(QJsonDocument::fromJson(service.texts[3].toUtf8()).object(), update(u"translated"_s));
+}
+
+void TalvoraPluginTest::stopEndsTheSession()
+{
+	LoopbackService service;
+	make().initialize();
+	authenticate(service);
+	plugin->stopSession();
+	QVERIFY(QTest::qWaitFor([&] { return plugin->wsState() == WsState::Disconnected; }));
+	QVERIFY(QTest::qWaitFor([&] { return service.closeCodes.size() == 1; }));
+	QCOMPARE(service.texts.size(), 2);
+	QCOMPARE(QJsonDocument::fromJson(service.texts[1].toUtf8())[u"type"], QJsonValue(u"stop"_s));
+}
+
+void TalvoraPluginTest::changesOutsideASessionAreOnlySaved()
+{
+	LoopbackService service;
+	make().initialize();
+	plugin->setCaptionMode(u"original"_s);
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	QCOMPARE(savedConfig()[u"captionMode"], QJsonValue(u"original"_s));
+	authenticate(service);
+	plugin->setCaptionMode(u"translation"_s);
+	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() >= 2; }));
+	// Had an earlier change been sent or kept back, it would be here.
+	QCOMPARE(service.texts.size(), 2);
+	QCOMPARE(QJsonDocument::fromJson(service.texts[0].toUtf8())[u"type"], QJsonValue(u"auth"_s));
+	QCOMPARE(QJsonDocument::fromJson(service.texts[1].toUtf8())[u"captionMode"], QJsonValue(u"translation"_s));
+}
+
+void TalvoraPluginTest::changesWhileReconnectingAreInTheNextAuth()
+{
+	LoopbackService service;
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	authenticate(service);
+	service.peer()->abort();
+	QVERIFY(QTest::qWaitFor([&] { return plugin->wsState() == WsState::Reconnecting; }));
+	plugin->setLanguageTargets({{u"fr"_s, {false, true}}});
+	plugin->setCaptionMode(u"original"_s);
+	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 2; }));
+	const QJsonDocument auth = QJsonDocument::fromJson(service.texts[1].toUtf8());
+	QCOMPARE(auth[u"type"], QJsonValue(u"auth"_s));
+	QCOMPARE(auth[u"captionMode"], QJsonValue(u"original"_s));
+	QCOMPARE(auth[u"targetLanguages"].toArray().first().toObject()[u"code"], QJsonValue(u"fr"_s));
+}
+
+void TalvoraPluginTest::serviceSpeechReachesTheDubOfItsLanguage()
+{
+	LoopbackService service;
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	authenticate(service);
+	service.send(uR"({"type":"tts_start","language":"fr","clipId":4,"sampleRate":48000})"_s);
+	service.sendFrame("\x02"
+			  "fr" +
+			  QByteArray(600, '\1'));
+	service.send(uR"({"type":"tts_end","language":"fr"})"_s);
+	QVERIFY(QTest::qWaitFor([&] { return plugin->dubbedSources.at(u"fr"_s)->speech.size() == 300; }));
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
+}
+
+// Outputs
+
+void TalvoraPluginTest::noDubOfTheSourceLanguage()
+{
+	make();
+	plugin->setSourceLanguage(u"es"_s);
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	QVERIFY(plugin->dubbedSources.empty());
+	QCOMPARE(plugin->targetLanguageCodes(), QStringList{u"es"_s});
+}
+
+void TalvoraPluginTest::dubsFollowTheSelection()
+{
+	make().setLanguageTargets({{u"fr"_s, {true, false}}, {u"es"_s, {true, true}}, {u"de"_s, {false, true}}});
+	QCOMPARE(log->ownLines().filter(u"Talvora: creating"_s),
+		 (QStringList{u"[talvora-obs] Talvora: creating dubbed source for 'es' (Spanish)"_s,
+			      u"[talvora-obs] Talvora: creating dubbed source for 'fr' (French)"_s}));
+	QCOMPARE(plugin->dubbingLanguages(), (QStringList{u"es"_s, u"fr"_s}));
+	QCOMPARE(plugin->captionLanguages(), (QStringList{u"de"_s, u"es"_s}));
+	QCOMPARE(plugin->dubbedSources.size(), size_t{2});
+	const DubbedSource *french = plugin->dubbedSources.at(u"fr"_s).get();
+
+	plugin->setDuckingLevel(0.35f);
+	plugin->setTtsVolume(0.5f);
+	plugin->setMuteOriginal(true);
+	for (const auto &[code, dub] : plugin->dubbedSources) {
+		QCOMPARE(dub->duckingLevel.load(), 0.35f);
+		QCOMPARE(dub->ttsLevel.load(), 0.5f);
+		QCOMPARE(dub->muteOriginal.load(), true);
+	}
+
+	log->clear();
+	plugin->setLanguageTargets({{u"fr"_s, {true, false}}});
+	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora: removing dubbed source for 'es'"_s));
+	QCOMPARE(plugin->dubbedSources.at(u"fr"_s).get(), french);
+	QVERIFY(!plugin->dubbedSources.contains(u"es"_s));
+
+	plugin->setLanguageTargets({{u"fr"_s, {true, false}}, {u"es"_s, {true, false}}});
+	const DubbedSource &again = *plugin->dubbedSources.at(u"es"_s);
+	QCOMPARE(again.duckingLevel.load(), 0.35f);
+	QCOMPARE(again.ttsLevel.load(), 0.5f);
+	QCOMPARE(again.muteOriginal.load(), true);
+}
+
+void TalvoraPluginTest::dubOfTheNewSourceLanguageGoesAtOnce()
+{
+	make().setLanguageTargets({{u"es"_s, {true, true}}});
+	QCOMPARE(plugin->dubbedSources.size(), size_t{1});
+	plugin->setSourceLanguage(u"es"_s);
+	QVERIFY(plugin->dubbedSources.empty());
+}
+
+using Change = void (*)(TalvoraPlugin &);
+Q_DECLARE_METATYPE(Change)
+
+void TalvoraPluginTest::settersStoreAndSave_data()
+{
+	QTest::addColumn<Change>("change");
+	QTest::addColumn<QString>("key");
+	QTest::addColumn<QJsonValue>("saved");
+	const auto row = [](const char *key, const QJsonValue &saved, Change change) {
+		QTest::newRow(key) << change << QString::fromUtf8(key) << saved;
+	};
+	row("apiKey", u"tak_1"_s, [](TalvoraPlugin &p) { p.setApiKey(u"tak_1"_s); });
+	row("captionMode", u"original"_s, [](TalvoraPlugin &p) { p.setCaptionMode(u"original"_s); });
+	row("captionAlignment", u"left"_s, [](TalvoraPlugin &p) { p.setCaptionAlignment(u"left"_s); });
+	row("captionTextColor", u"#80ff0001"_s,
+	    [](TalvoraPlugin &p) { p.setCaptionTextColor(QColor(255, 0, 1, 128)); });
+	row("captionBgColor", u"#ff010203"_s, [](TalvoraPlugin &p) { p.setCaptionBgColor(QColor(1, 2, 3)); });
+	row("captionOpacity", 250, [](TalvoraPlugin &p) { p.setCaptionOpacity(250); });
+	row("captionFont", QFont(u"Serif"_s, 9).toString(),
+	    [](TalvoraPlugin &p) { p.setCaptionFont(QFont(u"Serif"_s, 9)); });
+	row("duckingLevel", 0.5, [](TalvoraPlugin &p) { p.setDuckingLevel(0.5f); });
+	row("ttsVolume", 2.0, [](TalvoraPlugin &p) { p.setTtsVolume(2.0f); });
+	row("muteOriginal", true, [](TalvoraPlugin &p) { p.setMuteOriginal(true); });
+	row("audioSource", u"Voice"_s, [](TalvoraPlugin &p) { p.setAudioSource(u"Voice"_s); });
+	row("sourceLanguage", u"de"_s, [](TalvoraPlugin &p) { p.setSourceLanguage(u"de"_s); });
+}
+
+void TalvoraPluginTest::settersStoreAndSave()
+{
+	QFETCH(Change, change);
+	QFETCH(QString, key);
+	QFETCH(QJsonValue, saved);
+	change(make());
+	QCOMPARE(plugin->currentSettings().toJson()[key], saved);
+	QCOMPARE(savedConfig()[key], saved);
+}
+
+void TalvoraPluginTest::styleReachesTheCaptionSources_data()
+{
+	QTest::addColumn<Change>("change");
+	QTest::addColumn<QString>("css");
+	const auto row = [](const char *name, const QString &css, Change change) {
+		QTest::newRow(name) << change << css;
+	};
+	row("alignment", u"align-items: flex-start;"_s, [](TalvoraPlugin &p) { p.setCaptionAlignment(u"left"_s); });
+	row("text colour", u"color: rgba(255, 0, 1, 1);"_s,
+	    [](TalvoraPlugin &p) { p.setCaptionTextColor(QColor(255, 0, 1)); });
+	row("background colour", u"background-color: rgba(1, 2, 3, 1);"_s,
+	    [](TalvoraPlugin &p) { p.setCaptionBgColor(QColor(1, 2, 3)); });
+	row("opacity", u"opacity: 0.35;"_s, [](TalvoraPlugin &p) { p.setCaptionOpacity(35); });
+	row("font", u"font-size: 9px;"_s, [](TalvoraPlugin &p) { p.setCaptionFont(QFont(u"Serif"_s, 9)); });
+}
+
+static QString captionCss(const char *name)
+{
+	obs_source_t *source = obs_get_source_by_name(name);
+	obs_data_t *data = obs_source_get_settings(source);
+	const QString css = QString::fromUtf8(obs_data_get_string(data, "css"));
+	obs_data_release(data);
+	obs_source_release(source);
+	return css;
+}
+
+void TalvoraPluginTest::styleReachesTheCaptionSources()
+{
+	QFETCH(Change, change);
+	QFETCH(QString, css);
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	QVERIFY(!captionCss("Talvora Captions — Spanish").contains(css));
+	change(*plugin);
+	QVERIFY2(captionCss("Talvora Captions — Spanish").contains(css),
+		 captionCss("Talvora Captions — Spanish").toUtf8().constData());
+}
+
+void TalvoraPluginTest::captionModeLeavesTheCaptionSourcesAlone()
+{
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {false, true}}});
+	plugin->settings.captionOpacity = 12;
+	plugin->setCaptionMode(u"original"_s);
+	QVERIFY(!captionCss("Talvora Captions — Spanish").contains(u"opacity: 0.12;"_s));
+}
+
+void TalvoraPluginTest::clipEventsOfADubReachTheCaptions()
+{
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, true}}});
+	CaptionManager &captions = *plugin->captionManager;
+	const auto css = [&] { return captions.generateCss(u"es"_s); };
+	captions.onCaption(u"es"_s, u"hola"_s, 1.0, 7, true);
+	QVERIFY(!css().contains(u"hola"_s));
+
+	plugin->onTtsAudioReady(u"es"_s, 7, QByteArray(960, 'x'), 48000);
+	plugin->onTtsAudioReady(u"es"_s, 7, QByteArray(), 48000);
+	const std::vector<float> original(480, 0.0f);
+	std::thread([&] {
+		plugin->dubbedSources.at(u"es"_s)->pushOriginalAudio(original.data(), original.data(), 480, 48000, 1);
+	}).join();
+	// Played and over; the caption manager hears of it on this thread, start first.
+	QVERIFY(!css().contains(u"hola"_s));
+	QCoreApplication::processEvents();
+	QVERIFY(css().contains(u"hola"_s));
+	QVERIFY(QTest::qWaitFor([&] { return !css().contains(u"hola"_s); }));
+}
+
+static void removeSource(const char *name)
+{
+	const OBSSourceAutoRelease source = obs_get_source_by_name(name);
+	obs_source_remove(source);
+}
+
+/** Speech of a language for one second, as a piece of a clip. */
+static QByteArray secondOfSpeech()
+{
+	return QByteArray(96000, '\x20');
+}
+
+void TalvoraPluginTest::playOriginal(size_t frames)
+{
+	const std::vector<float> silence(frames, 0.0f);
+	plugin->dubbedSources.at(u"es"_s)->pushOriginalAudio(silence.data(), silence.data(), frames, 48000, 1);
+	QCoreApplication::processEvents();
+}
+
+void TalvoraPluginTest::showCaptionOfAPlayingClip()
+{
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, true}}});
+	plugin->onCaptionUpdated(u"es"_s, u"uno"_s, 8.0, 1);
+	plugin->onCaptionUpdated(u"es"_s, u"dos"_s, 8.0, 2);
+	plugin->onTtsAudioReady(u"es"_s, 2, secondOfSpeech(), 48000);
+	playOriginal(480);
+	QVERIFY2(spanishCss().contains(u"\"dos\""_s), "the clip does not show its caption");
+}
+
+QString TalvoraPluginTest::spanishCss() const
+{
+	return plugin->captionManager->generateCss(u"es"_s);
+}
+
+void TalvoraPluginTest::captionOfAClipThatIsNotHeardToItsEndGoes_data()
+{
+	QTest::addColumn<std::function<void(TalvoraPlugin &)>>("end");
+	using End = std::function<void(TalvoraPlugin &)>;
+	const auto row = [](const char *name, const End &end) { QTest::newRow(name) << end; };
+	row("stopped", [](TalvoraPlugin &core) { core.onWsStateChanged(WsState::Disconnected); });
+	row("connection lost", [](TalvoraPlugin &core) { core.onWsStateChanged(WsState::Reconnecting); });
+	row("started anew", [](TalvoraPlugin &core) {
+		core.setApiKey(u"k"_s);
+		core.startSession();
+	});
+	row("dubbing switched off", [](TalvoraPlugin &core) { core.setLanguageTargets({{u"es"_s, {false, true}}}); });
+	row("its language is spoken now", [](TalvoraPlugin &core) { core.setSourceLanguage(u"es"_s); });
+	row("dub removed", [](TalvoraPlugin &) { removeSource("Talvora Dub — Spanish"); });
+	row("pushed out by later speech", [](TalvoraPlugin &core) {
+		for (int second = 0; second < 11; ++second) {
+			core.onTtsAudioReady(u"es"_s, 3, secondOfSpeech(), 48000);
+		}
+	});
+	row("no sound of the captured source", [](TalvoraPlugin &) {});
+}
+
+void TalvoraPluginTest::captionOfAClipThatIsNotHeardToItsEndGoes()
+{
+	QFETCH(const std::function<void(TalvoraPlugin &)>, end);
+	showCaptionOfAPlayingClip();
+	end(*plugin);
+	// Two seconds without sound, and 1.5 s as after any clip.
+	QVERIFY2(QTest::qWaitFor([this] { return !spanishCss().contains(u"::after"_s); }, 4500),
+		 "the caption stays although its clip does not");
+}
+
+void TalvoraPluginTest::captionOfAPlayingClipStays()
+{
+	showCaptionOfAPlayingClip();
+	QElapsedTimer clock;
+	clock.start();
+	// A chunk now and then is enough: four times as long as a caption lasts without one.
+	while (clock.elapsed() < 8000) {
+		plugin->onTtsAudioReady(u"es"_s, 2, QByteArray(960, '\x20'), 48000);
+		playOriginal(480);
+		QTest::qWait(500);
+		QVERIFY2(spanishCss().contains(u"\"dos\""_s),
+			 qPrintable(u"the caption went after %1 ms"_s.arg(clock.elapsed())));
+	}
+}
+
+void TalvoraPluginTest::nothingIsShownOrSpokenAfterASession_data()
+{
+	QTest::addColumn<WsState>("state");
+	QTest::newRow("disconnecting") << WsState::Disconnecting;
+	QTest::newRow("disconnected") << WsState::Disconnected;
+	QTest::newRow("reconnecting") << WsState::Reconnecting;
+}
+
+void TalvoraPluginTest::nothingIsShownOrSpokenAfterASession()
+{
+	QFETCH(WsState, state);
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, true}}});
+	const QSignalSpy heard(plugin, &TalvoraPlugin::transcriptUpdated);
+	const auto everything = [this] {
+		plugin->onCaptionUpdated(u"es"_s, u"tarde"_s, 8.0, 1);
+		plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
+		plugin->onTranscriptInterim(u"late"_s);
+	};
+	plugin->onWsStateChanged(WsState::Authenticated);
+	plugin->onWsStateChanged(state);
+	everything();
+	QVERIFY(!spanishCss().contains(u"tarde"_s));
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
+	QCOMPARE(heard.size(), 0);
+
+	plugin->onWsStateChanged(WsState::Authenticated);
+	everything();
+	QVERIFY(spanishCss().contains(u"tarde"_s));
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{100});
+	QCOMPARE(heard.size(), 1);
+}
+
+void TalvoraPluginTest::lostConnectionFlushesTheDubs_data()
+{
+	QTest::addColumn<WsState>("state");
+	QTest::addColumn<bool>("flushed");
+	QTest::newRow("disconnected") << WsState::Disconnected << true;
+	QTest::newRow("connecting") << WsState::Connecting << false;
+	QTest::newRow("connected") << WsState::Connected << false;
+	QTest::newRow("authenticated") << WsState::Authenticated << false;
+	QTest::newRow("reconnecting") << WsState::Reconnecting << true;
+	QTest::newRow("disconnecting") << WsState::Disconnecting << false;
+}
+
+void TalvoraPluginTest::lostConnectionFlushesTheDubs()
+{
+	QFETCH(WsState, state);
+	QFETCH(bool, flushed);
+	make().setLanguageTargets({{u"es"_s, {true, false}}});
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
+	plugin->onWsStateChanged(state);
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), flushed ? size_t{0} : size_t{100});
+}
+
+static bool sourceExists(const char *name)
+{
+	obs_source_t *source = obs_get_source_by_name(name);
+	const bool exists = source && !obs_source_removed(source);
+	obs_source_release(source);
+	return exists;
+}
+
+void TalvoraPluginTest::removedDubComesBackWithTheNextSession()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	obs_source_t *dub = obs_get_source_by_name("Talvora Dub — Spanish");
+	obs_source_remove(dub);
+	obs_source_release(dub);
+	QVERIFY(!sourceExists("Talvora Dub — Spanish"));
+	plugin->startSession();
+	QVERIFY(sourceExists("Talvora Dub — Spanish"));
+}
+
+void TalvoraPluginTest::dubsAreMadeAndRenewedWithoutHoldingUpTheAudio()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	struct Seen {
+		TalvoraPlugin *plugin;
+		QStringList free;
+		QStringList taken;
+		/** What the audio thread does at a chunk that comes just now. */
+		void look(const char *what)
+		{
+			std::thread([&] {
+				const std::shared_lock guard(plugin->dubbedMutex, std::try_to_lock);
+				(guard ? free : taken).append(QString::fromUtf8(what));
+			}).join();
+		}
+	};
+	Seen seen{plugin, {}, {}};
+	const auto created = [](void *data, calldata_t *) { static_cast<Seen *>(data)->look("created"); };
+	const auto removed = [](void *data, calldata_t *) { static_cast<Seen *>(data)->look("removed"); };
+	signal_handler_connect(obs_get_signal_handler(), "source_create", created, &seen);
+	signal_handler_connect(obs_get_signal_handler(), "source_remove", removed, &seen);
+
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	const OBSSourceAutoRelease dub = obs_get_source_by_name("Talvora Dub — Spanish");
+	obs_source_remove(dub);
+	plugin->startSession();
+	plugin->setLanguageTargets({});
+
+	signal_handler_disconnect(obs_get_signal_handler(), "source_create", created, &seen);
+	signal_handler_disconnect(obs_get_signal_handler(), "source_remove", removed, &seen);
+	QCOMPARE(seen.taken, QStringList());
+	QCOMPARE(seen.free, (QStringList{u"created"_s, u"created"_s, u"removed"_s, u"created"_s}));
+}
+
+void TalvoraPluginTest::sameAudioSourceNeitherSavesNorAttaches()
+{
+	make().setAudioSource(u"Voice"_s);
+	QVERIFY(log->contains(LOG_WARNING, u"[talvora-obs] Talvora: audio source 'Voice' not found"_s));
+	log->clear();
+	QVERIFY(QFile::remove(configPath()));
+	plugin->setAudioSource(u"Voice"_s);
+	QVERIFY(!QFile::exists(configPath()));
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::previewWithoutCaptionLanguageDoesNothing()
+{
+	make().initialize();
+	setTargets(*plugin, {{u"es"_s, {false, false}}});
+	plugin->settings.captionOpacity = 12;
+	log->clear();
+	plugin->previewCaptionText(u"Hello"_s);
+	QVERIFY(!plugin->captionManager->generateCss(u"es"_s).contains(u"opacity: 0.12;"_s));
+	QVERIFY(plugin->captionManager->generateCss(u"es"_s).contains(u"opacity: 1;"_s));
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::previewShowsTheTextInEveryCaptionLanguage()
+{
+	make().initialize();
+	setTargets(*plugin, {{u"es"_s, {false, true}}, {u"fr"_s, {true, true}}, {u"de"_s, {true, false}}});
+	const QString text = u"Hello there"_s.leftJustified(100, u'!');
+	plugin->previewCaptionText(text);
+	for (const char *name : {"Talvora Captions — Spanish", "Talvora Captions — French"}) {
+		obs_source_t *source = obs_get_source_by_name(name);
+		QVERIFY2(source, name);
+		obs_data_t *data = obs_source_get_settings(source);
+		const QString css = QString::fromUtf8(obs_data_get_string(data, "css"));
+		obs_data_release(data);
+		obs_source_release(source);
+		QVERIFY2(css.contains(text), name);
+	}
+	// 75 ms for each character, as there is no speech that would say how long.
+	const QList<QTimer *> timers = plugin->captionManager->findChildren<QTimer *>();
+	QCOMPARE(std::count_if(timers.begin(), timers.end(),
+			       [](const QTimer *timer) { return timer->isActive() && timer->interval() == 7500; }),
+		 2);
+	QVERIFY(!obs_get_source_by_name("Talvora Captions — German"));
+}
+
+// Audio capture
+
+void TalvoraPluginTest::attachAndDetachSayTheirLines()
+{
+	const TestAudioSource voice("Voice");
+	const TestAudioSource other("Other voice");
+	make().setAudioSource(u"Voice"_s);
+	plugin->setAudioSource(u"Other voice"_s);
+	plugin->setAudioSource(QString());
+	QCOMPARE(log->lines(LOG_INFO),
+		 (QStringList{u"[talvora-obs] Talvora: attached audio capture to source 'Voice'"_s,
+			      u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s,
+			      u"[talvora-obs] Talvora: attached audio capture to source 'Other voice'"_s,
+			      u"[talvora-obs] Talvora: detached audio capture from 'Other voice'"_s}));
+	log->clear();
+	plugin->detachAudioCapture();
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+void TalvoraPluginTest::missingSourceIsReported()
+{
+	make().setAudioSource(u"Nobody"_s);
+	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora: audio source 'Nobody' not found"_s});
+	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+}
+
+void TalvoraPluginTest::sourcesWithoutCapturableAudioAreRefused_data()
+{
+	QTest::addColumn<QByteArray>("id");
+	QTest::addColumn<uint32_t>("flags");
+	QTest::newRow("browser source with audio") << QByteArray("browser_source") << uint32_t{OBS_SOURCE_AUDIO};
+	QTest::newRow("no audio") << QByteArray("test_silent") << uint32_t{0};
+	QTest::newRow("one of our own dubs") << QByteArray("talvora_dubbed_source") << uint32_t{OBS_SOURCE_AUDIO};
+}
+
+void TalvoraPluginTest::sourcesWithoutCapturableAudioAreRefused()
+{
+	QFETCH(QByteArray, id);
+	QFETCH(uint32_t, flags);
+	const TestAudioSource source("Refused", id.constData(), flags);
+	make().setAudioSource(u"Refused"_s);
+	QCOMPARE(log->lines(LOG_WARNING),
+		 QStringList{u"[talvora-obs] Talvora: source 'Refused' (type=%1) does not produce capturable audio, "
+			     u"skipping"_s.arg(QString::fromUtf8(id))});
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+}
+
+void TalvoraPluginTest::destroyedSourceIsNoticedAtDetach()
+{
+	{
+		const TestAudioSource voice("Voice");
+		make().setAudioSource(u"Voice"_s);
+	}
+	QVERIFY(ObsFixture::isGone("Voice"));
+	log->clear();
+	plugin->detachAudioCapture();
+	QCOMPARE(log->lines(LOG_INFO),
+		 QStringList{u"[talvora-obs] Talvora: audio source 'Voice' was already destroyed, skipping detach"_s});
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	log->clear();
+	plugin->detachAudioCapture();
+	QCOMPARE(log->ownLines(), QStringList());
+}
+
+/** Samples a dubbed source has put out, left channel. */
+struct Heard {
+	explicit Heard(const char *name) : source(obs_get_source_by_name(name))
+	{
+		obs_source_add_audio_capture_callback(source, hear, this);
+	}
+	~Heard()
+	{
+		obs_source_remove_audio_capture_callback(source, hear, this);
+		obs_source_release(source);
+	}
+	static void hear(void *self, obs_source_t *, const audio_data *audio, bool)
+	{
+		const auto *left = reinterpret_cast<const float *>(audio->data[0]);
+		auto &samples = static_cast<Heard *>(self)->samples;
+		samples.insert(samples.end(), left, left + audio->frames);
+	}
+
+	obs_source_t *source;
+	std::vector<float> samples;
+};
+
+void TalvoraPluginTest::wrongRateIsReportedOncePerProcess()
+{
+	const QString warning =
+		u"[talvora-obs] Talvora: audio sample rate is 44100 Hz (expected 48000). Downsampling will produce "
+		"incorrect output. Change OBS audio settings to 48 kHz."_s;
+	obs.reset();
+	obs.emplace(44100);
+	obs_register_source(dubbed_source_info());
+	{
+		TestAudioSource voice("Voice");
+		make().initialize();
+		plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+		plugin->setAudioSource(u"Voice"_s);
+		QCOMPARE(plugin->captureSampleRate.load(), 44100u);
+		const Heard heard("Talvora Dub — Spanish");
+		voice.playConstant(0.25f, 1000, 44100);
+		voice.playConstant(0.25f, 1000, 44100);
+		plugin->attachAudioCapture();
+		voice.playConstant(0.25f, 1000, 44100);
+		QCOMPARE(log->lines(LOG_WARNING).count(warning), 1);
+		QCOMPARE(heard.samples, std::vector<float>(3000, 0.25f));
+		QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{0});
+	}
+}
+
+void TalvoraPluginTest::mutedEmptyAndLateChunksDoNothing()
+{
+	make().initialize();
+	// Without a connection nothing is queued.
+	plugin->wsClient.load()->state_ = WsState::Connected;
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	const TestAudioSource voice("Voice");
+	plugin->setAudioSource(u"Voice"_s);
+	const Heard heard("Talvora Dub — Spanish");
+
+	const std::vector<float> plane(48, 0.5f);
+	audio_data chunk{};
+	chunk.data[0] = reinterpret_cast<uint8_t *>(const_cast<float *>(plane.data()));
+	chunk.frames = 48;
+	audio_data empty = chunk;
+	empty.frames = 0;
+	audio_data nothing = chunk;
+	nothing.data[0] = nullptr;
+
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, true);
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), nullptr, false);
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &empty, false);
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &nothing, false);
+	plugin->shuttingDown = true;
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	plugin->shuttingDown = false;
+	QVERIFY(heard.samples.empty());
+	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{0});
+
+	// The same chunk, and nothing in the way: one channel is heard on both.
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	QCOMPARE(plugin->captureChannels.load(), 1u);
+	QCOMPARE(heard.samples, plane);
+	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{16 * 2});
+}
+
+void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
+{
+	make().initialize();
+	// Without a connection nothing is queued.
+	plugin->wsClient.load()->state_ = WsState::Connected;
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	TestAudioSource voice("Voice");
+	plugin->setAudioSource(u"Voice"_s);
+	const Heard spanish("Talvora Dub — Spanish");
+	const Heard french("Talvora Dub — French");
+	voice.playConstant(0.25f, 10000);
+	QCOMPARE(plugin->captureChannels.load(), 2u);
+	QCOMPARE(spanish.samples, std::vector<float>(10000, 0.25f));
+	QCOMPARE(french.samples, std::vector<float>(10000, 0.25f));
+	// The uplink takes 8192 of them.
+	QCOMPARE(plugin->captureConverter.carried(), size_t{8192 % 3});
+	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{8192 / 3 * 2});
+}
+
+void TalvoraPluginTest::bothChannelsGoUp()
+{
+	make().initialize();
+	// Without a connection nothing is queued.
+	plugin->wsClient.load()->state_ = WsState::Connected;
+	TestAudioSource voice("Voice");
+	plugin->setAudioSource(u"Voice"_s);
+	voice.play(std::vector<float>(3, 0.5f), std::vector<float>(3, -0.25f));
+	int16_t sample = 0;
+	QCOMPARE(plugin->wsClient.load()->audioRing.read(&sample, sizeof(sample)), sizeof(sample));
+	// 32767 times the mean of the two.
+	QCOMPARE(sample, int16_t{4095});
+}
+
+void TalvoraPluginTest::attachingForgetsTheCarry()
+{
+	TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	voice.playConstant(0.5f, 1000);
+	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
+	plugin->captureChannels = 1;
+	plugin->attachAudioCapture();
+	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
+	QCOMPARE(plugin->captureChannels.load(), 2u);
+}
+
+void TalvoraPluginTest::staleSourceIsNotHeard()
+{
+	TestAudioSource first("First");
+	TestAudioSource second("Second");
+	make().initialize();
+	plugin->setAudioSource(u"First"_s);
+	plugin->setAudioSource(u"Second"_s);
+	// What a source that OBS is destroying may still do.
+	const std::vector<float> plane(1000, 0.5f);
+	audio_data chunk{};
+	chunk.data[0] = reinterpret_cast<uint8_t *>(const_cast<float *>(plane.data()));
+	chunk.frames = 1000;
+	TalvoraPlugin::audioCaptureCallback(plugin, first.get(), &chunk, false);
+	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
+	TalvoraPlugin::audioCaptureCallback(plugin, second.get(), &chunk, false);
+	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
+}
+
+void TalvoraPluginTest::playedAudioArrivesAtTheService()
+{
+	LoopbackService service;
+	TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	authenticate(service);
+	for (int chunk = 0; chunk < 3; ++chunk) {
+		voice.playConstant(0.5f, 1000);
+	}
+	const auto received = [&] { return service.frames.join(); };
+	QVERIFY(QTest::qWaitFor([&] { return received().size() == 1000 * 2; }));
+	// 333, 333 and 334 samples, of which a frame takes 160.
+	QByteArray expected;
+	for (int sample = 0; sample < 1000; ++sample) {
+		expected.append("\xff\x3f");
+	}
+	QCOMPARE(received(), expected);
+	for (const QByteArray &frame : service.frames) {
+		QVERIFY2(frame.size() <= 320 && frame.size() % 2 == 0, QByteArray::number(frame.size()));
+	}
+}
+
+// Changes of the scene
+
+static void removeAllSources()
+{
+	obs_enum_sources(
+		[](void *, obs_source_t *source) {
+			obs_source_remove(source);
+			return true;
+		},
+		nullptr);
+}
+
+void TalvoraPluginTest::outputsComeBackInAnotherCollection()
+{
+	writeConfig(
+		R"({"audioSource": "Voice", "targetLanguages": [{"code": "es", "dubbing": true, "captions": true}]})");
+	std::optional<TestAudioSource> voice("Voice");
+	make().initialize();
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->isCapturing());
+	const DubbedSource *dub = plugin->dubbedSources.at(u"es"_s).get();
+
+	removeAllSources();
+	voice.reset();
+	QVERIFY(!sourceExists("Talvora Dub — Spanish"));
+	QVERIFY(!sourceExists("Talvora Captions — Spanish"));
+	QVERIFY(ObsFixture::isGone("Voice"));
+	voice.emplace("Voice");
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
+	QCoreApplication::processEvents();
+	QVERIFY(sourceExists("Talvora Dub — Spanish"));
+	QVERIFY(sourceExists("Talvora Captions — Spanish"));
+	QVERIFY(plugin->isCapturing());
+	QCOMPARE(plugin->dubbedSources.at(u"es"_s).get(), dub);
+
+	const Heard heard("Talvora Dub — Spanish");
+	voice->playConstant(0.25f, 1024);
+	QCOMPARE(heard.samples, std::vector<float>(1024, 0.25f));
+}
+
+void TalvoraPluginTest::limitThatComesWhileACollectionIsClearedMakesNothingThen()
+{
+	writeConfig(R"({"targetLanguages": [{"code": "es", "dubbing": true, "captions": true},
+					    {"code": "fr", "dubbing": true, "captions": true}]})");
+	make().initialize();
+	const QStringList names{u"Talvora Dub — Spanish"_s, u"Talvora Captions — Spanish"_s};
+	const QStringList dropped{u"Talvora Dub — French"_s, u"Talvora Captions — French"_s};
+	const auto exists = [](const QString &name) { return sourceExists(name.toUtf8()); };
+
+	removeAllSources();
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CLEANUP);
+	plugin->onAuthSucceeded({}, {}, 1);
+	QCOMPARE(plugin->targetLanguageCodes(), QStringList{u"es"_s});
+	QVERIFY(std::ranges::none_of(names + dropped, exists));
+	frontendStub().emitEvent(OBS_FRONTEND_EVENT_SCENE_COLLECTION_CHANGED);
+	QCoreApplication::processEvents();
+	QVERIFY(std::ranges::all_of(names, exists));
+	QVERIFY(std::ranges::none_of(dropped, exists));
+	QVERIFY(!plugin->dubbedSources.contains(u"fr"_s));
+}
+
+void TalvoraPluginTest::captureBeginsWhenItsSourceAppears()
+{
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	QVERIFY(!plugin->isCapturing());
+	const QSignalSpy changed(plugin, &TalvoraPlugin::audioSourcesChanged);
+	const TestAudioSource other("Other");
+	QCoreApplication::processEvents();
+	QVERIFY(!plugin->isCapturing());
+	const TestAudioSource voice("Voice");
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->isCapturing());
+	QCOMPARE(changed.size(), 2);
+}
+
+void TalvoraPluginTest::captureEndsWhenItsSourceIsRemoved()
+{
+	std::optional<TestAudioSource> voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	log->clear();
+	obs_source_remove(voice->get());
+	QCoreApplication::processEvents();
+	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s));
+	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->currentSettings().audioSource, u"Voice"_s);
+}
+
+void TalvoraPluginTest::captureFollowsTheRenamedSource()
+{
+	const TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	obs_source_set_name(voice.get(), "Microphone");
+	QCoreApplication::processEvents();
+	QCOMPARE(plugin->currentSettings().audioSource, u"Microphone"_s);
+	QCOMPARE(savedConfig()[u"audioSource"], QJsonValue(u"Microphone"_s));
+	QVERIFY(plugin->isCapturing());
+}
+
+void TalvoraPluginTest::sourceThatTakesTheNameIsCaptured()
+{
+	const TestAudioSource voice("Anything");
+	make().initialize();
+	plugin->setAudioSource(u"Voice"_s);
+	obs_source_set_name(voice.get(), "Voice");
+	QCoreApplication::processEvents();
+	QVERIFY(plugin->isCapturing());
+}
+
+void TalvoraPluginTest::nothingIsWatchedAfterShutdown()
+{
+	make().initialize();
+	plugin->shutdown();
+	QVERIFY(frontendStub().callbacks.empty());
+	const QSignalSpy changed(plugin, &TalvoraPlugin::audioSourcesChanged);
+	const TestAudioSource voice("Voice");
+	QCoreApplication::processEvents();
+	QCOMPARE(changed.size(), 0);
+}
+
+void TalvoraPluginTest::sourceThatADubIsPutOutByIsNotCaptured()
+{
+	TestAudioSource voice("Talvora Dub — Spanish");
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(voice.get()));
+	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
+	QVERIFY(log->contains(LOG_WARNING,
+			      u"[talvora-obs] Talvora: source 'Talvora Dub — Spanish' (type=test_audio) does "
+			      "not produce capturable audio, skipping"_s));
+	QVERIFY(!plugin->isCapturing());
+	voice.playConstant(0.5f, 1024);
+}
+
+void TalvoraPluginTest::dubThatIsPutOutByTheCapturedSourceEndsTheCapture()
+{
+	TestAudioSource voice("Talvora Dub — Spanish");
+	make().initialize();
+	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
+	QVERIFY(plugin->isCapturing());
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	QVERIFY(!plugin->isCapturing());
+	voice.playConstant(0.5f, 1024);
+}
+
+void TalvoraPluginTest::onlyASourceThatIsThereIsTakenUp()
+{
+	const QString name = u"Talvora Dub — Spanish"_s;
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	OBSSourceAutoRelease dub = obs_get_source_by_name(qPrintable(name));
+	obs_source_remove(dub);
+	QVERIFY(!plugin->dubbedSources.at(u"es"_s)->hasSource());
+	// Told late of one that was there for a moment: it is still held by somebody, and then by nobody.
+	plugin->onSourceCreated(name);
+	QVERIFY(!plugin->dubbedSources.at(u"es"_s)->hasSource());
+	dub = nullptr;
+	QVERIFY(ObsFixture::isGone(qPrintable(name)));
+	plugin->onSourceCreated(name);
+	QVERIFY(!plugin->dubbedSources.at(u"es"_s)->hasSource());
+
+	const OBSSourceAutoRelease made =
+		obs_source_create("talvora_dubbed_source", qPrintable(name), nullptr, nullptr);
+	plugin->onSourceCreated(name);
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(made));
+}
+
+void TalvoraPluginTest::renewedDubThatIsPutOutByTheCapturedSourceEndsTheCapture()
+{
+	make().initialize();
+	plugin->setApiKey(u"k"_s);
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
+	{
+		const OBSSourceAutoRelease dub = obs_get_source_by_name("Talvora Dub — Spanish");
+		obs_source_remove(dub);
+	}
+	QVERIFY(ObsFixture::isGone("Talvora Dub — Spanish"));
+	TestAudioSource voice("Talvora Dub — Spanish");
+	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
+	QVERIFY(plugin->isCapturing());
+	plugin->startSession();
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(voice.get()));
+	QVERIFY(!plugin->isCapturing());
+	voice.playConstant(0.5f, 1024);
+}
+
+void TalvoraPluginTest::selectionChangesWhileAudioFlows()
+{
+	make().initialize();
+	TestAudioSource voice("Voice");
+	plugin->setAudioSource(u"Voice"_s);
+	std::atomic<bool> stop = false;
+	std::atomic<int> chunks = 0;
+	std::thread audio([&] {
+		while (!stop) {
+			voice.playConstant(0.25f, 480);
+			++chunks;
+		}
+	});
+	QRandomGenerator chance(7);
+	const QStringList codes{u"es"_s, u"fr"_s, u"it"_s, u"pt"_s};
+	for (int round = 0; round < 200; ++round) {
+		LanguageTargets targets;
+		for (const QString &code : codes) {
+			if (chance.bounded(2)) {
+				targets[code] = {chance.bounded(2) != 0, false};
+			}
+		}
+		plugin->setLanguageTargets(targets);
+		plugin->setSourceLanguage(chance.bounded(3) ? u"en"_s : codes[chance.bounded(4)]);
+		plugin->setDuckingLevel(static_cast<float>(chance.generateDouble()));
+		plugin->setMuteOriginal(chance.bounded(2) != 0);
+		plugin->onTtsAudioReady(codes[chance.bounded(4)], round, QByteArray(9600, 'x'), 24000);
+		if (round % 10 == 0) {
+			plugin->attachAudioCapture();
+			plugin->onWsStateChanged(WsState::Disconnected);
+		}
+		QCoreApplication::processEvents();
+	}
+	const int before = chunks;
+	QVERIFY(QTest::qWaitFor([&] { return chunks > before + 10; }));
+	stop = true;
+	audio.join();
+	QVERIFY(plugin->isCapturing());
+}
+
+void TalvoraPluginTest::captureCallbackNeverTouchesTheHeap()
+{
+	LoopbackService service;
+	const TestAudioSource voice("Voice");
+	make().initialize();
+	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
+	plugin->setAudioSource(u"Voice"_s);
+	authenticate(service);
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200000, 'x'), 24000);
+	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(), 24000);
+
+	std::vector<float> plane(48000, 0.5f);
+	audio_data chunk{};
+	chunk.data[0] = chunk.data[1] = reinterpret_cast<uint8_t *>(plane.data());
+	// The start of a clip is posted to the user-interface thread, the one allocation that is meant.
+	chunk.frames = 1024;
+	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->speech.isPlaying());
+
+	HeapGuard guard;
+	for (const uint32_t frames : std::array<uint32_t, 8>{1, 2, 480, 1024, 1024, 4096, 8192, 10000}) {
+		chunk.frames = frames;
+		TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	}
+	guard.stop();
+	QVERIFY2(guard.calls() == 0, guard.report());
+	QVERIFY(plugin->dubbedSources.at(u"es"_s)->speech.isPlaying());
+}
+
+QTEST_MAIN(TalvoraPluginTest)
+#include "talvora-plugin-test.moc"
