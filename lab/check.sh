@@ -28,6 +28,9 @@ verdict $? shellcheck
 written py | xargs -0 pyflakes3
 verdict $? pyflakes
 
+python3 -B lab/includes.py
+verdict $? includes
+
 # A subject fits into a list of commits, and no message tells of folders that only its author's machine has. Commits from
 # before this file are not looked at: the rule came with it.
 git=(git -c 'safe.directory=*')
