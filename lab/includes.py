@@ -15,7 +15,7 @@ from pathlib import Path
 PLUGIN = {
 	"main": {"dock", "core", "audio"},
 	"dock": {"core", "sign-in", "settings", "client/ws-state.h", "obs"},
-	"core": {"audio", "captions", "client", "settings", "obs", "dock/plugin-dock.h"},
+	"core": {"audio", "captions", "client", "settings", "obs"},
 	"captions": {"obs"},
 	"audio": {"client", "settings", "obs", "loops"},
 	"client": {"loops"},

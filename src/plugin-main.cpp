@@ -2,6 +2,7 @@
 #include "audio/audio-filter.h"
 #include "audio/dubbed-source.h"
 #include "core/talvora-plugin.h"
+#include "dock/plugin-dock.h"
 #include "plugin-support.h"
 
 #include <QSslConfiguration>
@@ -83,7 +84,7 @@ MODULE_EXPORT const char *obs_module_description(void)
 bool obs_module_load(void)
 {
 	talvora_log(LOG_INFO, "Loading Talvora OBS plugin v%s", PLUGIN_VERSION);
-	TalvoraPlugin::instance();
+	TalvoraPlugin::instance()->setDockFactory(createPluginDock);
 	obs_register_source(audio_capture_filter_info());
 	obs_register_source(dubbed_source_info());
 	listen_to_frontend();

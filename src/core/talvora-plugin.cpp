@@ -4,12 +4,12 @@
 #include "captions/caption-manager.h"
 #include "client/ws-client.h"
 #include "deployment.h"
-#include "dock/plugin-dock.h"
 #include "obs/scene-watcher.h"
 #include "plugin-support.h"
 
 #include <QThread>
 #include <QTimer>
+#include <QWidget>
 #include <QtEndian>
 
 #include <obs-frontend-api.h>
@@ -72,7 +72,9 @@ void TalvoraPlugin::initialize()
 	wsThread->start();
 
 	captionManager = new CaptionManager(this);
-	createDock();
+	if (makeDock) {
+		dock = makeDock(this);
+	}
 	QTimer::singleShot(0, this, &TalvoraPlugin::restoreAudioCapture);
 	updateDubbedSources();
 	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
@@ -104,15 +106,6 @@ void TalvoraPlugin::connectClient()
 	connect(client, &WSClient::sessionEnded, this, &TalvoraPlugin::onSessionEnded);
 }
 
-void TalvoraPlugin::createDock()
-{
-	dock = new PluginDock(this, nullptr);
-	dock->show();
-	if (settings.dockVisible) {
-		QTimer::singleShot(0, dock, &PluginDock::bringOnScreen);
-	}
-}
-
 void TalvoraPlugin::shutdown()
 {
 	if (!initialized) {
@@ -124,7 +117,7 @@ void TalvoraPlugin::shutdown()
 
 	if (dock) {
 		settings.dockVisible = dock->isVisible();
-		obs_frontend_remove_dock(PluginDock::kId);
+		obs_frontend_remove_dock(kDockId);
 		dock = nullptr;
 	}
 	saveConfig();

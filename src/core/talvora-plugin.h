@@ -23,14 +23,15 @@
 #include <shared_mutex>
 
 class CaptionManager;
-class PluginDock;
 class QThread;
+class QWidget;
 class SceneWatcher;
 class WSClient;
 
 /**
  * The core of the module: owns the settings and every other object, starts and stops sessions, and routes what the
- * service sends to captions, dubs and dock.
+ * service sends to captions, dubs and dock. It knows the dock only as a widget; the dock follows by
+ * the signals.
  *
  * Everything here runs on the user-interface thread except audioCaptureCallback() and the clip callbacks of the dubbed
  * sources, which run on OBS's audio threads.
@@ -42,6 +43,16 @@ public:
 	/** The one object of the process, made on first use. */
 	static TalvoraPlugin *instance();
 	~TalvoraPlugin() override;
+
+	/** By which OBS knows the dock. */
+	static constexpr const char *kDockId = "TalvoraDock";
+	/**
+	 * Makes the dock and registers it with OBS as `kDockId`; OBS owns it from then on. If the settings say that it
+	 * was open last time, it opens with the next turn of the event loop.
+	 */
+	using DockFactory = QWidget *(*)(TalvoraPlugin *plugin);
+	/** Called before initialize(), which calls `make` once. Without a factory there is no dock. */
+	void setDockFactory(DockFactory make) { makeDock = make; }
 
 	/** Loads the settings and builds everything. A second call does nothing. */
 	void initialize();
@@ -185,7 +196,6 @@ private:
 	void takeUpOutput(const QString &name);
 	void onSourceRemoved();
 	void onSourceRenamed(const QString &from, const QString &to);
-	void createDock();
 	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
 	template <typename Action> void forEachDubbedSource(Action action);
 	void applyCaptionStyle();
@@ -214,7 +224,8 @@ private:
 	std::shared_mutex dubbedMutex;
 	DubbedSources dubbedSources;
 	CaptionManager *captionManager = nullptr;
-	QPointer<PluginDock> dock;
+	DockFactory makeDock = nullptr;
+	QPointer<QWidget> dock;
 	std::unique_ptr<SceneWatcher> sceneWatcher;
 	/** Runs while a clip is being played. */
 	QTimer clipWatch;

@@ -101,7 +101,7 @@ QLabel *taglineLabel()
 PluginDock::PluginDock(TalvoraPlugin *owner, QWidget *parent)
 	: QDockWidget(dock::text("Dock.Title"), parent), plugin(owner)
 {
-	setObjectName(QString::fromUtf8(kId));
+	setObjectName(QString::fromUtf8(TalvoraPlugin::kDockId));
 	setAllowedAreas(Qt::AllDockWidgetAreas);
 	setMinimumSize(320, 600);
 	// OBS puts the panel into a dock of its own, whose title bar and buttons are the ones to see and use.
@@ -233,7 +233,7 @@ QWidget *PluginDock::buildStatusSection()
 void PluginDock::show()
 {
 	auto *window = static_cast<QMainWindow *>(obs_frontend_get_main_window());
-	obs_frontend_add_dock_by_id(kId, obs_module_text("Dock.Title"), this);
+	obs_frontend_add_dock_by_id(TalvoraPlugin::kDockId, obs_module_text("Dock.Title"), this);
 	if (QDockWidget *surrounding = surroundingDock(); window && surrounding) {
 		setMinimumHeight(kMinimumHeightInWindow);
 		// A layout from before the dock's first time leaves it as OBS made it: hidden, floating and nowhere.
@@ -427,4 +427,14 @@ void PluginDock::onLimitReached(const QString &type)
 	if (QLabel *label = minutesLabel(type)) {
 		label->setText(dock::redText(QStringLiteral("Limit reached")));
 	}
+}
+
+QWidget *createPluginDock(TalvoraPlugin *plugin)
+{
+	auto *dock = new PluginDock(plugin, nullptr);
+	dock->show();
+	if (plugin->currentSettings().dockVisible) {
+		QTimer::singleShot(0, dock, &PluginDock::bringOnScreen);
+	}
+	return dock;
 }

@@ -31,9 +31,6 @@ class PluginDock : public QDockWidget {
 	Q_OBJECT
 
 public:
-	/** By which OBS knows it. */
-	static constexpr const char *kId = "TalvoraDock";
-
 	/** @param plugin must outlive the dock */
 	PluginDock(TalvoraPlugin *plugin, QWidget *parent);
 	~PluginDock() override;
@@ -196,3 +193,6 @@ private:
 	QLabel *captionMinutesLabel = nullptr;
 	QLabel *dubbedMinutesLabel = nullptr;
 };
+
+/** The plug-in's way to its dock, see TalvoraPlugin::setDockFactory(). */
+QWidget *createPluginDock(TalvoraPlugin *plugin);

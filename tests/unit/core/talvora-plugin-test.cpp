@@ -74,6 +74,7 @@ private Q_SLOTS:
 	void noSessionAtStartWithoutKeyOrTarget_data();
 	void noSessionAtStartWithoutKeyOrTarget();
 	void sessionAtStartWhenAutoConnecting();
+	void withoutAFactoryThereIsNoDock();
 	void invisibleDockIsRegisteredAllTheSame();
 	void visibleDockComesOnScreenWithTheNextTurn();
 	void dockVisibilityIsSavedAtShutdown();
@@ -230,6 +231,7 @@ TalvoraPlugin &TalvoraPluginTest::make()
 {
 	delete plugin;
 	plugin = new TalvoraPlugin();
+	plugin->setDockFactory(createPluginDock);
 	return *plugin;
 }
 
@@ -393,11 +395,24 @@ void TalvoraPluginTest::sessionAtStartWhenAutoConnecting()
 	QCOMPARE(lines.value(first + 1), u"[talvora-obs] Talvora: startSession() called"_s);
 }
 
+void TalvoraPluginTest::withoutAFactoryThereIsNoDock()
+{
+	make().setDockFactory(nullptr);
+	plugin->initialize();
+	QVERIFY(frontendStub().docks.isEmpty());
+	QVERIFY(!plugin->dock);
+	// What the settings say about a dock that was not there stays.
+	plugin->settings.dockVisible = true;
+	plugin->shutdown();
+	QCOMPARE(savedConfig()[u"dockVisible"], QJsonValue(true));
+}
+
 void TalvoraPluginTest::invisibleDockIsRegisteredAllTheSame()
 {
 	make().initialize();
 	QCoreApplication::processEvents();
-	QCOMPARE(frontendStub().docks.value(u"TalvoraDock"_s), static_cast<QWidget *>(plugin->dock));
+	QVERIFY(plugin->dock);
+	QCOMPARE(frontendStub().docks.value(u"TalvoraDock"_s), plugin->dock);
 	QCOMPARE(frontendStub().dockTitles.value(u"TalvoraDock"_s), u"Dock.Title"_s);
 	QVERIFY(!plugin->dock->isVisible());
 }

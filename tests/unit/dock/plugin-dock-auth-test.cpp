@@ -1044,9 +1044,11 @@ void PluginDockTest::signingOutForgetsKeyAndLimit()
 
 void PluginDockTest::signingOutStopsTheSessionFirst()
 {
+	plugin->setDockFactory(createPluginDock);
 	plugin->initialize();
 	plugin->settings.apiKey = u"tak_live_1"_s;
-	PluginDock *own = plugin->dock;
+	auto *own = qobject_cast<PluginDock *>(plugin->dock);
+	QVERIFY(own);
 	own->setAuthenticated(true);
 	own->setSignInButtonsEnabled(false);
 	own->onWsStateChanged(WsState::Authenticated);

@@ -817,9 +817,11 @@ void PluginDockTest::previewSendsTheTrimmedText()
 	QFETCH(QString, typed);
 	QFETCH(QString, sent);
 	QFETCH(bool, enter);
+	plugin->setDockFactory(createPluginDock);
 	plugin->initialize();
 	plugin->setLanguageTargets({{u"es"_s, {.dubbing = false, .captions = true}}});
-	PluginDock *own = plugin->dock;
+	auto *own = qobject_cast<PluginDock *>(plugin->dock);
+	QVERIFY(own);
 	own->previewEdit->setText(typed);
 	if (enter) {
 		QTest::keyClick(own->previewEdit, Qt::Key_Return);

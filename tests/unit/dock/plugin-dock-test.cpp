@@ -676,10 +676,12 @@ void PluginDockTest::connectedAgainRestartsTheTimerOnly()
 void PluginDockTest::startAndStopAreHandedOn()
 {
 	plugin->settings.apiKey = u"tak_live_stored"_s;
+	plugin->setDockFactory(createPluginDock);
 	plugin->initialize();
 	plugin->settings.apiKey.clear();
 	dock = nullptr;
-	PluginDock *own = plugin->dock;
+	auto *own = qobject_cast<PluginDock *>(plugin->dock);
+	QVERIFY(own);
 	own->onWsStateChanged(WsState::Reconnecting);
 	session->log.clear();
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // What the plug-in does on OBS's audio thread: the capture callback, and in it the mixing of every dub.
 #include "core/talvora-plugin.h"
+#include "dock/plugin-dock.h"
 
 #include "blocking-guard.h"
 #include "frontend-stub.h"
@@ -84,6 +85,7 @@ void TalvoraPluginTest::initTestCase()
 	obs_register_source(dubbed_source_info());
 	voice.emplace("Voice");
 	plugin = new TalvoraPlugin();
+	plugin->setDockFactory(createPluginDock);
 	plugin->initialize();
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
 	plugin->setAudioSource(u"Voice"_s);

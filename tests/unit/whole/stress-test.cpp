@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "core/talvora-plugin.h"
+#include "dock/plugin-dock.h"
 
 #include "frontend-stub.h"
 #include "log-capture.h"
@@ -137,6 +138,7 @@ void StressTest::everythingChangesWhileAudioFlows()
 	}
 	{
 		TalvoraPlugin *const plugin = TalvoraPlugin::instance();
+		plugin->setDockFactory(createPluginDock);
 		plugin->initialize();
 		const auto code = [&] { return codes[chance.bounded(codes.size())]; };
 		const auto level = [&] { return static_cast<float>(chance.generateDouble()); };
