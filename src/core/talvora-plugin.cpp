@@ -222,6 +222,7 @@ void TalvoraPlugin::loadConfig()
 void TalvoraPlugin::saveConfig()
 {
 	settingsFile.save(settings);
+	Q_EMIT settingsChanged();
 }
 
 // Sessions

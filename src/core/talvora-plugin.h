@@ -84,7 +84,7 @@ public:
 	QString configFilePath() const;
 	/** Reads the file into the settings; without a readable file they stay as they are. */
 	void loadConfig();
-	/** Writes all settings. A file that cannot be opened is logged. */
+	/** Writes all settings, then emits settingsChanged(). A file that cannot be opened is logged. */
 	void saveConfig();
 
 	/** Asks the client to connect. Without an API key emits errorOccurred(). */
@@ -138,6 +138,11 @@ public Q_SLOTS:
 	void onClipLost(const QString &language, int clipId);
 
 Q_SIGNALS:
+	/**
+	 * The settings have been stored and saved, perhaps with the same values as before: currentSettings() is up to
+	 * date. Emitted by saveConfig(), from within the setter that has changed something.
+	 */
+	void settingsChanged();
 	void wsStateChanged(WsState newState);
 	void transcriptUpdated(const QString &text);
 	/** @param feature "captions" or "dubbed" */

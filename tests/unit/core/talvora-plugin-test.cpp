@@ -1101,9 +1101,14 @@ void TalvoraPluginTest::settersStoreAndSave()
 	QFETCH(Change, change);
 	QFETCH(QString, key);
 	QFETCH(QJsonValue, saved);
-	change(make());
+	QList<QJsonValue> told;
+	make();
+	connect(plugin, &TalvoraPlugin::settingsChanged, this,
+		[&] { told.append(plugin->currentSettings().toJson()[key]); });
+	change(*plugin);
 	QCOMPARE(plugin->currentSettings().toJson()[key], saved);
 	QCOMPARE(savedConfig()[key], saved);
+	QCOMPARE(told, QList{saved});
 }
 
 void TalvoraPluginTest::styleReachesTheCaptionSources_data()
@@ -1743,10 +1748,12 @@ void TalvoraPluginTest::captureFollowsTheRenamedSource()
 	const TestAudioSource voice("Voice");
 	make().initialize();
 	plugin->setAudioSource(u"Voice"_s);
+	const QSignalSpy changed(plugin, &TalvoraPlugin::settingsChanged);
 	obs_source_set_name(voice.get(), "Microphone");
 	QCoreApplication::processEvents();
 	QCOMPARE(plugin->currentSettings().audioSource, u"Microphone"_s);
 	QCOMPARE(savedConfig()[u"audioSource"], QJsonValue(u"Microphone"_s));
+	QCOMPARE(changed.size(), 1);
 	QVERIFY(plugin->isCapturing());
 }
 
