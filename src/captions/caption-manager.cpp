@@ -3,7 +3,7 @@
 
 #include "captions/caption-css.h"
 #include "captions/caption-page.h"
-#include "obs/browser-source.h"
+#include "captions/caption-source.h"
 #include "obs/source-name.h"
 #include "plugin-support.h"
 
@@ -11,15 +11,11 @@
 #include <QStringBuilder>
 #include <QTimer>
 
-#include <graphics/vec2.h>
-#include <obs-frontend-api.h>
 #include <obs.hpp>
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -31,23 +27,11 @@ constexpr double kMsPerCharacter = 75.0;
 constexpr int kClearAfterLastCaptionMs = 2000;
 constexpr int kClearAfterClipMs = 1500;
 constexpr int kLoggedCharacters = 50;
-constexpr uint32_t kFallbackSourceWidth = 1536;
-constexpr uint32_t kSourceHeight = 240;
 
 /** `ms` as a whole number within the bounds of a display time; any double is allowed. */
 int toDisplayMs(double ms)
 {
 	return static_cast<int>(std::clamp(std::trunc(ms), double{kMinDisplayMs}, double{kMaxDisplayMs}));
-}
-
-/** Size of the canvas in pixels; 0 by 0 while OBS has no video. */
-obs_video_info canvas()
-{
-	obs_video_info info = {};
-	if (!obs_get_video_info(&info)) {
-		info = {};
-	}
-	return info;
 }
 
 void discardTimer(QTimer *&timer)
@@ -61,151 +45,6 @@ void discardTimers(LanguageCaptionState &state)
 {
 	discardTimer(state.displayTimer);
 	discardTimer(state.clearTimer);
-}
-
-bool isBrowserSource(obs_source_t *source)
-{
-	return std::strcmp(obs_source_get_id(source), kBrowserSourceId) == 0;
-}
-
-/**
- * Runs `update` with the scene locked. An item that is found or added comes without a reference, so without the lock
- * another thread could remove it while it is used.
- */
-template <typename Update> void updateScene(obs_scene_t *scene, Update update)
-{
-	obs_scene_atomic_update(
-		scene, [](void *data, obs_scene_t *locked) { (*static_cast<Update *>(data))(locked); }, &update);
-}
-
-/** References to all scenes: to be looked into only when OBS no longer holds the lock of its list. */
-std::vector<OBSSourceAutoRelease> allScenes()
-{
-	std::vector<OBSSourceAutoRelease> scenes;
-	// obs_enum_scenes() would leave out the scenes of other canvases and those that modules keep to themselves.
-	obs_enum_all_sources(
-		[](void *list, obs_source_t *source) {
-			if (obs_source_is_scene(source) && !obs_source_removed(source)) {
-				static_cast<decltype(scenes) *>(list)->emplace_back(obs_source_get_ref(source));
-			}
-			return true;
-		},
-		&scenes);
-	return scenes;
-}
-
-bool isInAScene(obs_source_t *source)
-{
-	const char *name = obs_source_get_name(source);
-	bool found = false;
-	for (const OBSSourceAutoRelease &scene : allScenes()) {
-		if (scene && !found) {
-			updateScene(obs_scene_from_source(scene), [&](obs_scene_t *locked) {
-				obs_sceneitem_t *item = obs_scene_find_source_recursive(locked, name);
-				found = item && obs_sceneitem_get_source(item) == source;
-			});
-		}
-	}
-	return found;
-}
-
-/**
- * Puts the source's item with its bottom centre at `position`, adding it if need be. False when that fails, and for a
- * source that is in a group: its place there is the user's, and a second item would show every caption twice.
- */
-bool placeInScene(obs_scene_t *scene, obs_source_t *source, const vec2 &position)
-{
-	const char *name = obs_source_get_name(source);
-	obs_sceneitem_t *item = obs_scene_find_source(scene, name);
-	if (!item && obs_scene_find_source_recursive(scene, name)) {
-		talvora_log(LOG_INFO, "CaptionManager: left '%s' in its group", name);
-		return false;
-	}
-	if (!item) {
-		item = obs_scene_add(scene, source);
-	}
-	if (!item) {
-		return false;
-	}
-	obs_sceneitem_set_alignment(item, OBS_ALIGN_BOTTOM);
-	obs_sceneitem_set_pos(item, &position);
-	return true;
-}
-
-void removeFromCurrentScene(const char *sourceName)
-{
-	const OBSSourceAutoRelease sceneSource = obs_frontend_get_current_scene();
-	obs_scene_t *scene = obs_scene_from_source(sceneSource);
-	if (!scene) {
-		return;
-	}
-	OBSSceneItem item;
-	updateScene(scene, [&](obs_scene_t *locked) { item = obs_scene_find_source(locked, sourceName); });
-	// Without the lock: OBS asks before it takes it whether an item has been removed, so one who removes the item
-	// on another thread and has to wait for the lock would remove it a second time, and crash.
-	obs_sceneitem_remove(item);
-}
-
-/**
- * The source the captions can go on with, or null. Takes a source of another type out of the current scene.
- */
-OBSSourceAutoRelease findBrowserSource(const char *name)
-{
-	OBSSourceAutoRelease found = obs_get_source_by_name(name);
-	if (!found || obs_source_removed(found)) {
-		return nullptr;
-	}
-	if (isBrowserSource(found)) {
-		return found;
-	}
-	talvora_log(LOG_INFO, "CaptionManager: migrating source '%s' from %s to %s", name, obs_source_get_id(found),
-		    kBrowserSourceId);
-	found = nullptr;
-	removeFromCurrentScene(name);
-	return nullptr;
-}
-
-/** The settings every caption source has. */
-OBSDataAutoRelease pageSettings(const QByteArray &pagePath, const QByteArray &css)
-{
-	OBSDataAutoRelease settings = obs_data_create();
-	obs_data_set_bool(settings, "is_local_file", true);
-	obs_data_set_string(settings, "local_file", pagePath.constData());
-	obs_data_set_string(settings, "css", css.constData());
-	return settings;
-}
-
-OBSSourceAutoRelease createBrowserSource(const char *name, const QByteArray &pagePath, const QByteArray &css)
-{
-	const uint32_t baseWidth = canvas().base_width;
-	const OBSDataAutoRelease settings = pageSettings(pagePath, css);
-	obs_data_set_int(settings, "width", baseWidth ? static_cast<uint32_t>(baseWidth * 0.8) : kFallbackSourceWidth);
-	obs_data_set_int(settings, "height", kSourceHeight);
-	return obs_source_create(kBrowserSourceId, name, settings, nullptr);
-}
-
-// A browser source starts its browser anew at an update, so settings that it has already are not sent again.
-
-void updateCss(obs_source_t *source, const QByteArray &css)
-{
-	const OBSDataAutoRelease current = obs_source_get_settings(source);
-	if (css == obs_data_get_string(current, "css")) {
-		return;
-	}
-	const OBSDataAutoRelease settings = obs_data_create();
-	obs_data_set_string(settings, "css", css.constData());
-	obs_source_update(source, settings);
-}
-
-void updatePageSettings(obs_source_t *source, const QByteArray &pagePath, const QByteArray &css)
-{
-	const OBSDataAutoRelease current = obs_source_get_settings(source);
-	if (obs_data_get_bool(current, "is_local_file") && pagePath == obs_data_get_string(current, "local_file") &&
-	    css == obs_data_get_string(current, "css")) {
-		return;
-	}
-	const OBSDataAutoRelease settings = pageSettings(pagePath, css);
-	obs_source_update(source, settings);
 }
 
 } // namespace
@@ -476,13 +315,13 @@ void CaptionManager::createSourceForLanguage(LanguageCaptionState &state, Place 
 	const QByteArray pagePath = state.pagePath.toUtf8();
 	const QByteArray css = generateCss(state.language).toUtf8();
 
-	OBSSourceAutoRelease source = findBrowserSource(name.constData());
+	OBSSourceAutoRelease source = findCaptionSource(name.constData());
 	if (source) {
 		talvora_log(LOG_INFO, "CaptionManager: reattached to existing source '%s'", name.constData());
-		updatePageSettings(source, pagePath, css);
+		updateCaptionPage(source, pagePath, css);
 	} else {
 		freeSourceName(name.constData());
-		source = createBrowserSource(name.constData(), pagePath, css);
+		source = createCaptionSource(name.constData(), pagePath, css);
 		if (!source) {
 			talvora_log(LOG_WARNING, "CaptionManager: failed to create source '%s'", name.constData());
 			return;
@@ -516,32 +355,6 @@ void CaptionManager::placeUnplaced()
 	}
 }
 
-bool CaptionManager::autoPlaceCaptionSource(obs_source_t *source)
-{
-	const OBSSourceAutoRelease sceneSource = obs_frontend_get_current_scene();
-	obs_scene_t *scene = obs_scene_from_source(sceneSource);
-	if (!scene) {
-		return false;
-	}
-
-	const obs_video_info video = canvas();
-	vec2 position = {};
-	position.x = video.base_width ? static_cast<float>(video.base_width) * 0.5f : 960.0f;
-	position.y = video.base_height ? static_cast<float>(video.base_height) - 60.0f : 1020.0f;
-
-	bool placed = false;
-	// Who is told of the new item may want the graphics context, which everybody takes before a scene's lock.
-	obs_enter_graphics();
-	updateScene(scene, [&](obs_scene_t *locked) { placed = placeInScene(locked, source, position); });
-	obs_leave_graphics();
-	if (placed) {
-		talvora_log(LOG_INFO, "CaptionManager: placed '%s' at bottom-centre (%.0f, %.0f)",
-			    obs_source_get_name(source), static_cast<double>(position.x),
-			    static_cast<double>(position.y));
-	}
-	return true;
-}
-
 void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &text)
 {
 	const OBSSourceAutoRelease source = state.source.getRef();
@@ -561,9 +374,9 @@ void CaptionManager::updateObsSettings(LanguageCaptionState &state, obs_source_t
 	updateBrowserSourceFiles(state, state.currentText);
 	const QByteArray css = generateCss(state.language).toUtf8();
 	if (state.pagePath == loaded) {
-		updateCss(source, css);
+		updateCaptionCss(source, css);
 	} else {
-		updatePageSettings(source, state.pagePath.toUtf8(), css);
+		updateCaptionPage(source, state.pagePath.toUtf8(), css);
 	}
 }
 

@@ -116,8 +116,6 @@ private:
 	/** Finds or creates the source of a language that has lost its own. */
 	void renewSource(LanguageCaptionState &state);
 	void placeLater(const QString &sourceName, Place place);
-	/** False when there is no current scene to place it in. */
-	bool autoPlaceCaptionSource(obs_source_t *source);
 	void updateObsText(LanguageCaptionState &state, const QString &text);
 	/** Sends style and current text, and the page when it is another one than before. */
 	void updateObsSettings(LanguageCaptionState &state, obs_source_t *source);

@@ -39,6 +39,7 @@ KINDS = ("text", "number", "compare", "logic", "arithmetic", "boolean", "extreme
 # Tests that look at a file first, where their names do not begin with the file's.
 TESTS_OF = {
     "caption-css": ["caption-css-test", "caption-manager-test"],
+    "caption-source": ["caption-manager-test"],
     "caption-state": ["caption-manager-test"],
     "caption-style": ["caption-css-test", "caption-manager-test", "talvora-plugin-test"],
     "capture-converter": ["capture-converter-test", "bit-identity-test"],

@@ -2,6 +2,7 @@
 #include "captions/caption-manager.h"
 
 #include "captions/caption-css.h"
+#include "captions/caption-source.h"
 #include "frontend-stub.h"
 #include "log-capture.h"
 #include "obs-fixture.h"
@@ -1066,7 +1067,7 @@ void CaptionManagerTest::sourceIsPlacedAtBottomCentre()
 	setCanvasSize(width, height);
 	makeSpanish();
 	const OBSSourceAutoRelease source = find(spanish);
-	manager->autoPlaceCaptionSource(source);
+	autoPlaceCaptionSource(source);
 	obs_sceneitem_t *item = itemOf(*scene, spanish);
 	QVERIFY(item);
 	QCOMPARE(obs_sceneitem_get_source(item), source.Get());
@@ -1310,7 +1311,7 @@ void CaptionManagerTest::placementThatFailsIsNotLogged()
 	makeSpanish();
 	const OBSSourceAutoRelease source = find(spanish);
 	obs_source_remove(source); // OBS adds no removed source to a scene
-	manager->autoPlaceCaptionSource(source);
+	autoPlaceCaptionSource(source);
 	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->ownLines().isEmpty());
 }
@@ -1331,7 +1332,7 @@ void CaptionManagerTest::itemIsNotRemovedWhileItIsPlaced()
 		QVERIFY(obs_scene_add(*scene, source));
 	}
 	ItemRemover remover;
-	manager->autoPlaceCaptionSource(source);
+	autoPlaceCaptionSource(source);
 	QVERIFY(remover.wasKeptOut());
 	QVERIFY(!itemOf(*scene, spanish));
 	QVERIFY(log->contains(LOG_INFO,
