@@ -18,7 +18,7 @@ PLUGIN = {
 	"core": {"audio", "captions", "client", "settings", "obs"},
 	"captions": {"obs"},
 	"audio": {"client", "settings", "obs", "loops"},
-	"client": {"loops"},
+	"client": {"settings", "loops"},
 	"settings": set(), "sign-in": set(), "obs": set(), "loops": set(),
 }
 SERVICE = {

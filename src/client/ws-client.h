@@ -100,6 +100,7 @@ private Q_SLOTS:
 
 private:
 	friend class WSClientTest;
+	friend class ClientThreadTest;
 	friend class TalvoraPluginTest;
 
 	void setState(WsState state);

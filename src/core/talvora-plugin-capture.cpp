@@ -2,7 +2,6 @@
 // The source whose audio is translated: on the user-interface thread its choice, on OBS's audio thread its chunks.
 #include "core/talvora-plugin.h"
 
-#include "client/ws-client.h"
 #include "obs/browser-source.h"
 #include "plugin-support.h"
 
@@ -174,8 +173,7 @@ void TalvoraPlugin::captureChunk(obs_source_t *source, const audio_data &audio)
 
 	const std::span<const int16_t> speech = captureConverter.convert(left, right, audio.frames);
 	feedDubbedSources();
-	WSClient *client = wsClient.load(std::memory_order_acquire);
-	if (!speech.empty() && client) {
-		client->enqueueAudio(speech.data(), speech.size());
+	if (!speech.empty()) {
+		client.enqueueAudio(speech.data(), speech.size());
 	}
 }

@@ -7,7 +7,6 @@
 #include "obs/scene-watcher.h"
 #include "plugin-support.h"
 
-#include <QThread>
 #include <QTimer>
 #include <QWidget>
 #include <QtEndian>
@@ -64,12 +63,8 @@ void TalvoraPlugin::initialize()
 
 	loadConfig();
 
-	wsThread = new QThread(this);
-	wsThread->setObjectName(QStringLiteral("TA-WebSocket"));
-	wsClient = new WSClient();
-	wsClient.load()->moveToThread(wsThread);
-	connectClient();
-	wsThread->start();
+	connectClient(client.make(this));
+	client.start();
 
 	captionManager = new CaptionManager(this);
 	if (makeDock) {
@@ -91,19 +86,18 @@ void TalvoraPlugin::initialize()
 		    targetLanguageCodes().join(QStringLiteral(", ")).toUtf8().constData());
 }
 
-void TalvoraPlugin::connectClient()
+void TalvoraPlugin::connectClient(const WSClient *source)
 {
-	WSClient *client = wsClient;
-	connect(client, &WSClient::authSucceeded, this, &TalvoraPlugin::onAuthSucceeded);
-	connect(client, &WSClient::ttsAudioReady, this, &TalvoraPlugin::onTtsAudioReady);
-	connect(client, &WSClient::captionUpdated, this, &TalvoraPlugin::onCaptionUpdated);
-	connect(client, &WSClient::captionCleared, this, &TalvoraPlugin::onCaptionCleared);
-	connect(client, &WSClient::stateChanged, this, &TalvoraPlugin::onWsStateChanged);
-	connect(client, &WSClient::errorOccurred, this, &TalvoraPlugin::onWsError);
-	connect(client, &WSClient::transcriptInterim, this, &TalvoraPlugin::onTranscriptInterim);
-	connect(client, &WSClient::limitWarning, this, &TalvoraPlugin::limitWarning);
-	connect(client, &WSClient::limitReached, this, &TalvoraPlugin::limitReached);
-	connect(client, &WSClient::sessionEnded, this, &TalvoraPlugin::onSessionEnded);
+	connect(source, &WSClient::authSucceeded, this, &TalvoraPlugin::onAuthSucceeded);
+	connect(source, &WSClient::ttsAudioReady, this, &TalvoraPlugin::onTtsAudioReady);
+	connect(source, &WSClient::captionUpdated, this, &TalvoraPlugin::onCaptionUpdated);
+	connect(source, &WSClient::captionCleared, this, &TalvoraPlugin::onCaptionCleared);
+	connect(source, &WSClient::stateChanged, this, &TalvoraPlugin::onWsStateChanged);
+	connect(source, &WSClient::errorOccurred, this, &TalvoraPlugin::onWsError);
+	connect(source, &WSClient::transcriptInterim, this, &TalvoraPlugin::onTranscriptInterim);
+	connect(source, &WSClient::limitWarning, this, &TalvoraPlugin::limitWarning);
+	connect(source, &WSClient::limitReached, this, &TalvoraPlugin::limitReached);
+	connect(source, &WSClient::sessionEnded, this, &TalvoraPlugin::onSessionEnded);
 }
 
 void TalvoraPlugin::shutdown()
@@ -136,36 +130,9 @@ void TalvoraPlugin::shutdown()
 		dubbedSources.clear();
 	}
 
-	if (stopClientThread()) {
-		delete wsClient.exchange(nullptr);
-	}
+	client.stop();
 	initialized = false;
 	talvora_log(LOG_INFO, "Talvora plugin shut down");
-}
-
-bool TalvoraPlugin::stopClientThread()
-{
-	if (!wsThread) {
-		return true;
-	}
-	wsThread->quit();
-	if (!wsThread->wait(kThreadStopDeadline)) {
-		talvora_log(LOG_WARNING, "Talvora: WS thread did not stop in 5 s — detaching (leak to avoid UB)");
-		wsThread->disconnect();
-		// A running thread must not be deleted, not even as the child of this object, nor what lives on it.
-		wsThread->setParent(nullptr);
-		wsThread = nullptr;
-		wsClient = nullptr;
-		return false;
-	}
-	delete std::exchange(wsThread, nullptr);
-	return true;
-}
-
-WsState TalvoraPlugin::wsState() const
-{
-	const WSClient *client = wsClient;
-	return client ? client->state() : WsState::Disconnected;
 }
 
 // Languages
@@ -199,12 +166,8 @@ void TalvoraPlugin::setMaxTargetLanguages(int n)
 
 void TalvoraPlugin::sendConfigUpdate()
 {
-	// Sent in a session; the client keeps it for the next one that begins by itself.
-	if (wsClient) {
-		QMetaObject::invokeMethod(wsClient, "updateConfig", Qt::QueuedConnection,
-					  Q_ARG(QJsonArray, buildTargetLanguagesJson()),
-					  Q_ARG(QString, settings.captionMode));
-	}
+	// While authenticated the client sends this at once; otherwise it keeps it for the next automatic reconnect.
+	client.updateConfig(settings);
 }
 
 // Configuration file
@@ -235,12 +198,12 @@ void TalvoraPlugin::startSession()
 		Q_EMIT errorOccurred(QStringLiteral("No API key set. Enter your key in the Talvora dock."));
 		return;
 	}
-	if (!wsClient) {
+	if (!client.exists()) {
 		talvora_log(LOG_ERROR, "Talvora: WSClient not initialized");
 		return;
 	}
 	talvora_log(LOG_INFO, "Talvora: connecting to %s (wsThread running: %s)", kServiceEndpoint,
-		    wsThread && wsThread->isRunning() ? "YES" : "NO");
+		    client.isRunning() ? "YES" : "NO");
 	flushDubbedSources();
 	// What a session needs may have been removed, or may have appeared, since it was last looked for.
 	restoreDubbedSources();
@@ -251,20 +214,16 @@ void TalvoraPlugin::startSession()
 	}
 	restoreAudioCapture();
 
-	const bool queued = QMetaObject::invokeMethod(
-		wsClient, "connectToServer", Qt::QueuedConnection, Q_ARG(QString, settings.apiKey),
-		Q_ARG(QString, QString::fromUtf8(kServiceEndpoint)), Q_ARG(QString, settings.sourceLanguage),
-		Q_ARG(QJsonArray, buildTargetLanguagesJson()), Q_ARG(QString, settings.captionMode));
+	const bool queued = client.connectToServer(settings);
 	talvora_log(LOG_INFO, "Talvora: invokeMethod(connectToServer) = %s", queued ? "OK" : "FAILED");
 }
 
 void TalvoraPlugin::stopSession()
 {
-	if (!wsClient) {
-		return;
+	if (client.exists()) {
+		talvora_log(LOG_INFO, "Talvora: disconnecting...");
+		client.disconnectFromServer();
 	}
-	talvora_log(LOG_INFO, "Talvora: disconnecting...");
-	QMetaObject::invokeMethod(wsClient, "disconnectFromServer", Qt::QueuedConnection);
 }
 
 void TalvoraPlugin::setApiKey(const QString &key)

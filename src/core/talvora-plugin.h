@@ -3,6 +3,7 @@
 
 #include "audio/capture-converter.h"
 #include "audio/dubbed-source.h"
+#include "client/client-thread.h"
 #include "client/ws-state.h"
 #include "settings/settings-file.h"
 #include "settings/settings.h"
@@ -23,7 +24,6 @@
 #include <shared_mutex>
 
 class CaptionManager;
-class QThread;
 class QWidget;
 class SceneWatcher;
 class WSClient;
@@ -60,7 +60,7 @@ public:
 	void shutdown();
 
 	/** State of the service connection; `Disconnected` when there is no client. */
-	WsState wsState() const;
+	WsState wsState() const { return client.state(); }
 
 	/** What the user has chosen; changed only through the setters below. */
 	const Settings &currentSettings() const { return settings; }
@@ -158,9 +158,6 @@ private:
 	friend class TalvoraPluginTest;
 	friend class PluginDockTest;
 
-	/** How long the client's thread may take to end, ms. */
-	static constexpr unsigned long kThreadStopDeadline = 5000;
-
 	using DubbedSources = std::map<QString, std::unique_ptr<DubbedSource>>;
 
 	TalvoraPlugin();
@@ -172,7 +169,8 @@ private:
 	static void audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted);
 	void captureChunk(obs_source_t *source, const audio_data &audio);
 
-	void connectClient();
+	/** Routes what the service sends. */
+	void connectClient(const WSClient *source);
 	void watchScene();
 	/** Makes dubs and captions those of the target languages: now, or when OBS has changed the scene collection. */
 	void updateOutputs();
@@ -210,8 +208,6 @@ private:
 	/** Takes clips for lost of which nothing has been heard for a while: nothing else would end their captions. */
 	void watchClips();
 	void sendConfigUpdate();
-	/** False when the thread did not stop in time: then thread and client are left to themselves. */
-	bool stopClientThread();
 
 	std::atomic<uint32_t> captureSampleRate{48000};
 	std::atomic<uint32_t> captureChannels{2};
@@ -223,8 +219,7 @@ private:
 	/** The source behind audioSourceRef, to be compared only: chunks of any other source are stale. */
 	std::atomic<obs_source_t *> capturedSource{nullptr};
 
-	std::atomic<WSClient *> wsClient{nullptr};
-	QThread *wsThread = nullptr;
+	ClientThread client;
 	/** Exclusive when the map's membership or the capture's carry changes, shared for every other use. */
 	std::shared_mutex dubbedMutex;
 	DubbedSources dubbedSources;

@@ -43,6 +43,7 @@ TESTS_OF = {
     "caption-state": ["caption-manager-test"],
     "caption-style": ["caption-css-test", "caption-manager-test", "talvora-plugin-test"],
     "capture-converter": ["capture-converter-test", "bit-identity-test"],
+    "client-thread": ["client-thread-test", "talvora-plugin-test"],
     "dubbed-source": ["dubbed-source-test", "talvora-plugin-test"],
     "gain-ramp": ["gain-ramp-test", "bit-identity-test"],
     "plugin-dock-widgets": ["plugin-dock-settings-test", "plugin-dock-test", "plugin-dock-auth-test"],

@@ -20,7 +20,6 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QRandomGenerator>
-#include <QSemaphore>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -66,7 +65,6 @@ private Q_SLOTS:
 	void initialValues();
 	void initializeSaysItsLines();
 	void initializeTwiceBuildsOnce();
-	void clientLivesOnItsOwnThread();
 	void shutdownBeforeInitializeDoesNothing();
 	void shutdownTwiceSaysSoOnce();
 	void shutdownOrderIsSaveThenDisconnectThenDetach();
@@ -79,7 +77,6 @@ private Q_SLOTS:
 	void visibleDockComesOnScreenWithTheNextTurn();
 	void dockVisibilityIsSavedAtShutdown();
 	void attachingWaitsForTheEventLoop();
-	void threadThatHangsIsLeft();
 	void dubbedSourcesAreLeftToObsAtShutdown();
 
 	// Languages
@@ -116,7 +113,6 @@ private Q_SLOTS:
 	void speechOfAnUnknownLanguageIsDropped();
 	void oddSpeechPieceLosesItsLastByte();
 	void pieceOfOneSampleIsSpoken();
-	void startHandsTheStoredValuesToTheClient();
 	void twoStartsQueueTwoConnects();
 	void startFlushesTheDubsAndAttachesTheCapture();
 	void changesInASessionReachTheService();
@@ -266,8 +262,8 @@ void TalvoraPluginTest::initialValues()
 	QCOMPARE(fresh.captureChannels.load(), 2u);
 	QCOMPARE(fresh.captureConverter.carried(), size_t{0});
 	QCOMPARE(fresh.audioSourceRef, nullptr);
-	QCOMPARE(fresh.wsClient.load(), nullptr);
-	QCOMPARE(fresh.wsThread, nullptr);
+	QCOMPARE(fresh.client.wsClient.load(), nullptr);
+	QCOMPARE(fresh.client.wsThread, nullptr);
 	QVERIFY(fresh.dubbedSources.empty());
 	QCOMPARE(fresh.captionManager, nullptr);
 	QVERIFY(!fresh.dock);
@@ -297,21 +293,13 @@ void TalvoraPluginTest::initializeSaysItsLines()
 void TalvoraPluginTest::initializeTwiceBuildsOnce()
 {
 	make().initialize();
-	const WSClient *client = plugin->wsClient;
+	const WSClient *client = plugin->client.wsClient;
 	log->clear();
 	plugin->initialize();
-	QCOMPARE(plugin->wsClient.load(), client);
+	QCOMPARE(plugin->client.wsClient.load(), client);
+	// A child, so that the thread goes with the plug-in even without a shutdown.
+	QCOMPARE(plugin->client.wsThread->parent(), plugin);
 	QCOMPARE(log->ownLines(), QStringList());
-}
-
-void TalvoraPluginTest::clientLivesOnItsOwnThread()
-{
-	make().initialize();
-	QCOMPARE(plugin->wsThread->objectName(), u"TA-WebSocket"_s);
-	QCOMPARE(plugin->wsThread->parent(), plugin);
-	QVERIFY(plugin->wsThread->isRunning());
-	QCOMPARE(plugin->wsClient.load()->thread(), plugin->wsThread);
-	QCOMPARE(plugin->wsClient.load()->parent(), nullptr);
 }
 
 void TalvoraPluginTest::shutdownBeforeInitializeDoesNothing()
@@ -352,8 +340,8 @@ void TalvoraPluginTest::shutdownOrderIsSaveThenDisconnectThenDetach()
 	QVERIFY(!plugin->initialized);
 	QCOMPARE(plugin->audioSourceRef, nullptr);
 	QCOMPARE(plugin->captionManager, nullptr);
-	QCOMPARE(plugin->wsClient.load(), nullptr);
-	QCOMPARE(plugin->wsThread, nullptr);
+	QCOMPARE(plugin->client.wsClient.load(), nullptr);
+	QCOMPARE(plugin->client.wsThread, nullptr);
 	QVERIFY(frontendStub().docks.isEmpty());
 }
 
@@ -448,41 +436,6 @@ void TalvoraPluginTest::attachingWaitsForTheEventLoop()
 	QVERIFY(!log->contains(LOG_INFO, attached));
 	QCoreApplication::processEvents();
 	QVERIFY(log->contains(LOG_INFO, attached));
-}
-
-void TalvoraPluginTest::threadThatHangsIsLeft()
-{
-	make().initialize();
-	QThread *thread = plugin->wsThread;
-	WSClient *client = plugin->wsClient;
-	QSemaphore hanging;
-	QSemaphore release;
-	QMetaObject::invokeMethod(
-		client,
-		[&] {
-			hanging.release();
-			release.acquire();
-		},
-		Qt::QueuedConnection);
-	hanging.acquire();
-
-	// No clock can tell 5000 from 5001.
-	QCOMPARE(TalvoraPlugin::kThreadStopDeadline, 5000UL);
-	log->clear();
-	plugin->shutdown();
-	QCOMPARE(log->lines(LOG_WARNING),
-		 QStringList{u"[talvora-obs] Talvora: WS thread did not stop in 5 s — detaching (leak to avoid UB)"_s});
-	QCOMPARE(log->lines(LOG_INFO).last(), u"[talvora-obs] Talvora plugin shut down"_s);
-	QCOMPARE(plugin->wsClient.load(), nullptr);
-	QCOMPARE(plugin->wsThread, nullptr);
-	QVERIFY(!plugin->initialized);
-
-	// The thread outlives the plug-in unharmed.
-	delete std::exchange(plugin, nullptr);
-	release.release();
-	QVERIFY(thread->wait(5000));
-	delete client;
-	delete thread;
 }
 
 void TalvoraPluginTest::dubbedSourcesAreLeftToObsAtShutdown()
@@ -679,7 +632,7 @@ void TalvoraPluginTest::startWithoutKeyTellsTheUserOnce()
 	QCOMPARE(told.size(), 1);
 	QCOMPARE(told.first().first().toString(), u"No API key set. Enter your key in the Talvora dock."_s);
 	// Whatever had been asked of the client would have been done by now.
-	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
+	QMetaObject::invokeMethod(plugin->client.wsClient, [] {}, Qt::BlockingQueuedConnection);
 	QCOMPARE(log->ownLines(),
 		 (QStringList{
 			 u"[talvora-obs] Talvora: startSession() called"_s,
@@ -711,8 +664,8 @@ void TalvoraPluginTest::startSaysItsLines()
 	QVERIFY(lines.contains(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s));
 	QVERIFY(!lines.join(u'\n').contains(u"tak_secret"_s));
 
-	plugin->wsThread->quit();
-	QVERIFY(plugin->wsThread->wait());
+	plugin->client.wsThread->quit();
+	QVERIFY(plugin->client.wsThread->wait());
 	log->clear();
 	plugin->startSession();
 	QVERIFY(log->ownLines().contains(
@@ -780,8 +733,8 @@ void TalvoraPluginTest::limitsAreForwarded()
 	make().initialize();
 	const QSignalSpy warned(plugin, &TalvoraPlugin::limitWarning);
 	const QSignalSpy reached(plugin, &TalvoraPlugin::limitReached);
-	Q_EMIT plugin->wsClient.load()->limitWarning(u"dubbed"_s, 7);
-	Q_EMIT plugin->wsClient.load()->limitReached(u"captions"_s);
+	Q_EMIT plugin->client.wsClient.load()->limitWarning(u"dubbed"_s, 7);
+	Q_EMIT plugin->client.wsClient.load()->limitReached(u"captions"_s);
 	QVERIFY(QTest::qWaitFor([&] { return reached.size() == 1; }));
 	QCOMPARE(warned.size(), 1);
 	QCOMPARE(warned.first(), (QVariantList{u"dubbed"_s, 7}));
@@ -865,8 +818,8 @@ void TalvoraPluginTest::pieceOfOneSampleIsSpoken()
 
 void TalvoraPluginTest::authenticate(LoopbackService &service)
 {
-	QMetaObject::invokeMethod(plugin->wsClient, "connectToServer", Qt::QueuedConnection, Q_ARG(QString, u"tak_1"_s),
-				  Q_ARG(QString, service.url()), Q_ARG(QString, u"en"_s),
+	QMetaObject::invokeMethod(plugin->client.wsClient, "connectToServer", Qt::QueuedConnection,
+				  Q_ARG(QString, u"tak_1"_s), Q_ARG(QString, service.url()), Q_ARG(QString, u"en"_s),
 				  Q_ARG(QJsonArray, plugin->buildTargetLanguagesJson()),
 				  Q_ARG(QString, plugin->currentSettings().captionMode));
 	QVERIFY(QTest::qWaitFor([&] { return service.texts.size() == 1; }));
@@ -875,42 +828,13 @@ void TalvoraPluginTest::authenticate(LoopbackService &service)
 	QCOMPARE(plugin->wsState(), WsState::Authenticated);
 }
 
-void TalvoraPluginTest::startHandsTheStoredValuesToTheClient()
-{
-	make().initialize();
-	setTargets(*plugin, {{u"es"_s, {false, true}}});
-	plugin->settings.apiKey = u"tak_secret"_s;
-	plugin->settings.sourceLanguage = u"fr"_s;
-	plugin->settings.captionMode = u"original"_s;
-	plugin->startSession();
-
-	WSClient *client = plugin->wsClient;
-	QStringList values;
-	QJsonArray targets;
-	std::atomic<bool> read = false;
-	QMetaObject::invokeMethod(
-		client,
-		[&] {
-			values = {client->apiKey, client->serverUrl, client->sourceLanguage, client->captionMode};
-			targets = client->targetLanguages;
-			// The thread sanitizer does not see what Qt waits with.
-			read = true;
-		},
-		Qt::BlockingQueuedConnection);
-	QVERIFY(read);
-	QCOMPARE(values,
-		 (QStringList{u"tak_secret"_s, u"wss://localhost:3002/ws/audio-pipeline"_s, u"fr"_s, u"original"_s}));
-	QCOMPARE(targets, plugin->buildTargetLanguagesJson());
-	QVERIFY(plugin->wsState() != WsState::Disconnected);
-}
-
 void TalvoraPluginTest::twoStartsQueueTwoConnects()
 {
 	make().initialize();
 	plugin->setApiKey(u"k"_s);
 	plugin->startSession();
 	plugin->startSession();
-	QMetaObject::invokeMethod(plugin->wsClient, [] {}, Qt::BlockingQueuedConnection);
+	QMetaObject::invokeMethod(plugin->client.wsClient, [] {}, Qt::BlockingQueuedConnection);
 	QCOMPARE(log->lines(LOG_INFO).count(u"[talvora-obs] Talvora: invokeMethod(connectToServer) = OK"_s), 2);
 	QCOMPARE(log->lines(LOG_INFO).count(
 			 u"[talvora-obs] WSClient: connecting to wss://localhost:3002/ws/audio-pipeline"_s),
@@ -1527,7 +1451,7 @@ void TalvoraPluginTest::wrongRateIsReportedOncePerProcess()
 		voice.playConstant(0.25f, 1000, 44100);
 		QCOMPARE(log->lines(LOG_WARNING).count(warning), 1);
 		QCOMPARE(heard.samples, std::vector<float>(3000, 0.25f));
-		QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{0});
+		QCOMPARE(plugin->client.wsClient.load()->audioRing.held(), size_t{0});
 	}
 }
 
@@ -1535,7 +1459,7 @@ void TalvoraPluginTest::mutedEmptyAndLateChunksDoNothing()
 {
 	make().initialize();
 	// Without a connection nothing is queued.
-	plugin->wsClient.load()->state_ = WsState::Connected;
+	plugin->client.wsClient.load()->state_ = WsState::Connected;
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
 	const TestAudioSource voice("Voice");
 	plugin->setAudioSource(u"Voice"_s);
@@ -1558,20 +1482,20 @@ void TalvoraPluginTest::mutedEmptyAndLateChunksDoNothing()
 	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
 	plugin->shuttingDown = false;
 	QVERIFY(heard.samples.empty());
-	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{0});
+	QCOMPARE(plugin->client.wsClient.load()->audioRing.held(), size_t{0});
 
 	// The same chunk, and nothing in the way: one channel is heard on both.
 	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
 	QCOMPARE(plugin->captureChannels.load(), 1u);
 	QCOMPARE(heard.samples, plane);
-	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{16 * 2});
+	QCOMPARE(plugin->client.wsClient.load()->audioRing.held(), size_t{16 * 2});
 }
 
 void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
 {
 	make().initialize();
 	// Without a connection nothing is queued.
-	plugin->wsClient.load()->state_ = WsState::Connected;
+	plugin->client.wsClient.load()->state_ = WsState::Connected;
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}, {u"fr"_s, {true, false}}});
 	TestAudioSource voice("Voice");
 	plugin->setAudioSource(u"Voice"_s);
@@ -1583,19 +1507,19 @@ void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
 	QCOMPARE(french.samples, std::vector<float>(10000, 0.25f));
 	// The uplink takes 8192 of them.
 	QCOMPARE(plugin->captureConverter.carried(), size_t{8192 % 3});
-	QCOMPARE(plugin->wsClient.load()->audioRing.held(), size_t{8192 / 3 * 2});
+	QCOMPARE(plugin->client.wsClient.load()->audioRing.held(), size_t{8192 / 3 * 2});
 }
 
 void TalvoraPluginTest::bothChannelsGoUp()
 {
 	make().initialize();
 	// Without a connection nothing is queued.
-	plugin->wsClient.load()->state_ = WsState::Connected;
+	plugin->client.wsClient.load()->state_ = WsState::Connected;
 	TestAudioSource voice("Voice");
 	plugin->setAudioSource(u"Voice"_s);
 	voice.play(std::vector<float>(3, 0.5f), std::vector<float>(3, -0.25f));
 	int16_t sample = 0;
-	QCOMPARE(plugin->wsClient.load()->audioRing.read(&sample, sizeof(sample)), sizeof(sample));
+	QCOMPARE(plugin->client.wsClient.load()->audioRing.read(&sample, sizeof(sample)), sizeof(sample));
 	// 32767 times the mean of the two.
 	QCOMPARE(sample, int16_t{4095});
 }
