@@ -102,6 +102,7 @@ public:
 
 private:
 	friend class DubbedSourceTest;
+	friend class DubbedOutputsTest;
 	friend class TalvoraPluginTest;
 
 	void tellLostClip(int clipId) const;

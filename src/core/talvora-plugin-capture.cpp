@@ -7,10 +7,7 @@
 
 #include <obs.hpp>
 
-#include <algorithm>
 #include <cstring>
-#include <mutex>
-#include <shared_mutex>
 #include <utility>
 
 namespace {
@@ -50,22 +47,16 @@ void TalvoraPlugin::attachAudioCapture()
 		talvora_log(LOG_WARNING, "Talvora: audio source '%s' not found", name.constData());
 		return;
 	}
-	bool ownOutput;
-	{
-		const std::shared_lock guard(dubbedMutex);
-		ownOutput = isOwnOutput(source);
-	}
 	// A dub outputs from within the capture callback, so that capturing one would wait for itself.
-	if (ownOutput || !isCapturable(source)) {
+	if (dubs.publishes(source) || !isCapturable(source)) {
 		talvora_log(LOG_WARNING, "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
 			    name.constData(), obs_source_get_id(source));
 		return;
 	}
 
-	{
-		// A source that is just being destroyed may still be inside the callback; OBS can no longer be asked to
-		// take the callback off it. Behind this lock it is done.
-		const std::unique_lock guard(dubbedMutex);
+	// The previous source may be in the middle of the callback while OBS destroys it, when the callback can no
+	// longer be removed. This waits until the callback has returned.
+	dubs.setFeed(source, [this] {
 		captureConverter.reset();
 		captureSampleRate = kExpectedSampleRate;
 		captureChannels = 2;
@@ -73,8 +64,7 @@ void TalvoraPlugin::attachAudioCapture()
 		if (obs_get_audio_info(&info)) {
 			captureSampleRate = info.samples_per_sec;
 		}
-		capturedSource = source;
-	}
+	});
 	obs_source_add_audio_capture_callback(source, audioCaptureCallback, this);
 	audioSourceRef = obs_source_get_weak_source(source);
 	attachedName = name;
@@ -87,7 +77,7 @@ void TalvoraPlugin::detachAudioCapture()
 		return;
 	}
 	const OBSSourceAutoRelease source = obs_weak_source_get_source(audioSourceRef);
-	capturedSource = nullptr;
+	dubs.clearFeed();
 	if (source) {
 		obs_source_remove_audio_capture_callback(source, audioCaptureCallback, this);
 		talvora_log(LOG_INFO, "Talvora: detached audio capture from '%s'", obs_source_get_name(source));
@@ -112,22 +102,9 @@ void TalvoraPlugin::restoreAudioCapture()
 	}
 }
 
-bool TalvoraPlugin::isOwnOutput(const obs_source_t *source) const
-{
-	return std::any_of(dubbedSources.begin(), dubbedSources.end(),
-			   [source](const auto &entry) { return entry.second->publishes(source); });
-}
-
-void TalvoraPlugin::ignoreOwnOutput()
-{
-	if (isOwnOutput(capturedSource)) {
-		capturedSource = nullptr;
-	}
-}
-
 void TalvoraPlugin::recheckAudioCapture()
 {
-	if (audioSourceRef && !capturedSource) {
+	if (audioSourceRef && !dubs.hasFeed()) {
 		attachAudioCapture();
 	}
 }
@@ -143,8 +120,8 @@ void TalvoraPlugin::audioCaptureCallback(void *param, obs_source_t *source, cons
 
 void TalvoraPlugin::captureChunk(obs_source_t *source, const audio_data &audio)
 {
-	const std::shared_lock guard(dubbedMutex);
-	if (shuttingDown || source != capturedSource) {
+	const DubbedOutputs::Chunk chunk = dubs.beginChunk(source);
+	if (shuttingDown || !chunk) {
 		return;
 	}
 
@@ -153,11 +130,6 @@ void TalvoraPlugin::captureChunk(obs_source_t *source, const audio_data &audio)
 	captureChannels.store(audio.data[1] ? 2 : 1, std::memory_order_relaxed);
 
 	const uint32_t rate = captureSampleRate.load(std::memory_order_relaxed);
-	const auto feedDubbedSources = [&] {
-		for (auto &[code, dubbed] : dubbedSources) {
-			dubbed->pushOriginalAudio(left, right, audio.frames, rate, audio.timestamp);
-		}
-	};
 
 	if (rate != kExpectedSampleRate) {
 		static std::atomic_flag warned;
@@ -167,12 +139,12 @@ void TalvoraPlugin::captureChunk(obs_source_t *source, const audio_data &audio)
 				    "incorrect output. Change OBS audio settings to 48 kHz.",
 				    rate);
 		}
-		feedDubbedSources();
+		chunk.push(left, right, audio.frames, rate, audio.timestamp);
 		return;
 	}
 
 	const std::span<const int16_t> speech = captureConverter.convert(left, right, audio.frames);
-	feedDubbedSources();
+	chunk.push(left, right, audio.frames, rate, audio.timestamp);
 	if (!speech.empty()) {
 		client.enqueueAudio(speech.data(), speech.size());
 	}

@@ -9,29 +9,12 @@
 
 #include <QTimer>
 #include <QWidget>
-#include <QtEndian>
 
 #include <obs-frontend-api.h>
 #include <obs.hpp>
 #include <util/profiler.hpp>
 
-#include <algorithm>
-#include <chrono>
-#include <mutex>
-#include <optional>
 #include <utility>
-#include <vector>
-
-namespace {
-
-/**
- * After that without sound a clip's caption is treated as if the clip had ended: the captured source is muted or has
- * come to its end, the dub's source has been removed, or the service has not sent the rest of the clip.
- */
-constexpr std::chrono::seconds kLongestClipSilence{2};
-constexpr std::chrono::milliseconds kClipWatchInterval{250};
-
-} // namespace
 
 TalvoraPlugin *TalvoraPlugin::instance()
 {
@@ -41,7 +24,10 @@ TalvoraPlugin *TalvoraPlugin::instance()
 
 TalvoraPlugin::TalvoraPlugin()
 {
-	connect(&clipWatch, &QTimer::timeout, this, &TalvoraPlugin::watchClips);
+	connect(&dubs, &DubbedOutputs::changed, this, &TalvoraPlugin::recheckAudioCapture);
+	connect(&dubs, &DubbedOutputs::clipStarted, this, &TalvoraPlugin::onClipStarted);
+	connect(&dubs, &DubbedOutputs::clipEnded, this, &TalvoraPlugin::onClipEnded);
+	connect(&dubs, &DubbedOutputs::clipLost, this, &TalvoraPlugin::onClipLost);
 }
 
 TalvoraPlugin::~TalvoraPlugin()
@@ -107,7 +93,6 @@ void TalvoraPlugin::shutdown()
 	}
 	shuttingDown = true;
 	sceneWatcher.reset();
-	clipWatch.stop();
 
 	if (dock) {
 		settings.dockVisible = dock->isVisible();
@@ -122,14 +107,7 @@ void TalvoraPlugin::shutdown()
 		captionManager->abandonAll();
 		delete std::exchange(captionManager, nullptr);
 	}
-	{
-		const std::unique_lock guard(dubbedMutex);
-		for (auto &[code, source] : dubbedSources) {
-			source->forgetSource();
-		}
-		dubbedSources.clear();
-	}
-
+	dubs.abandon();
 	client.stop();
 	initialized = false;
 	talvora_log(LOG_INFO, "Talvora plugin shut down");
@@ -204,9 +182,9 @@ void TalvoraPlugin::startSession()
 	}
 	talvora_log(LOG_INFO, "Talvora: connecting to %s (wsThread running: %s)", kServiceEndpoint,
 		    client.isRunning() ? "YES" : "NO");
-	flushDubbedSources();
+	dubs.flush();
 	// What a session needs may have been removed, or may have appeared, since it was last looked for.
-	restoreDubbedSources();
+	dubs.restore();
 	updateCaptionSources();
 	if (captionManager) {
 		captionManager->restoreSources();
@@ -245,7 +223,7 @@ void TalvoraPlugin::onWsStateChanged(WsState newState)
 	if (isDown) {
 		// A lost connection also takes along the end of a clip that was being received, which would block the
 		// next ones.
-		flushDubbedSources();
+		dubs.flush();
 		if (captionManager) {
 			captionManager->endSession();
 		}
@@ -294,36 +272,15 @@ void TalvoraPlugin::onTranscriptInterim(const QString &text)
 void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const QByteArray &pcmData,
 				    int sourceSampleRate)
 {
-	if (sessionIsOver) {
-		return;
+	if (!sessionIsOver) {
+		dubs.deliver(language, clipId, pcmData, sourceSampleRate);
 	}
-	const std::shared_lock guard(dubbedMutex);
-	const auto found = dubbedSources.find(language);
-	if (found == dubbedSources.end()) {
-		return;
-	}
-	DubbedSource &source = *found->second;
-	if (pcmData.isEmpty()) {
-		source.ttsClipEnded(clipId);
-		return;
-	}
-	if (pcmData.size() % 2 != 0) {
-		talvora_log(LOG_WARNING, "Talvora: odd TTS PCM size %d for '%s', truncating last byte",
-			    static_cast<int>(pcmData.size()), language.toUtf8().constData());
-	}
-	const qsizetype count = pcmData.size() / 2;
-	std::vector<int16_t> samples(static_cast<size_t>(count));
-	if (count > 0) {
-		qFromLittleEndian<qint16>(pcmData.constData(), count, samples.data());
-	}
-	source.pushTtsAudio(clipId, samples.data(), samples.size(), sourceSampleRate);
 }
 
 void TalvoraPlugin::onClipStarted(const QString &language, int clipId)
 {
 	if (captionManager) {
 		captionManager->onClipStarted(language, clipId);
-		clipWatch.start(kClipWatchInterval);
 	}
 }
 
@@ -334,26 +291,10 @@ void TalvoraPlugin::onClipEnded(const QString &language, int clipId)
 	}
 }
 
-void TalvoraPlugin::onClipLost(const QString &language, int)
+void TalvoraPlugin::onClipLost(const QString &language)
 {
 	if (captionManager) {
 		captionManager->onClipLost(language);
-	}
-}
-
-void TalvoraPlugin::watchClips()
-{
-	bool playing = false;
-	const std::shared_lock guard(dubbedMutex);
-	for (auto &[code, source] : dubbedSources) {
-		const std::optional<std::chrono::nanoseconds> silence = source->timeSinceHeard();
-		playing |= silence.has_value();
-		if (silence >= kLongestClipSilence) {
-			captionManager->onClipLost(code);
-		}
-	}
-	if (!playing) {
-		clipWatch.stop();
 	}
 }
 
@@ -381,7 +322,7 @@ void TalvoraPlugin::updateOutputs()
 void TalvoraPlugin::restoreOutputs()
 {
 	updateDubbedSources();
-	restoreDubbedSources();
+	dubs.restore();
 	updateCaptionSources();
 	captionManager->restoreSources();
 	restoreAudioCapture();
@@ -404,14 +345,7 @@ void TalvoraPlugin::takeUpOutput(const QString &name)
 		return;
 	}
 	captionManager->takeUpSource(name);
-	const auto named = std::find_if(dubbedSources.begin(), dubbedSources.end(), [&name](const auto &entry) {
-		return QString::fromStdString(entry.second->name()) == name;
-	});
-	if (named != dubbedSources.end()) {
-		const QString code = named->first;
-		restoreDub(code);
-		recheckAudioCapture();
-	}
+	dubs.takeUp(name);
 }
 
 void TalvoraPlugin::onSourceRemoved()

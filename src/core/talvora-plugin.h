@@ -2,7 +2,7 @@
 #pragma once
 
 #include "audio/capture-converter.h"
-#include "audio/dubbed-source.h"
+#include "audio/dubbed-outputs.h"
 #include "client/client-thread.h"
 #include "client/ws-state.h"
 #include "settings/settings-file.h"
@@ -13,15 +13,12 @@
 #include <QJsonObject>
 #include <QObject>
 #include <QPointer>
-#include <QTimer>
 
 #include <obs.h>
 
 #include <atomic>
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <shared_mutex>
 
 class CaptionManager;
 class QWidget;
@@ -33,8 +30,7 @@ class WSClient;
  * service sends to captions, dubs and dock. It knows the dock only as a widget; the dock follows by
  * the signals.
  *
- * Everything here runs on the user-interface thread except audioCaptureCallback() and the clip callbacks of the dubbed
- * sources, which run on OBS's audio threads.
+ * Everything here runs on the user-interface thread except audioCaptureCallback(), which runs on OBS's audio threads.
  */
 class TalvoraPlugin : public QObject {
 	Q_OBJECT
@@ -95,7 +91,7 @@ public:
 	void setApiKey(const QString &key);
 
 	/** Makes the dubbed sources those of the dubbing languages without the spoken one. */
-	void updateDubbedSources();
+	void updateDubbedSources() { dubs.update(); }
 	/** Hands style and caption languages to the caption manager. */
 	void updateCaptionSources();
 	/** Shows `text` in every caption language. */
@@ -134,8 +130,8 @@ public Q_SLOTS:
 	void onTtsAudioReady(const QString &language, int clipId, const QByteArray &pcmData, int sourceSampleRate);
 	void onClipStarted(const QString &language, int clipId);
 	void onClipEnded(const QString &language, int clipId);
-	/** A clip that has started will not be heard to its end. */
-	void onClipLost(const QString &language, int clipId);
+	/** See DubbedOutputs::clipLost(). */
+	void onClipLost(const QString &language);
 
 Q_SIGNALS:
 	/**
@@ -158,8 +154,6 @@ private:
 	friend class TalvoraPluginTest;
 	friend class PluginDockTest;
 
-	using DubbedSources = std::map<QString, std::unique_ptr<DubbedSource>>;
-
 	TalvoraPlugin();
 
 	/**
@@ -176,20 +170,7 @@ private:
 	void updateOutputs();
 	/** Brings back what left OBS together with the sources of a scene collection. */
 	void restoreOutputs();
-	/** Brings back the sources of dubs that OBS has removed. */
-	void restoreDubbedSources();
-	void restoreDub(const QString &code);
-	QStringList dubbedLanguages() const;
-	// What takes long is done to a dub that is out of the map: making, renewing or destroying one takes
-	// milliseconds, and the audio thread waits for the map. Only the user-interface thread changes the map, so
-	// there it is read without the lock.
-	DubbedSources::node_type takeDub(const QString &code);
-	void putDub(DubbedSources::node_type dub);
-	/** Whether a dub is put out by `source`, whatever the source's type. Under dubbedMutex. */
-	bool isOwnOutput(const obs_source_t *source) const;
-	/** Stops hearing the captured source if it is now one of our own outputs. Under dubbedMutex, exclusively. */
-	void ignoreOwnOutput();
-	/** Captures anew, or not at all, if ignoreOwnOutput() has stopped the capture. */
+	/** Captures anew, or not at all, if a dub has come to output to the captured source. */
 	void recheckAudioCapture();
 	/** Whether the source the settings name is being captured. */
 	bool isCapturing() const;
@@ -199,15 +180,15 @@ private:
 	void takeUpOutput(const QString &name);
 	void onSourceRemoved();
 	void onSourceRenamed(const QString &from, const QString &to);
-	std::unique_ptr<DubbedSource> createDubbedSource(const QString &code);
-	template <typename Action> void forEachDubbedSource(Action action);
 	void applyCaptionStyle();
 	/** Says in the log, once, that captions are wanted in an OBS that cannot draw them. */
 	void reportMissingBrowserSource();
-	void flushDubbedSources();
-	/** Takes clips for lost of which nothing has been heard for a while: nothing else would end their captions. */
-	void watchClips();
 	void sendConfigUpdate();
+
+	Settings settings;
+	SettingsFile settingsFile;
+	ClientThread client;
+	DubbedOutputs dubs{settings};
 
 	std::atomic<uint32_t> captureSampleRate{48000};
 	std::atomic<uint32_t> captureChannels{2};
@@ -216,22 +197,11 @@ private:
 	obs_weak_source_t *audioSourceRef = nullptr;
 	/** The name that source had when it was attached, for the log. */
 	QByteArray attachedName;
-	/** The source behind audioSourceRef, to be compared only: chunks of any other source are stale. */
-	std::atomic<obs_source_t *> capturedSource{nullptr};
 
-	ClientThread client;
-	/** Exclusive when the map's membership or the capture's carry changes, shared for every other use. */
-	std::shared_mutex dubbedMutex;
-	DubbedSources dubbedSources;
 	CaptionManager *captionManager = nullptr;
 	DockFactory makeDock = nullptr;
 	QPointer<QWidget> dock;
 	std::unique_ptr<SceneWatcher> sceneWatcher;
-	/** Runs while a clip is being played. */
-	QTimer clipWatch;
-
-	Settings settings;
-	SettingsFile settingsFile;
 	int maxTargetLanguages = 0;
 	std::atomic<bool> shuttingDown{false};
 	bool initialized = false;

@@ -264,7 +264,7 @@ void TalvoraPluginTest::initialValues()
 	QCOMPARE(fresh.audioSourceRef, nullptr);
 	QCOMPARE(fresh.client.wsClient.load(), nullptr);
 	QCOMPARE(fresh.client.wsThread, nullptr);
-	QVERIFY(fresh.dubbedSources.empty());
+	QVERIFY(fresh.dubs.dubbedSources.empty());
 	QCOMPARE(fresh.captionManager, nullptr);
 	QVERIFY(!fresh.dock);
 	QCOMPARE(fresh.maxTargetLanguages, 0);
@@ -442,9 +442,9 @@ void TalvoraPluginTest::dubbedSourcesAreLeftToObsAtShutdown()
 {
 	writeConfig(R"({"targetLanguages": [{"code": "es"}]})");
 	make().initialize();
-	QCOMPARE(plugin->dubbedSources.size(), size_t{1});
+	QCOMPARE(plugin->dubs.dubbedSources.size(), size_t{1});
 	plugin->shutdown();
-	QVERIFY(plugin->dubbedSources.empty());
+	QVERIFY(plugin->dubs.dubbedSources.empty());
 	obs_source_t *left = obs_get_source_by_name("Talvora Dub — Spanish");
 	QVERIFY(left);
 	obs_source_release(left);
@@ -784,7 +784,7 @@ void TalvoraPluginTest::speechOfAnUnknownLanguageIsDropped()
 void TalvoraPluginTest::oddSpeechPieceLosesItsLastByte()
 {
 	make().setLanguageTargets({{u"es"_s, {true, false}}});
-	DubbedSource &dub = *plugin->dubbedSources.at(u"es"_s);
+	DubbedSource &dub = *plugin->dubs.dubbedSources.at(u"es"_s);
 	log->clear();
 	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(7, 'x'), 48000);
 	QCOMPARE(log->lines(LOG_WARNING),
@@ -812,7 +812,7 @@ void TalvoraPluginTest::pieceOfOneSampleIsSpoken()
 	plugin->onTtsAudioReady(u"es"_s, 1, {}, 48000);
 	float sample = 0.0f;
 	const auto ignore = [](int) {};
-	plugin->dubbedSources.at(u"es"_s)->speech.take(&sample, 1, 48000, ignore, ignore);
+	plugin->dubs.dubbedSources.at(u"es"_s)->speech.take(&sample, 1, 48000, ignore, ignore);
 	QCOMPARE(sample, 0.5f);
 }
 
@@ -848,7 +848,7 @@ void TalvoraPluginTest::startFlushesTheDubsAndAttachesTheCapture()
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
 	plugin->setAudioSource(u"Voice"_s);
 	QCOMPARE(plugin->audioSourceRef, nullptr);
-	DubbedSource &dub = *plugin->dubbedSources.at(u"es"_s);
+	DubbedSource &dub = *plugin->dubs.dubbedSources.at(u"es"_s);
 	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
 	QVERIFY(dub.speech.size() > 0);
 
@@ -937,8 +937,8 @@ void TalvoraPluginTest::serviceSpeechReachesTheDubOfItsLanguage()
 			  "fr" +
 			  QByteArray(600, '\1'));
 	service.send(uR"({"type":"tts_end","language":"fr"})"_s);
-	QVERIFY(QTest::qWaitFor([&] { return plugin->dubbedSources.at(u"fr"_s)->speech.size() == 300; }));
-	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
+	QVERIFY(QTest::qWaitFor([&] { return plugin->dubs.dubbedSources.at(u"fr"_s)->speech.size() == 300; }));
+	QCOMPARE(plugin->dubs.dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
 }
 
 // Outputs
@@ -948,7 +948,7 @@ void TalvoraPluginTest::noDubOfTheSourceLanguage()
 	make();
 	plugin->setSourceLanguage(u"es"_s);
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
-	QVERIFY(plugin->dubbedSources.empty());
+	QVERIFY(plugin->dubs.dubbedSources.empty());
 	QCOMPARE(plugin->targetLanguageCodes(), QStringList{u"es"_s});
 }
 
@@ -960,13 +960,13 @@ void TalvoraPluginTest::dubsFollowTheSelection()
 			      u"[talvora-obs] Talvora: creating dubbed source for 'fr' (French)"_s}));
 	QCOMPARE(plugin->dubbingLanguages(), (QStringList{u"es"_s, u"fr"_s}));
 	QCOMPARE(plugin->captionLanguages(), (QStringList{u"de"_s, u"es"_s}));
-	QCOMPARE(plugin->dubbedSources.size(), size_t{2});
-	const DubbedSource *french = plugin->dubbedSources.at(u"fr"_s).get();
+	QCOMPARE(plugin->dubs.dubbedSources.size(), size_t{2});
+	const DubbedSource *french = plugin->dubs.dubbedSources.at(u"fr"_s).get();
 
 	plugin->setDuckingLevel(0.35f);
 	plugin->setTtsVolume(0.5f);
 	plugin->setMuteOriginal(true);
-	for (const auto &[code, dub] : plugin->dubbedSources) {
+	for (const auto &[code, dub] : plugin->dubs.dubbedSources) {
 		QCOMPARE(dub->duckingLevel.load(), 0.35f);
 		QCOMPARE(dub->ttsLevel.load(), 0.5f);
 		QCOMPARE(dub->muteOriginal.load(), true);
@@ -975,11 +975,11 @@ void TalvoraPluginTest::dubsFollowTheSelection()
 	log->clear();
 	plugin->setLanguageTargets({{u"fr"_s, {true, false}}});
 	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora: removing dubbed source for 'es'"_s));
-	QCOMPARE(plugin->dubbedSources.at(u"fr"_s).get(), french);
-	QVERIFY(!plugin->dubbedSources.contains(u"es"_s));
+	QCOMPARE(plugin->dubs.dubbedSources.at(u"fr"_s).get(), french);
+	QVERIFY(!plugin->dubs.dubbedSources.contains(u"es"_s));
 
 	plugin->setLanguageTargets({{u"fr"_s, {true, false}}, {u"es"_s, {true, false}}});
-	const DubbedSource &again = *plugin->dubbedSources.at(u"es"_s);
+	const DubbedSource &again = *plugin->dubs.dubbedSources.at(u"es"_s);
 	QCOMPARE(again.duckingLevel.load(), 0.35f);
 	QCOMPARE(again.ttsLevel.load(), 0.5f);
 	QCOMPARE(again.muteOriginal.load(), true);
@@ -988,9 +988,9 @@ void TalvoraPluginTest::dubsFollowTheSelection()
 void TalvoraPluginTest::dubOfTheNewSourceLanguageGoesAtOnce()
 {
 	make().setLanguageTargets({{u"es"_s, {true, true}}});
-	QCOMPARE(plugin->dubbedSources.size(), size_t{1});
+	QCOMPARE(plugin->dubs.dubbedSources.size(), size_t{1});
 	plugin->setSourceLanguage(u"es"_s);
-	QVERIFY(plugin->dubbedSources.empty());
+	QVERIFY(plugin->dubs.dubbedSources.empty());
 }
 
 using Change = void (*)(TalvoraPlugin &);
@@ -1095,7 +1095,8 @@ void TalvoraPluginTest::clipEventsOfADubReachTheCaptions()
 	plugin->onTtsAudioReady(u"es"_s, 7, QByteArray(), 48000);
 	const std::vector<float> original(480, 0.0f);
 	std::thread([&] {
-		plugin->dubbedSources.at(u"es"_s)->pushOriginalAudio(original.data(), original.data(), 480, 48000, 1);
+		plugin->dubs.dubbedSources.at(u"es"_s)->pushOriginalAudio(original.data(), original.data(), 480, 48000,
+									  1);
 	}).join();
 	// Played and over; the caption manager hears of it on this thread, start first.
 	QVERIFY(!css().contains(u"hola"_s));
@@ -1119,7 +1120,7 @@ static QByteArray secondOfSpeech()
 void TalvoraPluginTest::playOriginal(size_t frames)
 {
 	const std::vector<float> silence(frames, 0.0f);
-	plugin->dubbedSources.at(u"es"_s)->pushOriginalAudio(silence.data(), silence.data(), frames, 48000, 1);
+	plugin->dubs.dubbedSources.at(u"es"_s)->pushOriginalAudio(silence.data(), silence.data(), frames, 48000, 1);
 	QCoreApplication::processEvents();
 }
 
@@ -1209,13 +1210,13 @@ void TalvoraPluginTest::nothingIsShownOrSpokenAfterASession()
 	plugin->onWsStateChanged(state);
 	everything();
 	QVERIFY(!spanishCss().contains(u"tarde"_s));
-	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
+	QCOMPARE(plugin->dubs.dubbedSources.at(u"es"_s)->speech.size(), size_t{0});
 	QCOMPARE(heard.size(), 0);
 
 	plugin->onWsStateChanged(WsState::Authenticated);
 	everything();
 	QVERIFY(spanishCss().contains(u"tarde"_s));
-	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), size_t{100});
+	QCOMPARE(plugin->dubs.dubbedSources.at(u"es"_s)->speech.size(), size_t{100});
 	QCOMPARE(heard.size(), 1);
 }
 
@@ -1238,7 +1239,7 @@ void TalvoraPluginTest::lostConnectionFlushesTheDubs()
 	make().setLanguageTargets({{u"es"_s, {true, false}}});
 	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
 	plugin->onWsStateChanged(state);
-	QCOMPARE(plugin->dubbedSources.at(u"es"_s)->speech.size(), flushed ? size_t{0} : size_t{100});
+	QCOMPARE(plugin->dubs.dubbedSources.at(u"es"_s)->speech.size(), flushed ? size_t{0} : size_t{100});
 }
 
 static bool sourceExists(const char *name)
@@ -1274,7 +1275,7 @@ void TalvoraPluginTest::dubsAreMadeAndRenewedWithoutHoldingUpTheAudio()
 		void look(const char *what)
 		{
 			std::thread([&] {
-				const std::shared_lock guard(plugin->dubbedMutex, std::try_to_lock);
+				const std::shared_lock guard(plugin->dubs.dubbedMutex, std::try_to_lock);
 				(guard ? free : taken).append(QString::fromUtf8(what));
 			}).join();
 		}
@@ -1598,7 +1599,7 @@ void TalvoraPluginTest::outputsComeBackInAnotherCollection()
 	make().initialize();
 	QCoreApplication::processEvents();
 	QVERIFY(plugin->isCapturing());
-	const DubbedSource *dub = plugin->dubbedSources.at(u"es"_s).get();
+	const DubbedSource *dub = plugin->dubs.dubbedSources.at(u"es"_s).get();
 
 	removeAllSources();
 	voice.reset();
@@ -1611,7 +1612,7 @@ void TalvoraPluginTest::outputsComeBackInAnotherCollection()
 	QVERIFY(sourceExists("Talvora Dub — Spanish"));
 	QVERIFY(sourceExists("Talvora Captions — Spanish"));
 	QVERIFY(plugin->isCapturing());
-	QCOMPARE(plugin->dubbedSources.at(u"es"_s).get(), dub);
+	QCOMPARE(plugin->dubs.dubbedSources.at(u"es"_s).get(), dub);
 
 	const Heard heard("Talvora Dub — Spanish");
 	voice->playConstant(0.25f, 1024);
@@ -1636,7 +1637,7 @@ void TalvoraPluginTest::limitThatComesWhileACollectionIsClearedMakesNothingThen(
 	QCoreApplication::processEvents();
 	QVERIFY(std::ranges::all_of(names, exists));
 	QVERIFY(std::ranges::none_of(dropped, exists));
-	QVERIFY(!plugin->dubbedSources.contains(u"fr"_s));
+	QVERIFY(!plugin->dubs.dubbedSources.contains(u"fr"_s));
 }
 
 void TalvoraPluginTest::captureBeginsWhenItsSourceAppears()
@@ -1707,7 +1708,7 @@ void TalvoraPluginTest::sourceThatADubIsPutOutByIsNotCaptured()
 	TestAudioSource voice("Talvora Dub — Spanish");
 	make().initialize();
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
-	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(voice.get()));
+	QVERIFY(plugin->dubs.dubbedSources.at(u"es"_s)->publishes(voice.get()));
 	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
 	QVERIFY(log->contains(LOG_WARNING,
 			      u"[talvora-obs] Talvora: source 'Talvora Dub — Spanish' (type=test_audio) does "
@@ -1734,19 +1735,19 @@ void TalvoraPluginTest::onlyASourceThatIsThereIsTakenUp()
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
 	OBSSourceAutoRelease dub = obs_get_source_by_name(qPrintable(name));
 	obs_source_remove(dub);
-	QVERIFY(!plugin->dubbedSources.at(u"es"_s)->hasSource());
+	QVERIFY(!plugin->dubs.dubbedSources.at(u"es"_s)->hasSource());
 	// Told late of one that was there for a moment: it is still held by somebody, and then by nobody.
 	plugin->onSourceCreated(name);
-	QVERIFY(!plugin->dubbedSources.at(u"es"_s)->hasSource());
+	QVERIFY(!plugin->dubs.dubbedSources.at(u"es"_s)->hasSource());
 	dub = nullptr;
 	QVERIFY(ObsFixture::isGone(qPrintable(name)));
 	plugin->onSourceCreated(name);
-	QVERIFY(!plugin->dubbedSources.at(u"es"_s)->hasSource());
+	QVERIFY(!plugin->dubs.dubbedSources.at(u"es"_s)->hasSource());
 
 	const OBSSourceAutoRelease made =
 		obs_source_create("talvora_dubbed_source", qPrintable(name), nullptr, nullptr);
 	plugin->onSourceCreated(name);
-	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(made));
+	QVERIFY(plugin->dubs.dubbedSources.at(u"es"_s)->publishes(made));
 }
 
 void TalvoraPluginTest::renewedDubThatIsPutOutByTheCapturedSourceEndsTheCapture()
@@ -1763,7 +1764,7 @@ void TalvoraPluginTest::renewedDubThatIsPutOutByTheCapturedSourceEndsTheCapture(
 	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
 	QVERIFY(plugin->isCapturing());
 	plugin->startSession();
-	QVERIFY(plugin->dubbedSources.at(u"es"_s)->publishes(voice.get()));
+	QVERIFY(plugin->dubs.dubbedSources.at(u"es"_s)->publishes(voice.get()));
 	QVERIFY(!plugin->isCapturing());
 	voice.playConstant(0.5f, 1024);
 }
@@ -1825,7 +1826,7 @@ void TalvoraPluginTest::captureCallbackNeverTouchesTheHeap()
 	// The start of a clip is posted to the user-interface thread, the one allocation that is meant.
 	chunk.frames = 1024;
 	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
-	QVERIFY(plugin->dubbedSources.at(u"es"_s)->speech.isPlaying());
+	QVERIFY(plugin->dubs.dubbedSources.at(u"es"_s)->speech.isPlaying());
 
 	HeapGuard guard;
 	for (const uint32_t frames : std::array<uint32_t, 8>{1, 2, 480, 1024, 1024, 4096, 8192, 10000}) {
@@ -1834,7 +1835,7 @@ void TalvoraPluginTest::captureCallbackNeverTouchesTheHeap()
 	}
 	guard.stop();
 	QVERIFY2(guard.calls() == 0, guard.report());
-	QVERIFY(plugin->dubbedSources.at(u"es"_s)->speech.isPlaying());
+	QVERIFY(plugin->dubs.dubbedSources.at(u"es"_s)->speech.isPlaying());
 }
 
 QTEST_MAIN(TalvoraPluginTest)

@@ -185,9 +185,9 @@ void TalvoraPluginTest::callbackWaitsForNothingButItsLocks()
 	QVERIFY2(heap.calls() == 0, heap.report());
 	QVERIFY2(guard.waits() == 0, guard.firstWait());
 	QCOMPARE(guard.contentions(), 0);
-	const DubbedSource &spanish = *plugin->dubbedSources.at(u"es"_s);
-	const DubbedSource &french = *plugin->dubbedSources.at(u"fr"_s);
-	for (const void *lock : std::initializer_list<const void *>{&plugin->dubbedMutex, &spanish.sourceLock,
+	const DubbedSource &spanish = *plugin->dubs.dubbedSources.at(u"es"_s);
+	const DubbedSource &french = *plugin->dubs.dubbedSources.at(u"fr"_s);
+	for (const void *lock : std::initializer_list<const void *>{&plugin->dubs.dubbedMutex, &spanish.sourceLock,
 								    &spanish.lock, &french.sourceLock, &french.lock}) {
 		QVERIFY(guard.locked(lock));
 	}
@@ -213,7 +213,7 @@ void TalvoraPluginTest::clipCostsOnePostedEventAtItsStartAndOneAtItsEnd()
 		QMetaObject::invokeMethod(
 			plugin,
 			[self = plugin, code = u"es"_s, clip = 1] {
-				self->dubbedSources.contains(code + QString::number(clip));
+				self->dubs.dubbedSources.contains(code + QString::number(clip));
 			},
 			Qt::QueuedConnection);
 	};
@@ -238,8 +238,8 @@ void TalvoraPluginTest::clipCostsOnePostedEventAtItsStartAndOneAtItsEnd()
 
 void TalvoraPluginTest::callbackMeetsItsLocksShortly()
 {
-	DubbedSource &spanish = *plugin->dubbedSources.at(u"es"_s);
-	const HoldTimes map(&plugin->dubbedMutex);
+	DubbedSource &spanish = *plugin->dubs.dubbedSources.at(u"es"_s);
+	const HoldTimes map(&plugin->dubs.dubbedMutex);
 	const HoldTimes source(&spanish.sourceLock);
 	const HoldTimes speech(&spanish.lock);
 
