@@ -182,8 +182,8 @@ bool autoPlaceCaptionSource(obs_source_t *source)
 	position.y = video.base_height ? static_cast<float>(video.base_height) - 60.0f : 1020.0f;
 
 	bool placed = false;
-	// Lock order: graphics, then scene. Adding an item runs other modules' handlers under the scene's lock, and these
-	// may enter graphics.
+	// Lock order: graphics, then scene. Adding an item runs other modules' handlers under the scene's lock, and
+	// these may enter graphics.
 	obs_enter_graphics();
 	updateScene(scene, [&](obs_scene_t *locked) { placed = placeInScene(locked, source, position); });
 	obs_leave_graphics();
