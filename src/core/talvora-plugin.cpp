@@ -4,6 +4,7 @@
 #include "captions/caption-manager.h"
 #include "client/ws-client.h"
 #include "deployment.h"
+#include "obs/browser-source.h"
 #include "obs/scene-watcher.h"
 #include "plugin-support.h"
 
@@ -24,7 +25,7 @@ TalvoraPlugin *TalvoraPlugin::instance()
 
 TalvoraPlugin::TalvoraPlugin()
 {
-	connect(&dubs, &DubbedOutputs::changed, this, &TalvoraPlugin::recheckAudioCapture);
+	connect(&dubs, &DubbedOutputs::changed, this, [this] { capture.recheck(); });
 	connect(&dubs, &DubbedOutputs::clipStarted, this, &TalvoraPlugin::onClipStarted);
 	connect(&dubs, &DubbedOutputs::clipEnded, this, &TalvoraPlugin::onClipEnded);
 	connect(&dubs, &DubbedOutputs::clipLost, this, &TalvoraPlugin::onClipLost);
@@ -42,10 +43,10 @@ void TalvoraPlugin::initialize()
 	if (initialized) {
 		return;
 	}
-	// Stands in OBS's own table of how long everything took, beside the loading of the module.
+	// Appears in OBS's profiler next to the module's load time.
 	const ScopeProfiler profiler("TalvoraPlugin::initialize");
 	initialized = true;
-	shuttingDown = false;
+	capture.setShuttingDown(false);
 
 	loadConfig();
 
@@ -56,7 +57,7 @@ void TalvoraPlugin::initialize()
 	if (makeDock) {
 		dock = makeDock(this);
 	}
-	QTimer::singleShot(0, this, &TalvoraPlugin::restoreAudioCapture);
+	QTimer::singleShot(0, this, [this] { capture.restore(); });
 	updateDubbedSources();
 	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
 	updateCaptionSources();
@@ -91,7 +92,7 @@ void TalvoraPlugin::shutdown()
 	if (!initialized) {
 		return;
 	}
-	shuttingDown = true;
+	capture.setShuttingDown(true);
 	sceneWatcher.reset();
 
 	if (dock) {
@@ -113,7 +114,41 @@ void TalvoraPlugin::shutdown()
 	talvora_log(LOG_INFO, "Talvora plugin shut down");
 }
 
-// Languages
+// The configuration file
+
+QString TalvoraPlugin::configFilePath() const
+{
+	return SettingsFile::path();
+}
+
+void TalvoraPlugin::loadConfig()
+{
+	settingsFile.load(settings);
+}
+
+void TalvoraPlugin::saveConfig()
+{
+	settingsFile.save(settings);
+	Q_EMIT settingsChanged();
+}
+
+// What the user chooses: stored, applied, saved
+
+void TalvoraPlugin::setApiKey(const QString &key)
+{
+	settings.apiKey = key;
+	saveConfig();
+}
+
+void TalvoraPlugin::setAudioSource(const QString &name)
+{
+	if (name == settings.audioSource) {
+		return;
+	}
+	settings.audioSource = name;
+	saveConfig();
+	attachAudioCapture();
+}
 
 void TalvoraPlugin::setLanguageTargets(const LanguageTargets &targets)
 {
@@ -142,28 +177,118 @@ void TalvoraPlugin::setMaxTargetLanguages(int n)
 	}
 }
 
+void TalvoraPlugin::setCaptionMode(const QString &mode)
+{
+	settings.captionMode = mode;
+	saveConfig();
+	sendConfigUpdate();
+}
+
+void TalvoraPlugin::applyCaptionStyle()
+{
+	updateCaptionSources();
+	saveConfig();
+}
+
+void TalvoraPlugin::setCaptionAlignment(const QString &alignment)
+{
+	settings.captionAlignment = alignment;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionTextColor(const QColor &color)
+{
+	settings.captionTextColor = color;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionBgColor(const QColor &color)
+{
+	settings.captionBgColor = color;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionOpacity(int percent)
+{
+	settings.captionOpacity = percent;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setCaptionFont(const QFont &font)
+{
+	settings.captionFont = font;
+	applyCaptionStyle();
+}
+
+void TalvoraPlugin::setDuckingLevel(float level)
+{
+	settings.duckingLevel = level;
+	dubs.setDuckingLevel(level);
+	saveConfig();
+}
+
+void TalvoraPlugin::setTtsVolume(float volume)
+{
+	settings.ttsVolume = volume;
+	dubs.setTtsVolume(volume);
+	saveConfig();
+}
+
+void TalvoraPlugin::setMuteOriginal(bool mute)
+{
+	settings.muteOriginal = mute;
+	dubs.setMuteOriginal(mute);
+	saveConfig();
+}
+
 void TalvoraPlugin::sendConfigUpdate()
 {
 	// While authenticated the client sends this at once; otherwise it keeps it for the next automatic reconnect.
 	client.updateConfig(settings);
 }
 
-// Configuration file
+// Captions
 
-QString TalvoraPlugin::configFilePath() const
+void TalvoraPlugin::updateCaptionSources()
 {
-	return SettingsFile::path();
+	if (!captionManager) {
+		return;
+	}
+	captionManager->setStyle(settings.captionAlignment, settings.captionTextColor, settings.captionBgColor,
+				 settings.captionOpacity, settings.captionFont);
+
+	const QStringList languages = captionLanguages();
+	QMap<QString, QString> names;
+	for (const QString &code : languages) {
+		names[code] = displayNameForCode(code);
+	}
+	captionManager->setLanguages(languages, names);
+	if (!languages.isEmpty()) {
+		reportMissingBrowserSource();
+	}
 }
 
-void TalvoraPlugin::loadConfig()
+void TalvoraPlugin::reportMissingBrowserSource()
 {
-	settingsFile.load(settings);
+	if (missingBrowserSourceReported || hasBrowserSource()) {
+		return;
+	}
+	missingBrowserSourceReported = true;
+	talvora_log(LOG_WARNING,
+		    "Talvora: this OBS has no browser source, so captions cannot be shown. OBS from Flathub "
+		    "or from the OBS Project's Ubuntu PPA has it. Dubs and the transcript work without it.");
 }
 
-void TalvoraPlugin::saveConfig()
+void TalvoraPlugin::previewCaptionText(const QString &text)
 {
-	settingsFile.save(settings);
-	Q_EMIT settingsChanged();
+	const QStringList languages = captionLanguages();
+	if (!captionManager || languages.isEmpty()) {
+		return;
+	}
+	updateCaptionSources();
+	for (const QString &code : languages) {
+		captionManager->onCaption(code, text, 0.0, 0, false);
+	}
 }
 
 // Sessions
@@ -190,7 +315,7 @@ void TalvoraPlugin::startSession()
 		captionManager->restoreSources();
 		captionManager->placeMissing();
 	}
-	restoreAudioCapture();
+	capture.restore();
 
 	const bool queued = client.connectToServer(settings);
 	talvora_log(LOG_INFO, "Talvora: invokeMethod(connectToServer) = %s", queued ? "OK" : "FAILED");
@@ -204,12 +329,6 @@ void TalvoraPlugin::stopSession()
 	}
 }
 
-void TalvoraPlugin::setApiKey(const QString &key)
-{
-	settings.apiKey = key;
-	saveConfig();
-}
-
 void TalvoraPlugin::onWsStateChanged(WsState newState)
 {
 	talvora_log(LOG_INFO, "Talvora: WS state → %d", static_cast<int>(newState));
@@ -221,14 +340,16 @@ void TalvoraPlugin::onWsStateChanged(WsState newState)
 		sessionIsOver = false;
 	}
 	if (isDown) {
-		// A lost connection also takes along the end of a clip that was being received, which would block the
-		// next ones.
+		// The clip being received will never get its "tts_end"; left in the queue it would block every later
+		// clip.
 		dubs.flush();
 		if (captionManager) {
 			captionManager->endSession();
 		}
 	}
 }
+
+// What the service says
 
 void TalvoraPlugin::onWsError(const QString &msg)
 {
@@ -276,6 +397,8 @@ void TalvoraPlugin::onTtsAudioReady(const QString &language, int clipId, const Q
 		dubs.deliver(language, clipId, pcmData, sourceSampleRate);
 	}
 }
+
+// What is heard of a clip
 
 void TalvoraPlugin::onClipStarted(const QString &language, int clipId)
 {
@@ -325,7 +448,7 @@ void TalvoraPlugin::restoreOutputs()
 	dubs.restore();
 	updateCaptionSources();
 	captionManager->restoreSources();
-	restoreAudioCapture();
+	capture.restore();
 	Q_EMIT audioSourcesChanged();
 }
 
@@ -333,7 +456,7 @@ void TalvoraPlugin::onSourceCreated(const QString &name)
 {
 	takeUpOutput(name);
 	if (name == settings.audioSource) {
-		restoreAudioCapture();
+		capture.restore();
 	}
 	Q_EMIT audioSourcesChanged();
 }
@@ -350,9 +473,7 @@ void TalvoraPlugin::takeUpOutput(const QString &name)
 
 void TalvoraPlugin::onSourceRemoved()
 {
-	if (audioSourceRef && !isCapturing()) {
-		detachAudioCapture();
-	}
+	capture.forgetLostSource();
 	Q_EMIT audioSourcesChanged();
 }
 
@@ -365,7 +486,7 @@ void TalvoraPlugin::onSourceRenamed(const QString &from, const QString &to)
 	}
 	takeUpOutput(to);
 	if (to == settings.audioSource) {
-		restoreAudioCapture();
+		capture.restore();
 	}
 	Q_EMIT audioSourcesChanged();
 }

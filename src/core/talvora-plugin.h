@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-#include "audio/capture-converter.h"
+#include "audio/audio-capture.h"
 #include "audio/dubbed-outputs.h"
 #include "client/client-thread.h"
 #include "client/ws-state.h"
@@ -16,8 +16,6 @@
 
 #include <obs.h>
 
-#include <atomic>
-#include <cstdint>
 #include <memory>
 
 class CaptionManager;
@@ -30,7 +28,7 @@ class WSClient;
  * service sends to captions, dubs and dock. It knows the dock only as a widget; the dock follows by
  * the signals.
  *
- * Everything here runs on the user-interface thread except audioCaptureCallback(), which runs on OBS's audio threads.
+ * User-interface thread only; what runs on other threads is the matter of the objects it owns.
  */
 class TalvoraPlugin : public QObject {
 	Q_OBJECT
@@ -115,9 +113,9 @@ public:
 	void setAudioSource(const QString &name);
 
 	/** Captures the audio of the source the settings name, in place of the one captured so far. */
-	void attachAudioCapture();
+	void attachAudioCapture() { capture.attach(); }
 	/** Stops capturing, if anything is captured. */
-	void detachAudioCapture();
+	void detachAudioCapture() { capture.detach(); }
 
 public Q_SLOTS:
 	void onWsStateChanged(WsState newState);
@@ -156,13 +154,6 @@ private:
 
 	TalvoraPlugin();
 
-	/**
-	 * One chunk of the captured source. OBS's audio thread; never blocks for long, and allocates nothing but the
-	 * event that tells the user-interface thread of a clip's start or end.
-	 */
-	static void audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted);
-	void captureChunk(obs_source_t *source, const audio_data &audio);
-
 	/** Routes what the service sends. */
 	void connectClient(const WSClient *source);
 	void watchScene();
@@ -170,11 +161,6 @@ private:
 	void updateOutputs();
 	/** Brings back what left OBS together with the sources of a scene collection. */
 	void restoreOutputs();
-	/** Captures anew, or not at all, if a dub has come to output to the captured source. */
-	void recheckAudioCapture();
-	/** Whether the source the settings name is being captured. */
-	bool isCapturing() const;
-	void restoreAudioCapture();
 	void onSourceCreated(const QString &name);
 	/** Goes on with a source that has turned up under the name of an output that OBS has removed. */
 	void takeUpOutput(const QString &name);
@@ -189,21 +175,12 @@ private:
 	SettingsFile settingsFile;
 	ClientThread client;
 	DubbedOutputs dubs{settings};
-
-	std::atomic<uint32_t> captureSampleRate{48000};
-	std::atomic<uint32_t> captureChannels{2};
-	/** Holds the samples carried from chunk to chunk. Used by the capture callback, reset by attaching. */
-	CaptureConverter captureConverter;
-	obs_weak_source_t *audioSourceRef = nullptr;
-	/** The name that source had when it was attached, for the log. */
-	QByteArray attachedName;
-
+	AudioCapture capture{settings, dubs, client};
 	CaptionManager *captionManager = nullptr;
 	DockFactory makeDock = nullptr;
 	QPointer<QWidget> dock;
 	std::unique_ptr<SceneWatcher> sceneWatcher;
 	int maxTargetLanguages = 0;
-	std::atomic<bool> shuttingDown{false};
 	bool initialized = false;
 	/** The service may go on sending after the end of a session; none of it is shown or spoken. */
 	bool sessionIsOver = false;

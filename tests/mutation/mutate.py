@@ -38,20 +38,20 @@ KINDS = ("text", "number", "compare", "logic", "arithmetic", "boolean", "extreme
 
 # Tests that look at a file first, where their names do not begin with the file's.
 TESTS_OF = {
+    "audio-capture": ["audio-capture-test", "talvora-plugin-test"],
     "caption-css": ["caption-css-test", "caption-manager-test"],
     "caption-source": ["caption-manager-test"],
     "caption-state": ["caption-manager-test"],
     "caption-style": ["caption-css-test", "caption-manager-test", "talvora-plugin-test"],
     "capture-converter": ["capture-converter-test", "bit-identity-test"],
     "client-thread": ["client-thread-test", "talvora-plugin-test"],
+    "dubbed-outputs": ["dubbed-outputs-test", "talvora-plugin-test"],
     "dubbed-source": ["dubbed-source-test", "talvora-plugin-test"],
     "gain-ramp": ["gain-ramp-test", "bit-identity-test"],
     "plugin-dock-widgets": ["plugin-dock-settings-test", "plugin-dock-test", "plugin-dock-auth-test"],
     "plugin-support": ["plugin-main-test"],
     "sample-loops": ["bit-identity-test", "bit-identity-common-test", "capture-converter-test", "dubbed-source-test"],
     "speech-resampler": ["speech-queue-test", "bit-identity-test", "dubbed-source-test"],
-    "talvora-plugin-capture": ["talvora-plugin-test"],
-    "talvora-plugin-outputs": ["talvora-plugin-test"],
     "tts-assembler": ["tts-assembler-test", "bit-identity-test"],
     "ws-state": ["ws-client-test", "plugin-dock-test"],
 }

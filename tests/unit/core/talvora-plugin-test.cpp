@@ -258,17 +258,17 @@ void TalvoraPluginTest::setTargets(TalvoraPlugin &changed, const LanguageTargets
 void TalvoraPluginTest::initialValues()
 {
 	const TalvoraPlugin &fresh = make();
-	QCOMPARE(fresh.captureSampleRate.load(), 48000u);
-	QCOMPARE(fresh.captureChannels.load(), 2u);
-	QCOMPARE(fresh.captureConverter.carried(), size_t{0});
-	QCOMPARE(fresh.audioSourceRef, nullptr);
+	QCOMPARE(fresh.capture.captureSampleRate.load(), 48000u);
+	QCOMPARE(fresh.capture.captureChannels.load(), 2u);
+	QCOMPARE(fresh.capture.captureConverter.carried(), size_t{0});
+	QCOMPARE(fresh.capture.audioSourceRef, nullptr);
 	QCOMPARE(fresh.client.wsClient.load(), nullptr);
 	QCOMPARE(fresh.client.wsThread, nullptr);
 	QVERIFY(fresh.dubs.dubbedSources.empty());
 	QCOMPARE(fresh.captionManager, nullptr);
 	QVERIFY(!fresh.dock);
 	QCOMPARE(fresh.maxTargetLanguages, 0);
-	QVERIFY(!fresh.shuttingDown);
+	QVERIFY(!fresh.capture.shuttingDown);
 	QVERIFY(!fresh.initialized);
 	QCOMPARE(fresh.parent(), nullptr);
 	QCOMPARE(fresh.wsState(), WsState::Disconnected);
@@ -305,7 +305,7 @@ void TalvoraPluginTest::initializeTwiceBuildsOnce()
 void TalvoraPluginTest::shutdownBeforeInitializeDoesNothing()
 {
 	make().shutdown();
-	QVERIFY(!plugin->shuttingDown);
+	QVERIFY(!plugin->capture.shuttingDown);
 	QCOMPARE(log->ownLines(), QStringList());
 	QVERIFY(!QFile::exists(configPath()));
 }
@@ -326,7 +326,7 @@ void TalvoraPluginTest::shutdownOrderIsSaveThenDisconnectThenDetach()
 	writeConfig(R"({"audioSource": "Voice"})");
 	make().initialize();
 	QCoreApplication::processEvents();
-	QVERIFY(plugin->audioSourceRef);
+	QVERIFY(plugin->capture.audioSourceRef);
 	// A failing save is seen in the log.
 	QVERIFY(QFile::remove(configPath()));
 	QVERIFY(QDir().mkpath(configPath()));
@@ -336,9 +336,9 @@ void TalvoraPluginTest::shutdownOrderIsSaveThenDisconnectThenDetach()
 					       u"[talvora-obs] Talvora: disconnecting..."_s,
 					       u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s,
 					       u"[talvora-obs] Talvora plugin shut down"_s}));
-	QVERIFY(plugin->shuttingDown);
+	QVERIFY(plugin->capture.shuttingDown);
 	QVERIFY(!plugin->initialized);
-	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->capture.audioSourceRef, nullptr);
 	QCOMPARE(plugin->captionManager, nullptr);
 	QCOMPARE(plugin->client.wsClient.load(), nullptr);
 	QCOMPARE(plugin->client.wsThread, nullptr);
@@ -847,7 +847,7 @@ void TalvoraPluginTest::startFlushesTheDubsAndAttachesTheCapture()
 	plugin->setApiKey(u"k"_s);
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
 	plugin->setAudioSource(u"Voice"_s);
-	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->capture.audioSourceRef, nullptr);
 	DubbedSource &dub = *plugin->dubs.dubbedSources.at(u"es"_s);
 	plugin->onTtsAudioReady(u"es"_s, 1, QByteArray(200, 'x'), 48000);
 	QVERIFY(dub.speech.size() > 0);
@@ -855,7 +855,7 @@ void TalvoraPluginTest::startFlushesTheDubsAndAttachesTheCapture()
 	const TestAudioSource late("Voice");
 	plugin->startSession();
 	QCOMPARE(dub.speech.size(), size_t{0});
-	QVERIFY(plugin->audioSourceRef);
+	QVERIFY(plugin->capture.audioSourceRef);
 }
 
 void TalvoraPluginTest::changesInASessionReachTheService()
@@ -1368,7 +1368,7 @@ void TalvoraPluginTest::missingSourceIsReported()
 	make().setAudioSource(u"Nobody"_s);
 	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Talvora: audio source 'Nobody' not found"_s});
 	QCOMPARE(log->lines(LOG_WARNING).size(), 1);
-	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->capture.audioSourceRef, nullptr);
 }
 
 void TalvoraPluginTest::sourcesWithoutCapturableAudioAreRefused_data()
@@ -1389,7 +1389,7 @@ void TalvoraPluginTest::sourcesWithoutCapturableAudioAreRefused()
 	QCOMPARE(log->lines(LOG_WARNING),
 		 QStringList{u"[talvora-obs] Talvora: source 'Refused' (type=%1) does not produce capturable audio, "
 			     u"skipping"_s.arg(QString::fromUtf8(id))});
-	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->capture.audioSourceRef, nullptr);
 }
 
 void TalvoraPluginTest::destroyedSourceIsNoticedAtDetach()
@@ -1403,7 +1403,7 @@ void TalvoraPluginTest::destroyedSourceIsNoticedAtDetach()
 	plugin->detachAudioCapture();
 	QCOMPARE(log->lines(LOG_INFO),
 		 QStringList{u"[talvora-obs] Talvora: audio source 'Voice' was already destroyed, skipping detach"_s});
-	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->capture.audioSourceRef, nullptr);
 	log->clear();
 	plugin->detachAudioCapture();
 	QCOMPARE(log->ownLines(), QStringList());
@@ -1444,7 +1444,7 @@ void TalvoraPluginTest::wrongRateIsReportedOncePerProcess()
 		make().initialize();
 		plugin->setLanguageTargets({{u"es"_s, {true, false}}});
 		plugin->setAudioSource(u"Voice"_s);
-		QCOMPARE(plugin->captureSampleRate.load(), 44100u);
+		QCOMPARE(plugin->capture.captureSampleRate.load(), 44100u);
 		const Heard heard("Talvora Dub — Spanish");
 		voice.playConstant(0.25f, 1000, 44100);
 		voice.playConstant(0.25f, 1000, 44100);
@@ -1475,19 +1475,19 @@ void TalvoraPluginTest::mutedEmptyAndLateChunksDoNothing()
 	audio_data nothing = chunk;
 	nothing.data[0] = nullptr;
 
-	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, true);
-	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), nullptr, false);
-	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &empty, false);
-	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &nothing, false);
-	plugin->shuttingDown = true;
-	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
-	plugin->shuttingDown = false;
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), &chunk, true);
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), nullptr, false);
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), &empty, false);
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), &nothing, false);
+	plugin->capture.shuttingDown = true;
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), &chunk, false);
+	plugin->capture.shuttingDown = false;
 	QVERIFY(heard.samples.empty());
 	QCOMPARE(plugin->client.wsClient.load()->audioRing.held(), size_t{0});
 
 	// The same chunk, and nothing in the way: one channel is heard on both.
-	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
-	QCOMPARE(plugin->captureChannels.load(), 1u);
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), &chunk, false);
+	QCOMPARE(plugin->capture.captureChannels.load(), 1u);
 	QCOMPARE(heard.samples, plane);
 	QCOMPARE(plugin->client.wsClient.load()->audioRing.held(), size_t{16 * 2});
 }
@@ -1503,11 +1503,11 @@ void TalvoraPluginTest::dubbedSourcesHearTheWholeChunk()
 	const Heard spanish("Talvora Dub — Spanish");
 	const Heard french("Talvora Dub — French");
 	voice.playConstant(0.25f, 10000);
-	QCOMPARE(plugin->captureChannels.load(), 2u);
+	QCOMPARE(plugin->capture.captureChannels.load(), 2u);
 	QCOMPARE(spanish.samples, std::vector<float>(10000, 0.25f));
 	QCOMPARE(french.samples, std::vector<float>(10000, 0.25f));
 	// The uplink takes 8192 of them.
-	QCOMPARE(plugin->captureConverter.carried(), size_t{8192 % 3});
+	QCOMPARE(plugin->capture.captureConverter.carried(), size_t{8192 % 3});
 	QCOMPARE(plugin->client.wsClient.load()->audioRing.held(), size_t{8192 / 3 * 2});
 }
 
@@ -1531,11 +1531,11 @@ void TalvoraPluginTest::attachingForgetsTheCarry()
 	make().initialize();
 	plugin->setAudioSource(u"Voice"_s);
 	voice.playConstant(0.5f, 1000);
-	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
-	plugin->captureChannels = 1;
+	QCOMPARE(plugin->capture.captureConverter.carried(), size_t{1});
+	plugin->capture.captureChannels = 1;
 	plugin->attachAudioCapture();
-	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
-	QCOMPARE(plugin->captureChannels.load(), 2u);
+	QCOMPARE(plugin->capture.captureConverter.carried(), size_t{0});
+	QCOMPARE(plugin->capture.captureChannels.load(), 2u);
 }
 
 void TalvoraPluginTest::staleSourceIsNotHeard()
@@ -1550,10 +1550,10 @@ void TalvoraPluginTest::staleSourceIsNotHeard()
 	audio_data chunk{};
 	chunk.data[0] = reinterpret_cast<uint8_t *>(const_cast<float *>(plane.data()));
 	chunk.frames = 1000;
-	TalvoraPlugin::audioCaptureCallback(plugin, first.get(), &chunk, false);
-	QCOMPARE(plugin->captureConverter.carried(), size_t{0});
-	TalvoraPlugin::audioCaptureCallback(plugin, second.get(), &chunk, false);
-	QCOMPARE(plugin->captureConverter.carried(), size_t{1});
+	AudioCapture::audioCaptureCallback(&plugin->capture, first.get(), &chunk, false);
+	QCOMPARE(plugin->capture.captureConverter.carried(), size_t{0});
+	AudioCapture::audioCaptureCallback(&plugin->capture, second.get(), &chunk, false);
+	QCOMPARE(plugin->capture.captureConverter.carried(), size_t{1});
 }
 
 void TalvoraPluginTest::playedAudioArrivesAtTheService()
@@ -1598,7 +1598,7 @@ void TalvoraPluginTest::outputsComeBackInAnotherCollection()
 	std::optional<TestAudioSource> voice("Voice");
 	make().initialize();
 	QCoreApplication::processEvents();
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 	const DubbedSource *dub = plugin->dubs.dubbedSources.at(u"es"_s).get();
 
 	removeAllSources();
@@ -1611,7 +1611,7 @@ void TalvoraPluginTest::outputsComeBackInAnotherCollection()
 	QCoreApplication::processEvents();
 	QVERIFY(sourceExists("Talvora Dub — Spanish"));
 	QVERIFY(sourceExists("Talvora Captions — Spanish"));
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 	QCOMPARE(plugin->dubs.dubbedSources.at(u"es"_s).get(), dub);
 
 	const Heard heard("Talvora Dub — Spanish");
@@ -1644,14 +1644,14 @@ void TalvoraPluginTest::captureBeginsWhenItsSourceAppears()
 {
 	make().initialize();
 	plugin->setAudioSource(u"Voice"_s);
-	QVERIFY(!plugin->isCapturing());
+	QVERIFY(!plugin->capture.isCapturing());
 	const QSignalSpy changed(plugin, &TalvoraPlugin::audioSourcesChanged);
 	const TestAudioSource other("Other");
 	QCoreApplication::processEvents();
-	QVERIFY(!plugin->isCapturing());
+	QVERIFY(!plugin->capture.isCapturing());
 	const TestAudioSource voice("Voice");
 	QCoreApplication::processEvents();
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 	QCOMPARE(changed.size(), 2);
 }
 
@@ -1664,7 +1664,7 @@ void TalvoraPluginTest::captureEndsWhenItsSourceIsRemoved()
 	obs_source_remove(voice->get());
 	QCoreApplication::processEvents();
 	QVERIFY(log->contains(LOG_INFO, u"[talvora-obs] Talvora: detached audio capture from 'Voice'"_s));
-	QCOMPARE(plugin->audioSourceRef, nullptr);
+	QCOMPARE(plugin->capture.audioSourceRef, nullptr);
 	QCOMPARE(plugin->currentSettings().audioSource, u"Voice"_s);
 }
 
@@ -1679,7 +1679,7 @@ void TalvoraPluginTest::captureFollowsTheRenamedSource()
 	QCOMPARE(plugin->currentSettings().audioSource, u"Microphone"_s);
 	QCOMPARE(savedConfig()[u"audioSource"], QJsonValue(u"Microphone"_s));
 	QCOMPARE(changed.size(), 1);
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 }
 
 void TalvoraPluginTest::sourceThatTakesTheNameIsCaptured()
@@ -1689,7 +1689,7 @@ void TalvoraPluginTest::sourceThatTakesTheNameIsCaptured()
 	plugin->setAudioSource(u"Voice"_s);
 	obs_source_set_name(voice.get(), "Voice");
 	QCoreApplication::processEvents();
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 }
 
 void TalvoraPluginTest::nothingIsWatchedAfterShutdown()
@@ -1713,7 +1713,7 @@ void TalvoraPluginTest::sourceThatADubIsPutOutByIsNotCaptured()
 	QVERIFY(log->contains(LOG_WARNING,
 			      u"[talvora-obs] Talvora: source 'Talvora Dub — Spanish' (type=test_audio) does "
 			      "not produce capturable audio, skipping"_s));
-	QVERIFY(!plugin->isCapturing());
+	QVERIFY(!plugin->capture.isCapturing());
 	voice.playConstant(0.5f, 1024);
 }
 
@@ -1722,9 +1722,9 @@ void TalvoraPluginTest::dubThatIsPutOutByTheCapturedSourceEndsTheCapture()
 	TestAudioSource voice("Talvora Dub — Spanish");
 	make().initialize();
 	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 	plugin->setLanguageTargets({{u"es"_s, {true, false}}});
-	QVERIFY(!plugin->isCapturing());
+	QVERIFY(!plugin->capture.isCapturing());
 	voice.playConstant(0.5f, 1024);
 }
 
@@ -1762,10 +1762,10 @@ void TalvoraPluginTest::renewedDubThatIsPutOutByTheCapturedSourceEndsTheCapture(
 	QVERIFY(ObsFixture::isGone("Talvora Dub — Spanish"));
 	TestAudioSource voice("Talvora Dub — Spanish");
 	plugin->setAudioSource(u"Talvora Dub — Spanish"_s);
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 	plugin->startSession();
 	QVERIFY(plugin->dubs.dubbedSources.at(u"es"_s)->publishes(voice.get()));
-	QVERIFY(!plugin->isCapturing());
+	QVERIFY(!plugin->capture.isCapturing());
 	voice.playConstant(0.5f, 1024);
 }
 
@@ -1806,7 +1806,7 @@ void TalvoraPluginTest::selectionChangesWhileAudioFlows()
 	QVERIFY(QTest::qWaitFor([&] { return chunks > before + 10; }));
 	stop = true;
 	audio.join();
-	QVERIFY(plugin->isCapturing());
+	QVERIFY(plugin->capture.isCapturing());
 }
 
 void TalvoraPluginTest::captureCallbackNeverTouchesTheHeap()
@@ -1825,13 +1825,13 @@ void TalvoraPluginTest::captureCallbackNeverTouchesTheHeap()
 	chunk.data[0] = chunk.data[1] = reinterpret_cast<uint8_t *>(plane.data());
 	// The start of a clip is posted to the user-interface thread, the one allocation that is meant.
 	chunk.frames = 1024;
-	TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), &chunk, false);
 	QVERIFY(plugin->dubs.dubbedSources.at(u"es"_s)->speech.isPlaying());
 
 	HeapGuard guard;
 	for (const uint32_t frames : std::array<uint32_t, 8>{1, 2, 480, 1024, 1024, 4096, 8192, 10000}) {
 		chunk.frames = frames;
-		TalvoraPlugin::audioCaptureCallback(plugin, voice.get(), &chunk, false);
+		AudioCapture::audioCaptureCallback(&plugin->capture, voice.get(), &chunk, false);
 	}
 	guard.stop();
 	QVERIFY2(guard.calls() == 0, guard.report());

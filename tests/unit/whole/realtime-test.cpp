@@ -113,7 +113,7 @@ void TalvoraPluginTest::play(uint32_t frames)
 	audio_data chunk{};
 	chunk.data[0] = chunk.data[1] = reinterpret_cast<uint8_t *>(plane.data());
 	chunk.frames = frames;
-	TalvoraPlugin::audioCaptureCallback(plugin, voice->get(), &chunk, false);
+	AudioCapture::audioCaptureCallback(&plugin->capture, voice->get(), &chunk, false);
 }
 
 void TalvoraPluginTest::guardSeesLocksWaitsAndHoldTimes()

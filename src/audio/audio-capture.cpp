@@ -1,13 +1,16 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-// The source whose audio is translated: on the user-interface thread its choice, on OBS's audio thread its chunks.
-#include "core/talvora-plugin.h"
+#include "audio/audio-capture.h"
 
+#include "audio/dubbed-outputs.h"
+#include "client/client-thread.h"
 #include "obs/browser-source.h"
 #include "plugin-support.h"
+#include "settings/settings.h"
 
 #include <obs.hpp>
 
 #include <cstring>
+#include <span>
 #include <utility>
 
 namespace {
@@ -24,19 +27,14 @@ bool isCapturable(const obs_source_t *source)
 
 } // namespace
 
-void TalvoraPlugin::setAudioSource(const QString &name)
+AudioCapture::AudioCapture(const Settings &chosen, DubbedOutputs &outputs, ClientThread &service)
+	: settings(chosen), dubs(outputs), client(service)
 {
-	if (name == settings.audioSource) {
-		return;
-	}
-	settings.audioSource = name;
-	saveConfig();
-	attachAudioCapture();
 }
 
-void TalvoraPlugin::attachAudioCapture()
+void AudioCapture::attach()
 {
-	detachAudioCapture();
+	detach();
 	if (settings.audioSource.isEmpty()) {
 		return;
 	}
@@ -71,7 +69,7 @@ void TalvoraPlugin::attachAudioCapture()
 	talvora_log(LOG_INFO, "Talvora: attached audio capture to source '%s'", name.constData());
 }
 
-void TalvoraPlugin::detachAudioCapture()
+void AudioCapture::detach()
 {
 	if (!audioSourceRef) {
 		return;
@@ -88,37 +86,44 @@ void TalvoraPlugin::detachAudioCapture()
 	obs_weak_source_release(std::exchange(audioSourceRef, nullptr));
 }
 
-bool TalvoraPlugin::isCapturing() const
+bool AudioCapture::isCapturing() const
 {
 	const OBSSourceAutoRelease source = obs_weak_source_get_source(audioSourceRef);
 	return source && !obs_source_removed(source) &&
 	       settings.audioSource == QString::fromUtf8(obs_source_get_name(source));
 }
 
-void TalvoraPlugin::restoreAudioCapture()
+void AudioCapture::restore()
 {
 	if (!settings.audioSource.isEmpty() && !isCapturing()) {
-		attachAudioCapture();
+		attach();
 	}
 }
 
-void TalvoraPlugin::recheckAudioCapture()
+void AudioCapture::recheck()
 {
 	if (audioSourceRef && !dubs.hasFeed()) {
-		attachAudioCapture();
+		attach();
 	}
 }
 
-void TalvoraPlugin::audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted)
+void AudioCapture::forgetLostSource()
 {
-	auto *plugin = static_cast<TalvoraPlugin *>(param);
-	if (plugin->shuttingDown || !audio || audio->frames == 0 || muted || !audio->data[0]) {
+	if (audioSourceRef && !isCapturing()) {
+		detach();
+	}
+}
+
+void AudioCapture::audioCaptureCallback(void *param, obs_source_t *source, const audio_data *audio, bool muted)
+{
+	auto *capture = static_cast<AudioCapture *>(param);
+	if (capture->shuttingDown || !audio || audio->frames == 0 || muted || !audio->data[0]) {
 		return;
 	}
-	plugin->captureChunk(source, *audio);
+	capture->captureChunk(source, *audio);
 }
 
-void TalvoraPlugin::captureChunk(obs_source_t *source, const audio_data &audio)
+void AudioCapture::captureChunk(obs_source_t *source, const audio_data &audio)
 {
 	const DubbedOutputs::Chunk chunk = dubs.beginChunk(source);
 	if (shuttingDown || !chunk) {
