@@ -21,6 +21,7 @@ a line with verdict and minutes in out/nightly/summary. A part that fails does n
   fuzz             120  ten minutes for each target, from what earlier nights have found
   lint              30  all of the code, of which nothing has changed since it was last found clean is not read again
   install-forky      4  README's recipes for one's own OBS, in forky; in trixie they are part of .ci/run
+  locales            1  whether every text is translated into every language
   bench             30  every row beside its peer; a line for each row and night is added to bench/history
 
 Minutes are those of two cores that do nothing else. In obs and mutants, where chance plays a part, the rates are the
@@ -28,7 +29,7 @@ result: only a run that could not be made fails.
 TXT
 }
 
-parts=(obs soak-trixie soak-forky address thread mutants fuzz lint install-forky bench)
+parts=(obs soak-trixie soak-forky address thread mutants fuzz lint install-forky locales bench)
 out=out/nightly
 
 # Both versions at once: a test mostly waits.
@@ -90,6 +91,7 @@ run_part() {
 	fuzz) ./dev fuzz all 600 ;;
 	lint) ./dev lint ;;
 	install-forky) tests/install/run.sh forky ;;
+	locales) ./dev shell -- python3 -B lab/locales.py --complete ;;
 	esac
 }
 
