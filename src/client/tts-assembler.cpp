@@ -71,17 +71,20 @@ std::pair<qsizetype, PendingTtsClips::iterator> nextClip(QByteArrayView frame, q
 
 void openTtsClip(PendingTtsClips &clips, const QString &language, int clipId, int sampleRate)
 {
+	if (language.size() > kMaxClipLanguageLength ||
+	    (clips.size() >= kMaxOpenClips && !clips.contains(language))) {
+		return;
+	}
 	PendingTtsClip &clip = clips[language];
 	if (clip.clipId != clipId) {
 		clip = PendingTtsClip{clipId, sampleRate, {}};
 	}
 }
 
-QList<TtsSegment> splitTtsFrame(QByteArrayView frame, PendingTtsClips &clips)
+void splitTtsFrame(QByteArrayView frame, PendingTtsClips &clips, const std::function<void(const TtsSegment &)> &visit)
 {
-	QList<TtsSegment> segments;
 	if (clips.empty() || frame.isEmpty()) {
-		return segments;
+		return;
 	}
 
 	qsizetype pos = 0;
@@ -89,15 +92,14 @@ QList<TtsSegment> splitTtsFrame(QByteArrayView frame, PendingTtsClips &clips)
 	while (clip != clips.end()) {
 		const qsizetype start = pos + 1 + clip->first.size();
 		const auto [end, next] = nextClip(frame, start, clips);
-		segments.append({clip, frame.sliced(start, end - start)});
+		visit({clip, frame.sliced(start, end - start)});
 		pos = end;
 		clip = next;
 	}
 
-	if (segments.isEmpty() && clips.size() == 1) {
-		segments.append({clips.begin(), frame});
+	if (pos == 0 && clips.size() == 1) {
+		visit({clips.begin(), frame});
 	}
-	return segments;
 }
 
 QByteArray takeWholeSamples(PendingTtsClip &clip)

@@ -3,9 +3,9 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
-#include <QList>
 #include <QString>
 
+#include <cstddef>
 #include <functional>
 #include <map>
 
@@ -30,18 +30,24 @@ struct TtsSegment {
 	QByteArrayView pcm;
 };
 
+/** Most clips that are open at once: twice as many as there are languages. */
+inline constexpr size_t kMaxOpenClips = 64;
+/** Longest name of a clip's language, in UTF-16 units; tags are shorter. */
+inline constexpr qsizetype kMaxClipLanguageLength = 64;
+
 /**
  * Opens a clip. One that is already open with the same id is left as it is, its sample rate included; so clip id 0,
- * the id of a fresh entry, always keeps the default rate.
+ * the id of a fresh entry, always keeps the default rate. What would be beyond the limits above is not opened.
  */
 void openTtsClip(PendingTtsClips &clips, const QString &language, int clipId, int sampleRate);
 
 /**
- * Cuts a binary frame into its segments, in frame order. A segment starts with a tag (a length byte of 2 to 10, then
+ * Calls `visit` with each segment of a binary frame, in frame order. It may change the open clips' samples, and neither
+ * open nor close one. A segment starts with a tag (a length byte of 2 to 10, then
  * that many ASCII letters or "-", naming an open clip) and runs to the next tag of an open clip. A frame without a
  * leading tag belongs whole to the only open clip, or to none when several are open.
  */
-QList<TtsSegment> splitTtsFrame(QByteArrayView frame, PendingTtsClips &clips);
+void splitTtsFrame(QByteArrayView frame, PendingTtsClips &clips, const std::function<void(const TtsSegment &)> &visit);
 
 /** Takes the whole samples out of `clip.pcm`; an odd last byte stays. */
 QByteArray takeWholeSamples(PendingTtsClip &clip);

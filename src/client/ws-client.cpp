@@ -45,6 +45,8 @@ constexpr size_t kStaleBytes = AudioRing::kCapacity - kMaxWaitingBytes;
 constexpr quint64 kMaxIncomingBytes = 32 * 1024 * 1024;
 /** Longest text among them. */
 constexpr qsizetype kMaxTextBytes = 1024 * 1024;
+/** Segments of a frame that are passed on one by one: more than all languages have in a frame of speech. */
+constexpr int kMaxPiecesApart = 256;
 
 // Samples go to the wire, which is little-endian, as they lie in memory.
 static_assert(std::endian::native == std::endian::little);
@@ -181,11 +183,18 @@ void WSClient::onBinaryMessageReceived(const QByteArray &frame)
 	if (intentionalDisconnect) {
 		return;
 	}
-	const QList<TtsSegment> segments = splitTtsFrame(frame, pendingTts);
-	for (const TtsSegment &segment : segments) {
-		PendingTtsClip &clip = segment.clip->second;
+	int segments = 0;
+	splitTtsFrame(frame, pendingTts, [&](const TtsSegment &segment) {
+		auto &[language, clip] = *segment.clip;
 		clip.pcm.append(segment.pcm);
-		emitPendingPcm(segment.clip->first, clip);
+		if (++segments <= kMaxPiecesApart) {
+			emitPendingPcm(language, clip);
+		}
+	});
+	// Whatever else there was goes as one piece for each clip: a piece costs much more than a tag, and a frame has
+	// room for millions of tags.
+	for (auto &[language, clip] : pendingTts) {
+		emitPendingPcm(language, clip);
 	}
 }
 

@@ -54,20 +54,22 @@ QList<std::pair<QString, QByteArray>> expectedSegments(QByteArrayView frame, con
 void checkFrame(QByteArrayView frame, PendingTtsClips &clips)
 {
 	const auto expected = expectedSegments(frame, clips);
-	const QList<TtsSegment> segments = splitTtsFrame(frame, clips);
-	FUZZ_CHECK(segments.size() == expected.size());
-	for (qsizetype i = 0; i < segments.size(); ++i) {
-		auto &[language, clip] = *segments[i].clip;
-		FUZZ_CHECK(language == expected[i].first);
-		FUZZ_CHECK(segments[i].pcm == expected[i].second);
+	qsizetype count = 0;
+	splitTtsFrame(frame, clips, [&](const TtsSegment &segment) {
+		FUZZ_CHECK(count < expected.size());
+		auto &[language, clip] = *segment.clip;
+		const auto &[expectedLanguage, expectedPcm] = expected[count++];
+		FUZZ_CHECK(language == expectedLanguage);
+		FUZZ_CHECK(segment.pcm == expectedPcm);
 
 		const QByteArray held = clip.pcm;
-		clip.pcm.append(segments[i].pcm);
+		clip.pcm.append(segment.pcm);
 		const QByteArray samples = takeWholeSamples(clip);
 		FUZZ_CHECK(samples.size() % 2 == 0);
 		FUZZ_CHECK(clip.pcm.size() <= 1);
-		FUZZ_CHECK(samples + clip.pcm == held + expected[i].second);
-	}
+		FUZZ_CHECK(samples + clip.pcm == held + expectedPcm);
+	});
+	FUZZ_CHECK(count == expected.size());
 }
 
 } // namespace

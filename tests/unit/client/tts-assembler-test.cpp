@@ -27,9 +27,9 @@ Segments split(const QByteArray &frame, const QStringList &languages)
 {
 	PendingTtsClips clips = openClips(languages);
 	Segments segments;
-	for (const TtsSegment &segment : splitTtsFrame(frame, clips)) {
+	splitTtsFrame(frame, clips, [&](const TtsSegment &segment) {
 		segments.append({segment.clip->first, segment.pcm.toByteArray()});
-	}
+	});
 	return segments;
 }
 
@@ -183,11 +183,14 @@ private Q_SLOTS:
 				frame.append(alphabet[(random >> 16) % (sizeof alphabet - 1)]);
 			}
 			qsizetype end = 0;
-			for (const TtsSegment &segment : splitTtsFrame(frame, clips)) {
+			splitTtsFrame(frame, clips, [&](const TtsSegment &segment) {
 				const qsizetype begin = segment.pcm.data() - frame.constData();
 				QVERIFY2(begin >= end && begin + segment.pcm.size() <= frame.size(),
 					 frame.toHex().constData());
 				end = begin + segment.pcm.size();
+			});
+			if (QTest::currentTestFailed()) {
+				return;
 			}
 		}
 	}

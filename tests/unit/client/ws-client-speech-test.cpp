@@ -25,6 +25,16 @@ QList<Piece> pieces(const QSignalSpy &spy)
 	return all;
 }
 
+/** All that the pieces of a clip bring, one after the other. */
+QByteArray joined(const QSignalSpy &spy, const QString &language)
+{
+	QByteArray all;
+	for (const auto &[of, clipId, pcm, rate] : pieces(spy)) {
+		all.append(of == language ? pcm : QByteArray());
+	}
+	return all;
+}
+
 } // namespace
 
 /** Clips of synthesised speech, from the wire to the signal. */
@@ -219,6 +229,77 @@ private Q_SLOTS:
 		client.onBinaryMessageReceived("\x02"
 					       "enab");
 		QCOMPARE(pieces(spy), (QList<Piece>{{"en", 3, "ab", 8000}}));
+	}
+
+	// What a service can make out of one message
+
+	void aFrameOfCountlessSegmentsGivesFewPieces()
+	{
+		WSClient client;
+		QSignalSpy spy(&client, &WSClient::ttsAudioReady);
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"es","clipId":1})");
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"fr","clipId":2})");
+		QByteArray frame;
+		QByteArray spanish;
+		QByteArray french;
+		// Of odd lengths, so that a sample is made of two segments.
+		for (char i = 0; frame.size() < 1024 * 1024; ++i) {
+			frame += "\2es" + QByteArray(3, i) + "\2fr" + QByteArray(1, i);
+			spanish += QByteArray(3, i);
+			french += QByteArray(1, i);
+		}
+		frame += "\2es.";
+		spanish += '.';
+		client.onBinaryMessageReceived(frame);
+		QVERIFY2(spy.size() <= 258, qPrintable(QString::number(spy.size())));
+		QCOMPARE(joined(spy, "es"), spanish.first(spanish.size() / 2 * 2));
+		QCOMPARE(joined(spy, "fr"), french.first(french.size() / 2 * 2));
+		QVERIFY(client.pendingTts.at("es").pcm.size() <= 1);
+		QVERIFY(client.pendingTts.at("fr").pcm.size() <= 1);
+	}
+
+	/** Each of so few segments is told for itself, in the order of the frame. */
+	void aFrameOfManySegmentsGivesAPieceForEach()
+	{
+		WSClient client;
+		QSignalSpy spy(&client, &WSClient::ttsAudioReady);
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"es","clipId":1})");
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"fr","clipId":2})");
+		QByteArray frame;
+		QList<Piece> expected;
+		for (int i = 0; i < 128; ++i) {
+			const QByteArray pcm(2, static_cast<char>(i));
+			frame += "\2es" + pcm + "\2fr" + pcm;
+			expected += {{"es", 1, pcm, 24000}, {"fr", 2, pcm, 24000}};
+		}
+		client.onBinaryMessageReceived(frame);
+		QCOMPARE(pieces(spy), expected);
+	}
+
+	void clipsThatAreOpenedWithoutEndAreFew()
+	{
+		WSClient client;
+		const auto open = [&](const QString &language) {
+			client.onTextMessageReceived(
+				QStringLiteral(R"({"type":"tts_start","language":"%1","clipId":1})").arg(language));
+		};
+		open(QString(65, 'x'));
+		QVERIFY(client.pendingTts.empty());
+		open(QString(64, 'x'));
+		QCOMPARE(client.pendingTts.size(), size_t{1});
+		for (int i = 1; i <= 1000; ++i) {
+			open(QString::number(i));
+		}
+		QCOMPARE(client.pendingTts.size(), size_t{64});
+		QVERIFY(client.pendingTts.contains("63"));
+		QVERIFY(!client.pendingTts.contains("64"));
+
+		// A new clip in place of one that is open adds none.
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"63","clipId":2})");
+		QCOMPARE(client.pendingTts.at("63").clipId, 2);
+		client.onTextMessageReceived(R"({"type":"tts_end","language":"1"})");
+		open("64");
+		QVERIFY(client.pendingTts.contains("64"));
 	}
 };
 

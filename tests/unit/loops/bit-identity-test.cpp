@@ -374,9 +374,9 @@ void BitIdentityTest::framesOfManyTags()
 			openTtsClip(clips, code, 1, 24000);
 		}
 		QList<std::pair<QString, QByteArray>> segments;
-		for (const TtsSegment &segment : splitTtsFrame(frame, clips)) {
+		splitTtsFrame(frame, clips, [&](const TtsSegment &segment) {
 			segments.append({segment.clip->first, segment.pcm.toByteArray()});
-		}
+		});
 		QVERIFY2(segments == plainSplit(frame, open), frame.toHex().constData());
 	}
 }
