@@ -12,9 +12,9 @@ a line with verdict and minutes in out/nightly/summary. A part that fails does n
 
   PART         MINUTES  WHAT
   obs               60  all tests in both versions of OBS three times, none repeated: how often each passes, in obs/rates
-  soak-trixie      110  OBS 30.2.3: half an hour in a session with two languages and with all of them, a suspended minute,
-                        fifty changes of scene collection, a hundred exits
-  soak-forky       110  the same in OBS 32.2.2
+  soak-trixie      145  OBS 30.2.3: half an hour in a session with two languages, with all of them and with a service that
+                        fails at random, a suspended minute, fifty changes of scene collection, a hundred exits
+  soak-forky       145  the same in OBS 32.2.2
   address           30  every unit test, the local service's too, with the sanitizers of addresses and undefined behaviour
   thread            30  the same with the sanitizer of threads
   mutants          100  of the lines that changed in the last week, then of all, chosen anew every night

@@ -98,6 +98,8 @@ class LocalService:
 		if self._process is None:
 			return
 		self._process.send_signal(signal.SIGTERM)
+		# A frozen one would not hear that.
+		self.thaw()
 		try:
 			self._process.wait(timeout=10)
 		except subprocess.TimeoutExpired:
@@ -105,6 +107,13 @@ class LocalService:
 			self._process.wait()
 		self._reader.join(timeout=5)
 		self._process = None
+
+	def freeze(self):
+		"""Stops the service as it stands: what it has open stays open, and nothing is answered until thaw()."""
+		self._process.send_signal(signal.SIGSTOP)
+
+	def thaw(self):
+		self._process.send_signal(signal.SIGCONT)
 
 	@property
 	def console(self):
@@ -133,6 +142,10 @@ class LocalService:
 		"""How many samples uplink() has."""
 		path = self._uplink_path(connection)
 		return path.stat().st_size // 2 if path.exists() else 0
+
+	def heard_altogether(self):
+		"""The same of all connections."""
+		return sum(path.stat().st_size // 2 for path in self.folder.glob(f"{self.record_path.name}.*.pcm"))
 
 	def _uplink_path(self, connection):
 		return self.record_path.with_name(f"{self.record_path.name}.{connection}.pcm")
