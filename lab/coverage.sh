@@ -14,4 +14,4 @@ gcovr --root . --filter 'src/' --object-directory "$build" --exclude-throw-branc
 	--html-details "$out/index.html" --json-summary "$out/summary.json" --txt "$out/lines.txt" --print-summary \
 	--fail-under-line 98 --fail-under-branch 85 "$build" && verdict=0 || verdict=$?
 cat "$out/lines.txt"
-exit $verdict
+exit "$verdict"

@@ -71,8 +71,7 @@ std::pair<qsizetype, PendingTtsClips::iterator> nextClip(QByteArrayView frame, q
 
 void openTtsClip(PendingTtsClips &clips, const QString &language, int clipId, int sampleRate)
 {
-	if (language.size() > kMaxClipLanguageLength ||
-	    (clips.size() >= kMaxOpenClips && !clips.contains(language))) {
+	if (language.size() > kMaxClipLanguageLength || (clips.size() >= kMaxOpenClips && !clips.contains(language))) {
 		return;
 	}
 	PendingTtsClip &clip = clips[language];
