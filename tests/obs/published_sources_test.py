@@ -265,18 +265,6 @@ def last_logged(obs, words):
 	return int(hours) * 3600 + int(minutes) * 60 + float(seconds)
 
 
-def preview_was_changed_first(remote, since):
-	"""Whether the other scene was in the preview when the captions were put into a scene."""
-	remote.wait_for_event("SceneItemCreated", lambda data: data["sourceName"] == SPANISH_CAPTIONS, since)
-	for event in remote.events[since:]:
-		data = event.get("eventData", {})
-		if event["eventType"] == "CurrentPreviewSceneChanged" and data["sceneName"] == OTHER_SCENE:
-			return True
-		if event["eventType"] == "SceneItemCreated" and data["sourceName"] == SPANISH_CAPTIONS:
-			return False
-	return False
-
-
 @pytest.mark.changes_scenes
 def test_captions_are_placed_in_the_scene_on_air(session):
 	with session(scenes=[OTHER_SCENE], heard=False) as witness:
@@ -293,35 +281,36 @@ def test_captions_are_placed_in_the_scene_on_air(session):
 		witness.assert_one_session()
 
 
+# OBS 32 loses a scene in every other run in which another one is in the preview.
 @pytest.mark.changes_scenes
 def test_captions_are_not_placed_in_the_preview(session):
-	with session(scenes=[OTHER_SCENE], heard=False) as witness:
+	with session(scenes=[OTHER_SCENE], heard=False, accessible=True) as witness:
 		obs = witness.obs
+		# Before: in studio mode the copy of the scene that is on air would keep them.
+		take_out_of_scene(obs)
 		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
-		seen = len(obs.remote.events)
-		obs.batch(("SetCurrentSceneCollection", {"sceneCollectionName": SECOND}),
-			  ("SetCurrentPreviewScene", {"sceneName": OTHER_SCENE}))
+		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		begin_anew(obs)
 		obs.wait_for_log(PLACED, count=2)
 		assert SPANISH_CAPTIONS in obs.scene_items(SCENE)
 		assert SPANISH_CAPTIONS not in obs.scene_items(OTHER_SCENE)
-		assert preview_was_changed_first(obs.remote, seen), "the captions were placed before the preview was another scene"
+		obs.wait_for_log(AUTHENTICATED, count=2)
+		witness.join_session(2)
 		witness.wait_for_caption()
-		put_on_air(obs, "TriggerStudioModeTransition")
-		assert obs.request("GetCurrentProgramScene")["currentProgramSceneName"] == OTHER_SCENE
-		witness.wait_for_caption()
-		put_on_air(obs, "SetCurrentProgramScene", sceneName=SCENE)
-		witness.assert_one_session()
 
 
 @pytest.mark.changes_scenes
 def test_no_scene_is_on_air_when_the_captions_are_placed(session):
-	with session(scenes=[OTHER_SCENE], heard=False) as witness:
+	with session(scenes=[OTHER_SCENE], heard=False, accessible=True) as witness:
 		obs = witness.obs
+		take_out_of_scene(obs)
 		obs.request("SetStudioModeEnabled", studioModeEnabled=True)
-		# In the half second before captions are placed.
-		obs.batch(("SetCurrentSceneCollection", {"sceneCollectionName": SECOND}),
-			  ("SetCurrentPreviewScene", {"sceneName": OTHER_SCENE}), ("RemoveScene", {"sceneName": SCENE}))
+		obs.request("SetCurrentPreviewScene", sceneName=OTHER_SCENE)
+		obs.request("RemoveScene", sceneName=SCENE)
 		wait_until(lambda: obs.request("GetSceneList")["currentProgramSceneName"] is None, 10, "no scene is on air")
+		begin_anew(obs)
+		obs.wait_for_log(AUTHENTICATED, count=2)
+		witness.join_session(2)
 		# At least 1.9 s lie between two captions.
 		witness.wait_for_caption()
 		witness.wait_for_caption()
