@@ -52,6 +52,9 @@ workshop_packages() {
 		# Peers that benchmarks put beside the program's own code, and what times them.
 		libbenchmark-dev libboost-dev libreaderwriterqueue-dev libsamplerate0-dev libswresample-dev
 		pocketsphinx espeak-ng
+
+		# Scripts that the other fonts lack, so that pictures of OBS in all languages can be looked at.
+		fonts-lohit-deva fonts-lohit-taml fonts-wqy-microhei
 	)
 
 	case $1 in
