@@ -382,7 +382,8 @@ class Obs:
 			"alerts_enabled": False, "auth_required": False, "first_load": False, "server_enabled": True,
 			"server_password": "", "server_port": port}))
 		if self._plugin:
-			self._install(PLUGIN, self._build / "src" / f"{PLUGIN}.so", CHECKOUT / "data")
+			data = self._install(PLUGIN, self._build / "src" / f"{PLUGIN}.so", CHECKOUT / "data")
+			shutil.copy2(self._build / "src" / "manifest.json", data)
 		if self._browser:
 			self._install(BROWSER, self._build / "lab" / "browser-source" / f"{BROWSER}.so", None)
 		for module in self._modules:
@@ -391,6 +392,7 @@ class Obs:
 			_write(self.talvora_config_path, json.dumps(self._talvora_config, indent=4))
 
 	def _install(self, name, module, data):
+		"""For the user alone; returns the folder of the module's data."""
 		if not module.exists():
 			raise FileNotFoundError(f"{module} is not built: run './dev build' first")
 		folder = self.home / ".config" / "obs-studio" / "plugins" / name
@@ -398,6 +400,7 @@ class Obs:
 		shutil.copy2(module, folder / "bin" / "64bit")
 		if data is not None and data.is_dir():
 			shutil.copytree(data, folder / "data", dirs_exist_ok=True)
+		return folder / "data"
 
 	def _write_settings(self, config):
 		general = {

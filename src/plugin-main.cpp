@@ -15,6 +15,7 @@
 
 OBS_DECLARE_MODULE()
 OBS_MODULE_USE_DEFAULT_LOCALE(PLUGIN_NAME, "en-US")
+OBS_MODULE_AUTHOR(PLUGIN_AUTHOR)
 
 static void on_frontend_event(enum obs_frontend_event event, void *);
 

@@ -41,12 +41,31 @@ class Disabled:
 
 	@staticmethod
 	def _write(home, enabled):
-		path = home / ".config" / "obs-studio" / "plugin_manager" / "modules.json"
-		modules = json.loads(path.read_text(encoding="utf-8"))
-		ours = [one for one in modules if one["module_name"] == PLUGIN]
-		assert len(ours) == 1, f"the plug-in manager does not list the module once: {modules}"
-		ours[0]["enabled"] = enabled
-		path.write_text(json.dumps(modules), encoding="utf-8")
+		modules, ours = _listed(home)
+		ours["enabled"] = enabled
+		_list_of_modules(home).write_text(json.dumps(modules), encoding="utf-8")
+
+
+def _list_of_modules(home):
+	return home / ".config" / "obs-studio" / "plugin_manager" / "modules.json"
+
+
+def _listed(home):
+	"""What the plug-in manager has noted of all modules, and of this one."""
+	modules = json.loads(_list_of_modules(home).read_text(encoding="utf-8"))
+	ours = [one for one in modules if one["module_name"] == PLUGIN]
+	assert len(ours) == 1, f"the plug-in manager does not list the module once: {modules}"
+	return modules, ours[0]
+
+
+@pytest.mark.skipif(obs_version() < (32,), reason="OBS has a plug-in manager from version 32 on")
+def test_manager_knows_name_id_and_version(make_obs, tmp_path):
+	home = tmp_path / "home"
+	with make_obs(home=home) as obs:
+		obs.wait_for_log(r"\[talvora-obs\] Talvora plugin initialized$")
+	_, ours = _listed(home)
+	assert {key: ours[key] for key in ("display_name", "id", "version")} == {
+		"display_name": "Talvora", "id": "org.talvora.talvora-obs", "version": "1.0.6"}
 
 
 @pytest.mark.parametrize("way", [TakenAway, *([Disabled] if obs_version() >= (32,) else [])])

@@ -19,6 +19,7 @@
 #include <string>
 
 MODULE_EXPORT uint32_t obs_module_ver(void);
+MODULE_EXPORT const char *obs_module_author(void);
 
 namespace {
 
@@ -89,6 +90,7 @@ void PluginMainTest::namesItself()
 {
 	QCOMPARE(obs_module_name(), "Talvora");
 	QCOMPARE(obs_module_description(), "Talvora — real-time AI dubbing and captions for OBS");
+	QCOMPARE(obs_module_author(), "The Talvora authors");
 	QCOMPARE(obs_module_ver(), uint32_t{LIBOBS_API_VER});
 }
 
