@@ -102,6 +102,7 @@ public:
 
 private:
 	friend class DubbedSourceTest;
+	friend class AudioCaptureTest;
 	friend class DubbedOutputsTest;
 	friend class TalvoraPluginTest;
 

@@ -49,6 +49,7 @@ public:
 	void enqueueAudio(const int16_t *samples, size_t count);
 
 private:
+	friend class AudioCaptureTest;
 	friend class ClientThreadTest;
 	friend class TalvoraPluginTest;
 

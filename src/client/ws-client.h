@@ -100,8 +100,8 @@ private Q_SLOTS:
 
 private:
 	friend class WSClientTest;
+	friend class AudioCaptureTest;
 	friend class ClientThreadTest;
-	friend class TalvoraPluginTest;
 
 	void setState(WsState state);
 	void scheduleReconnect();
