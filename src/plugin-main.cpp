@@ -21,7 +21,10 @@ static void on_frontend_event(enum obs_frontend_event event, void *);
 
 static bool listening = false;
 
-/** Runs while OBS loads: reads the system's certificates, for which its window would have to stand still later. */
+/**
+ * Loads the system's CA certificates on a thread of its own while OBS starts; otherwise the first TLS use blocks OBS's
+ * window (30 ms measured).
+ */
 static std::future<void> tls_start;
 
 static void start_reading_certificates()
@@ -29,11 +32,11 @@ static void start_reading_certificates()
 	try {
 		tls_start = std::async(std::launch::async, [] { QSslConfiguration::defaultConfiguration(); });
 	} catch (const std::system_error &) {
-		// No thread to be had. Whoever needs the certificates first reads them.
+		// No thread could be started. The first TLS use loads the certificates.
 	}
 }
 
-/** Whatever became of it: nothing is thrown into OBS. */
+/** wait() and not get(): an exception of the thread is not thrown into OBS. */
 static void wait_for_certificates()
 {
 	if (tls_start.valid()) {
@@ -47,7 +50,8 @@ static void listen_to_frontend()
 	listening = true;
 }
 
-/** At most once: after the exit event OBS has no front-end to ask any more and logs an error for every such call. */
+/** At most once: after the exit event OBS has no front-end any more and logs an error for each call of its functions.
+ */
 static void stop_listening_to_frontend()
 {
 	if (listening) {

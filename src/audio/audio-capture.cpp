@@ -20,7 +20,8 @@ constexpr uint32_t kExpectedSampleRate = 48000;
 bool isCapturable(const obs_source_t *source)
 {
 	const char *id = obs_source_get_id(source);
-	// A browser source announces audio that capture callbacks do not get. A dub may come into use at any time.
+	// A browser source sets OBS_SOURCE_AUDIO but calls no capture callback. A source of the dubs' type may become
+	// one of our outputs at any time.
 	return (obs_source_get_output_flags(source) & OBS_SOURCE_AUDIO) != 0 && strcmp(id, kBrowserSourceId) != 0 &&
 	       strcmp(id, dubbed_source_info()->id) != 0;
 }
@@ -45,7 +46,8 @@ void AudioCapture::attach()
 		talvora_log(LOG_WARNING, "Talvora: audio source '%s' not found", name.constData());
 		return;
 	}
-	// A dub outputs from within the capture callback, so that capturing one would wait for itself.
+	// Dubs output from within the capture callback: if one were captured, its output would wait for a mutex that
+	// OBS holds during the callback.
 	if (dubs.publishes(source) || !isCapturable(source)) {
 		talvora_log(LOG_WARNING, "Talvora: source '%s' (type=%s) does not produce capturable audio, skipping",
 			    name.constData(), obs_source_get_id(source));

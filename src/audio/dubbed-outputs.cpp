@@ -18,8 +18,8 @@
 namespace {
 
 /**
- * After that without sound a clip's caption is treated as if the clip had ended: the captured source is muted or has
- * come to its end, the dub's source has been removed, or the service has not sent the rest of the clip.
+ * A clip that has not been heard for this long is taken for lost, so that its caption goes: the captured source is
+ * muted or has come to its end, the dub's source has been removed, or the service has not sent the rest of the clip.
  */
 constexpr std::chrono::seconds kLongestClipSilence{2};
 constexpr std::chrono::milliseconds kClipWatchInterval{250};
@@ -134,7 +134,8 @@ std::unique_ptr<DubbedSource> DubbedOutputs::createDubbedSource(const QString &c
 	source->setDuckingLevel(settings.duckingLevel);
 	source->setTtsLevel(settings.ttsVolume);
 	source->setMuteOriginal(settings.muteOriginal);
-	// Called on the audio thread: the code is kept in its final form, so that posting is all that is left to do.
+	// Called on the audio thread, which shall do nothing but post: the code is captured as the QString to be
+	// emitted.
 	source->onClipStarted = [this, code](const std::string &, int clipId) {
 		QMetaObject::invokeMethod(
 			this, [this, code, clipId] { Q_EMIT clipStarted(code, clipId); }, Qt::QueuedConnection);
@@ -143,7 +144,7 @@ std::unique_ptr<DubbedSource> DubbedOutputs::createDubbedSource(const QString &c
 		QMetaObject::invokeMethod(
 			this, [this, code, clipId] { Q_EMIT clipEnded(code, clipId); }, Qt::QueuedConnection);
 	};
-	// Queued too, although it is called on this thread: the start of the clip may still be on its way.
+	// Posted too, although it is called on this thread: the clip's start may still be in the event queue.
 	source->onClipLost = [this, code](const std::string &, int) {
 		QMetaObject::invokeMethod(this, [this, code] { Q_EMIT clipLost(code); }, Qt::QueuedConnection);
 	};

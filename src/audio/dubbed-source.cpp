@@ -15,13 +15,13 @@ namespace {
 
 constexpr const char *kSourceTypeId = "talvora_dubbed_source";
 
-/** Chunks of up to so many frames (one second) are mixed without allocating. */
+/** Frames (one second). Chunks up to this size are mixed without allocating. */
 constexpr size_t kUsualFrames = 48000;
 
 obs_source_t *findOrCreate(const char *name)
 {
 	obs_source_t *source = obs_get_source_by_name(name);
-	// A source that OBS has removed can still be found for as long as anyone holds it, but it is not to be used.
+	// obs_get_source_by_name() finds a removed source for as long as anyone holds a reference to it.
 	if (source && !obs_source_removed(source)) {
 		talvora_log(LOG_INFO, "DubbedSource: reattached to existing '%s'", name);
 		return source;
@@ -131,14 +131,14 @@ void DubbedSource::mix(const float *left, const float *right, size_t frames, siz
 
 void DubbedSource::pushTtsAudio(int clipId, const int16_t *pcm, size_t count, int sampleRate)
 {
-	// Outside the lock: a long piece takes longer than the audio thread may wait.
+	// Outside the lock: resampling a long piece takes longer than the audio thread may wait.
 	const SpeechResampler::Made made = speech.resample(pcm, count, sampleRate, outputSampleRate.load());
 	int lost;
 	{
 		const std::lock_guard guard(lock);
 		const int started = speech.startedClip();
 		speech.append(clipId, made);
-		// What goes over the bound pushes out the oldest speech, which is that of the clip being played.
+		// Speech beyond the bound pushes out the oldest, which belongs to the clip being played.
 		lost = speech.startedClip() == started ? 0 : started;
 	}
 	tellLostClip(lost);
@@ -228,7 +228,7 @@ const char *get_type_name(void *)
 	return obs_module_text("DubbedSource.TypeName");
 }
 
-/** The instance OBS knows has nothing of its own: its DubbedSource pushes audio into it from outside. */
+/** OBS wants some data for each source. This one needs none: its DubbedSource outputs audio to it from outside. */
 void *create_instance(obs_data_t *, obs_source_t *)
 {
 	return nullptr;

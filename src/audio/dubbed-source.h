@@ -71,11 +71,11 @@ public:
 	/** For how long nothing of the clip that has started has been heard; no value when none has. Any thread. */
 	std::optional<std::chrono::nanoseconds> timeSinceHeard();
 
-	/** Whether there is an OBS source to put out to. User-interface thread. */
+	/** Whether there is an OBS source to output to: OBS may have removed it. User-interface thread. */
 	bool hasSource();
 
 	/**
-	 * Finds or creates the OBS source again where OBS has removed it; what was queued meanwhile is dropped.
+	 * If OBS has removed the source, finds or creates it again; speech that was queued meanwhile is dropped.
 	 * User-interface thread.
 	 */
 	void restoreSource();
@@ -83,7 +83,7 @@ public:
 	/** The OBS source's name, as it was found or created; UTF-8. */
 	const std::string &name() const { return sourceName; }
 
-	/** Whether `other` is the source this dub is put out by, under whatever type it was found. */
+	/** Whether this dub outputs to `other`. The type does not matter: an existing source is found by name. */
 	bool publishes(const obs_source_t *other);
 
 	/**
@@ -95,8 +95,9 @@ public:
 	ClipCallback onClipStarted;
 	ClipCallback onClipEnded;
 	/**
-	 * A clip that has started was dropped: its end will not be told. Unlike the others called on the user-interface
-	 * thread, by flush(), pushTtsAudio() and the destructor, without a lock of this object.
+	 * A clip that has started was dropped, so onClipEnded will not be called for it. Called by flush(),
+	 * pushTtsAudio() and the destructor: on the user-interface thread and without a lock of this object, unlike the
+	 * other two.
 	 */
 	ClipCallback onClipLost;
 
@@ -111,7 +112,7 @@ private:
 
 	const std::string language;
 	const std::string sourceName;
-	/** Guards the source, the gain and the buffers; held for the whole of each chunk, so that OBS's source stays.
+	/** Guards the source, the gain and the buffers; held for the whole of each chunk, so that the source stays.
 	 */
 	std::mutex sourceLock;
 	PublicSource source{sourceLock};

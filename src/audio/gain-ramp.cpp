@@ -6,14 +6,14 @@
 #include <bit>
 #include <cmath>
 
-// Each gain is the one before it plus the step, rounded, so one addition would have to wait for the other. But between
-// two powers of two all floats are equally far apart: there every step comes out rounded to the same stride, a whole
-// number of these distances, and any number of strides is exact. (Where the step lies half-way between two strides, it
-// is rounded to where an even number comes out, so the first one may differ from the rest.)
+// Each gain is the previous one plus the step, rounded: computed one by one, each addition waits for the one before.
+// But between two powers of two all floats are equally far apart. There every step is rounded to the same stride, a
+// whole number of these distances, so that a gain plus any number of strides is exact. (A step half-way between two
+// strides is rounded to the even result, so the first stride may differ from the rest.)
 
 namespace {
 
-/** Of a float without its fraction: the power of two at or below it. */
+/** The bits of a float's exponent; alone they are the power of two at or below the float. */
 constexpr uint32_t kExponentBits = 0x7f800000;
 
 float powerOfTwoBelow(float value)
@@ -29,7 +29,7 @@ void GainRamp::fill(float *out, size_t count)
 	while (done < count) {
 		const float before = gain;
 		out[done++] = next();
-		// It has arrived, or the step is too small to get anywhere.
+		// The gain has arrived, or the step is too small to change it.
 		if (gain == before) {
 			std::fill(out + done, out + count, gain);
 			return;
@@ -60,7 +60,7 @@ size_t GainRamp::stepsInStride(float stride, size_t most) const
 	}
 	const float below = powerOfTwoBelow(gain);
 	const float end = stride > 0.0f ? std::min(target, 2.0f * below) : std::max(target, below);
-	// Two less than fit: the quotient is rounded.
+	// Two strides less than the quotient says, which is rounded.
 	const float strides = (end - gain) / stride - 2.0f;
 	return strides > 0.0f ? static_cast<size_t>(std::min(strides, static_cast<float>(most))) : 0;
 }

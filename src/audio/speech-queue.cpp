@@ -5,7 +5,7 @@
 
 namespace {
 
-/** Room for so many clips is made beforehand; more make the list grow, on the thread that pushes. */
+/** Clips for which room is reserved. The list grows beyond that, on the thread that appends. */
 constexpr size_t kUsualMarkers = 64;
 
 } // namespace
@@ -38,7 +38,7 @@ void SpeechQueue::append(int clipId, const SpeechResampler::Made &made)
 		return;
 	}
 	if (hasMarker()) {
-		// Its end may have been lost, and would be waited for.
+		// Its "tts_end" may have been lost; playing would wait for it.
 		markers.back().ended = true;
 	}
 	pushMarker({.clipId = clipId, .samplesRemaining = kept});
@@ -152,7 +152,7 @@ void SpeechQueue::read(float *out, size_t count)
 
 void SpeechQueue::pushMarker(const ClipMarker &marker)
 {
-	// Half of the list has been stepped over: closing the gap is cheaper than growing.
+	// Half of the list has been stepped over: moving the rest to the front is cheaper than growing.
 	if (markers.size() == markers.capacity() && frontIndex >= markers.size() / 2) {
 		markers.erase(markers.begin(), markers.begin() + static_cast<ptrdiff_t>(frontIndex));
 		frontIndex = 0;

@@ -12,7 +12,7 @@
 /** One clip of speech in the queue. */
 struct ClipMarker {
 	int32_t clipId = 0;
-	/** Samples of the clip that are queued: over all clips never more than there are. */
+	/** Samples of the clip that are queued. Their sum over all clips is never more than the queue holds. */
 	uint64_t samplesRemaining = 0;
 	/** Its first sample has been played. */
 	bool started = false;
@@ -33,7 +33,7 @@ public:
 	static constexpr size_t kCapacity = 480000;
 	/** How much of a clip that is not complete must be queued before it is played, ms. */
 	static constexpr uint32_t kPrebufferMs = 800;
-	/** Hz; the output rate as long as no chunk has told it. */
+	/** Hz; the output rate until the first chunk tells it. */
 	static constexpr uint32_t kDefaultOutputRate = 48000;
 	/** Hz; the rate of speech whose rate is not given. */
 	static constexpr int kDefaultSpeechRate = 24000;
@@ -96,7 +96,8 @@ private:
 	/** Where the next sample is written. */
 	size_t writeIndex = 0;
 	size_t length = 0;
-	/** Clips in playing order from frontIndex on: a taken clip is only stepped over, so that nothing is freed. */
+	/** In playing order; begins at frontIndex. A clip that has been played is stepped over, so take() frees
+	 * nothing. */
 	std::vector<ClipMarker> markers;
 	size_t frontIndex = 0;
 	SpeechResampler resampler;

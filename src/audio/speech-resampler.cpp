@@ -12,13 +12,13 @@
 
 namespace {
 
-/** Whether it is a whole number of the phase's units. Of such, no sum below 4 is rounded. */
+/** Whether `value` is a whole number of the phase's units. Sums of such values are exact below 4. */
 bool isInUnits(double value)
 {
 	return std::floor(value * sample_loops::kWholePhase) == value * sample_loops::kWholePhase;
 }
 
-/** Moves the phase on by one input sample and takes its whole units off (exact in binary arithmetic). */
+/** Moves the phase on by one input sample; returns its whole units and takes them off (exact in binary arithmetic). */
 uint64_t advance(double &position, double ratio)
 {
 	position += ratio;
@@ -31,7 +31,7 @@ uint64_t advance(double &position, double ratio)
 
 SpeechResampler::Made SpeechResampler::resample(const int16_t *pcm, size_t count, double ratio, size_t most)
 {
-	// As many whole units as the ratio has, or one more.
+	// The whole units of the ratio, or one more.
 	const double mostOfOne = std::floor(ratio) + 1.0;
 	const bool fits = static_cast<double>(count) * mostOfOne <= static_cast<double>(most);
 	if (fits && ratio < sample_loops::kStretchRatio && isInUnits(ratio) && isInUnits(phase)) {

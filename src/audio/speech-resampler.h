@@ -17,9 +17,9 @@ class SpeechResampler {
 public:
 	/** What was made of a piece. */
 	struct Made {
-		/** -1 to 1; without the first ones where there were too many. Valid until the next piece. */
+		/** -1 to 1; the last `most` of them when there were more. Valid until the next piece. */
 		std::span<const float> samples;
-		/** All of them. */
+		/** How many samples the piece came to, given out or not. */
 		uint64_t count = 0;
 	};
 
@@ -33,7 +33,7 @@ public:
 	/**
 	 * Resamples one piece.
 	 * @param ratio output rate / input rate, both whole numbers of Hz below 2^32
-	 * @param most samples to give out, the last ones: no ratio makes a piece cost more than that
+	 * @param most samples to give out, which are the last ones; bounds the cost of a piece, whatever the ratio
 	 */
 	Made resample(const int16_t *pcm, size_t count, double ratio, size_t most);
 

@@ -48,7 +48,7 @@ QString flexPosition(const QString &alignment)
 	return QStringLiteral("center");
 }
 
-/** What stands for a character that would end the string or its rule; empty for all others. */
+/** The escape for a character that would end the string or its rule; empty for all others. */
 QLatin1String escapeOf(QChar character)
 {
 	switch (character.unicode()) {
@@ -99,8 +99,8 @@ QString captionStyleRules(const CaptionStyle &style)
 	const int pointSize = style.font.pointSize();
 	const bool bold = style.font.weight() > kHeaviestNormalWeight;
 
-	// From the highest number down, so that "%1" does not hit "%10" to "%14". The family comes last: it is text
-	// of the user's machine, in which nothing may be replaced.
+	// From the highest number down, so that "%1" does not match the start of "%10" to "%14". The family is put in
+	// last, because a font's name may contain "%1".
 	QString css = kStyleTemplate;
 	css.replace(QLatin1String("%14"), style.alignment);
 	css.replace(QLatin1String("%13"), fraction(static_cast<double>(style.textColor.alphaF())));

@@ -66,7 +66,7 @@ void CaptionManager::setLanguages(const QList<QString> &languages, const QMap<QS
 			continue;
 		}
 		if (!it->second.currentText.isEmpty() && hasSource(it->second)) {
-			// The source stays in the scene, and nobody would take the text away any more.
+			// The source stays in the scene, and no timer would blank it any more.
 			updateObsText(it->second, QString());
 		}
 		destroySourceForLanguage(it->second);
@@ -84,7 +84,7 @@ void CaptionManager::restoreSources()
 {
 	for (auto &[language, state] : states) {
 		if (!hasSource(state)) {
-			renewSource(state);
+			restoreSource(state);
 		}
 	}
 }
@@ -103,12 +103,12 @@ void CaptionManager::takeUpSource(const QString &name)
 {
 	for (auto &[language, state] : states) {
 		if (state.sourceName == name && !hasSource(state)) {
-			renewSource(state);
+			restoreSource(state);
 		}
 	}
 }
 
-void CaptionManager::renewSource(LanguageCaptionState &state)
+void CaptionManager::restoreSource(LanguageCaptionState &state)
 {
 	state.currentText.clear();
 	createSourceForLanguage(state, Place::IfMissing);
@@ -226,7 +226,7 @@ void CaptionManager::onDisplayTimerTick(const QString &language)
 {
 	if (LanguageCaptionState *state = findState(language)) {
 		advanceQueue(*state);
-		// The next one may wait for its clip.
+		// advanceQueue() shows nothing when the next caption waits for its clip.
 		blankUntimedCaption(*state, kClearAfterLastCaptionMs);
 	}
 }
@@ -237,7 +237,7 @@ void CaptionManager::onClearTimerTick(const QString &language)
 	if (!state) {
 		return;
 	}
-	// Captions that waited for their clips behind the one that goes now: no timer runs that would show them.
+	// Captions that were queued while a clip was played: no timer runs that would show them.
 	if (!state->displayTimer->isActive() && !state->queue.isEmpty() && !state->queue.first().syncWithAudio) {
 		advanceQueue(*state);
 	} else {
@@ -257,7 +257,7 @@ void CaptionManager::onClipStarted(const QString &language, int clipId)
 	if (match == queue.cend()) {
 		return;
 	}
-	// What waited before it was meant to be over by now.
+	// Captions queued before it are late, and are dropped with it.
 	const QString text = match->text;
 	queue.erase(queue.cbegin(), match + 1);
 	updateObsText(*state, text);
@@ -267,7 +267,7 @@ void CaptionManager::onClipStarted(const QString &language, int clipId)
 
 void CaptionManager::onClipEnded(const QString &language, int)
 {
-	// Whichever clip it was: unless another caption is shown before, there is nothing left to read.
+	// Whichever clip it was: the caption that is up goes, unless another one is shown before.
 	if (LanguageCaptionState *state = findState(language)) {
 		state->clearTimer->start(kClearAfterClipMs);
 	}
@@ -336,7 +336,7 @@ void CaptionManager::placeLater(const QString &sourceName, Place place)
 {
 	QTimer::singleShot(kPlacementDelayMs, this, [this, sourceName, place] {
 		const OBSSourceAutoRelease source = obs_get_source_by_name(sourceName.toUtf8().constData());
-		// A removed source can be found by name until the last reference is gone, but not be placed.
+		// obs_get_source_by_name() finds a removed source until its last reference is gone.
 		if (!source || obs_source_removed(source)) {
 			return;
 		}
@@ -369,7 +369,8 @@ void CaptionManager::updateObsText(LanguageCaptionState &state, const QString &t
 
 void CaptionManager::updateObsSettings(LanguageCaptionState &state, obs_source_t *source)
 {
-	// OBS loads the page anew whenever the CSS changes, and somebody may have cleaned the temporary directory.
+	// OBS reloads the page whenever the CSS changes, and the file may have been cleaned out of the temporary
+	// directory.
 	const QString loaded = state.pagePath;
 	updateBrowserSourceFiles(state, state.currentText);
 	const QByteArray css = generateCss(state.language).toUtf8();

@@ -42,24 +42,23 @@ public:
 	/** Places the sources that the user, or the removal of a scene, has taken out of every scene. */
 	void placeMissing();
 
-	/** A source of this name has turned up: a caption language that has lost its own of that name goes on with it.
-	 */
+	/** A source of this name has appeared: takes it up for a language of that name that has lost its own. */
 	void takeUpSource(const QString &name);
 
-	/** There is a current scene (again): places the sources that could not be placed for want of one. */
+	/** Places the sources that could not be placed because there was no current scene. */
 	void placeUnplaced();
 
 	/** Stores the style and sends it to every caption source. @param opacity percent */
 	void setStyle(const QString &alignment, const QColor &textColor, const QColor &bgColor, int opacity,
 		      const QFont &font);
 
-	/** No more captions come for now: drops what waits, and blanks within 2 s what is up. */
+	/** Drops the captions that wait and blanks the one that is up within 2 s. */
 	void endSession();
 
 	/** Takes the caption sources out of OBS and forgets them: the end of the program. */
 	void abandonAll();
 
-	/** Forgets every caption source but leaves it in OBS, to be picked up again by name. */
+	/** Forgets every caption source but leaves it in OBS, where setLanguages() will find it by name. */
 	void clearAll();
 
 	/** The page file of a language, in the system's temporary directory. */
@@ -106,15 +105,16 @@ private:
 	void enqueueCaption(LanguageCaptionState &state, const QString &text, double durationSec, int clipId,
 			    bool syncWithAudio);
 	void advanceQueue(LanguageCaptionState &state);
-	/** Blanks the caption that is up after this time, unless a timer will take it away anyway. */
+	/** Starts the clear timer for the caption that is up, unless a timer that will end it runs already. */
 	static void blankUntimedCaption(const LanguageCaptionState &state, int ms);
-	/** Which sources are put where new ones go: all, or only those that are in no scene and shown nowhere. */
+	/** Which sources autoPlaceCaptionSource() is called for: all, or those that are in no scene and shown nowhere.
+	 */
 	enum class Place { Always, IfMissing };
 
 	void createSourceForLanguage(LanguageCaptionState &state, Place place);
 	void destroySourceForLanguage(LanguageCaptionState &state);
-	/** Finds or creates the source of a language that has lost its own. */
-	void renewSource(LanguageCaptionState &state);
+	/** Finds or creates the source of a language whose own OBS has removed. */
+	void restoreSource(LanguageCaptionState &state);
 	void placeLater(const QString &sourceName, Place place);
 	void updateObsText(LanguageCaptionState &state, const QString &text);
 	/** Sends style and current text, and the page when it is another one than before. */

@@ -30,7 +30,7 @@ QString inTempDir(const QString &fileName)
 	return QDir(QDir::tempPath()).filePath(fileName);
 }
 
-/** A plain file of the user's own, and under no other name, which would be that of another of their files. */
+/** A regular file of the user's that has no second name: another user may have linked one of the user's files here. */
 bool isOwnFile(const struct stat &file)
 {
 	return S_ISREG(file.st_mode) && file.st_uid == geteuid() && file.st_nlink == 1;
@@ -42,10 +42,10 @@ bool isTakenByOthers(const QString &path)
 	return lstat(QFile::encodeName(path).constData(), &found) == 0 && !isOwnFile(found);
 }
 
-/** Opens or makes a file that is the user's own and that nobody else may write. -1 for whatever else is there. */
+/** Opens or creates a file that is the user's own and that nobody else may write; -1 when something else is there. */
 int openOwnFile(const QString &path)
 {
-	// No link is followed, and a pipe does not block.
+	// O_NOFOLLOW: no symbolic link. O_NONBLOCK: a named pipe does not block.
 	const int descriptor = open(QFile::encodeName(path).constData(),
 				    O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
 	if (descriptor < 0) {
@@ -94,7 +94,7 @@ QString captionPagePath(const QString &language)
 
 QString provideCaptionPage(const QString &language)
 {
-	// What was free a moment ago may be taken now: only the attempt to write tells.
+	// Another user may take the name at any moment, so only the attempt to write tells whether it is free.
 	if (const QString path = inTempDir(pageName(language)); writeCaptionPage(path)) {
 		return path;
 	}
@@ -109,14 +109,14 @@ QString captionDataPath(const QString &language)
 
 bool writeCaptionPage(const QString &path)
 {
-	// The temporary directory is everybody's: what is there under this name may be a trap.
+	// Every user can write to the temporary directory: a file of this name may be a trap.
 	const int descriptor = openOwnFile(path);
 	QFile file;
 	if (descriptor < 0 || !file.open(descriptor, QIODevice::ReadWrite, QFileDevice::AutoCloseHandle)) {
 		return false;
 	}
 	const QByteArray html = captionPageHtml().toUtf8();
-	// A browser may be loading the page at this moment, also one of another OBS: a right page is not truncated.
+	// A browser, of this OBS or another one, may be loading the page now: a correct page is not truncated.
 	if (file.readAll() == html) {
 		return true;
 	}

@@ -41,7 +41,7 @@ template <typename Update> void updateScene(obs_scene_t *scene, Update update)
 		scene, [](void *data, obs_scene_t *locked) { (*static_cast<Update *>(data))(locked); }, &update);
 }
 
-/** References to all scenes: to be looked into only when OBS no longer holds the lock of its list. */
+/** References to all scenes, so that they can be searched after obs_enum_all_sources() has released its lock. */
 std::vector<OBSSourceAutoRelease> allScenes()
 {
 	std::vector<OBSSourceAutoRelease> scenes;

@@ -34,8 +34,7 @@ struct LanguageCaptionState {
 	QString pagePath;
 	/** Its name in OBS. */
 	QString sourceName;
-	/** What is on screen; empty when nothing is. Goes by one of the timers, or stays for the clip that is played.
-	 */
+	/** The text on screen; empty when there is none. Ended by one of the timers, or by the clip being played. */
 	QString currentText;
 	/** Waiting captions, oldest first. */
 	QList<CaptionEntry> queue;

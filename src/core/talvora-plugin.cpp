@@ -59,7 +59,7 @@ void TalvoraPlugin::initialize()
 	}
 	QTimer::singleShot(0, this, [this] { capture.restore(); });
 	updateDubbedSources();
-	// Without this the captions of a saved selection would have nowhere to go until the user changes a setting.
+	// The caption sources of a saved selection would otherwise be made only when the user changes a setting.
 	updateCaptionSources();
 	watchScene();
 
@@ -308,7 +308,7 @@ void TalvoraPlugin::startSession()
 	talvora_log(LOG_INFO, "Talvora: connecting to %s (wsThread running: %s)", kServiceEndpoint,
 		    client.isRunning() ? "YES" : "NO");
 	dubs.flush();
-	// What a session needs may have been removed, or may have appeared, since it was last looked for.
+	// Sources that a session needs may have been removed, or may have appeared, since they were last looked for.
 	dubs.restore();
 	updateCaptionSources();
 	if (captionManager) {
@@ -435,7 +435,7 @@ void TalvoraPlugin::watchScene()
 
 void TalvoraPlugin::updateOutputs()
 {
-	// A session's answer may bring the languages down in the middle of OBS's clearing.
+	// OBS delivers posted events while it clears a collection, so "auth_ok" may lower the limit just then.
 	if (!sceneWatcher || !sceneWatcher->isClearing()) {
 		updateDubbedSources();
 		updateCaptionSources();

@@ -25,8 +25,8 @@ class WSClient;
 
 /**
  * The core of the module: owns the settings and every other object, starts and stops sessions, and routes what the
- * service sends to captions, dubs and dock. It knows the dock only as a widget; the dock follows by
- * the signals.
+ * service sends to captions, dubs and dock. It knows the dock only as a widget, which follows by the
+ * signals.
  *
  * User-interface thread only; what runs on other threads is the matter of the objects it owns.
  */
@@ -157,12 +157,12 @@ private:
 	/** Routes what the service sends. */
 	void connectClient(const WSClient *source);
 	void watchScene();
-	/** Makes dubs and captions those of the target languages: now, or when OBS has changed the scene collection. */
+	/** Updates dubs and captions: now, or when OBS has finished changing the scene collection. */
 	void updateOutputs();
-	/** Brings back what left OBS together with the sources of a scene collection. */
+	/** Updates and restores dubs, captions and capture after OBS has loaded another scene collection. */
 	void restoreOutputs();
 	void onSourceCreated(const QString &name);
-	/** Goes on with a source that has turned up under the name of an output that OBS has removed. */
+	/** Takes up a source that has appeared under the name of a dub's or caption's source that OBS has removed. */
 	void takeUpOutput(const QString &name);
 	void onSourceRemoved();
 	void onSourceRenamed(const QString &from, const QString &to);

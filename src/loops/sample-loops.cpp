@@ -28,7 +28,7 @@ void decimateAndQuantise(const float *__restrict mono, size_t count, int16_t *__
 {
 	for (size_t k = 0; k < count; ++k) {
 		const float average = (mono[3 * k] + mono[3 * k + 1] + mono[3 * k + 2]) / 3.0f;
-		// Written as "not below" and "not above" so that NaN comes out at full scale instead of undefined.
+		// Converting NaN to an integer is undefined. These comparisons, false for NaN, make it full scale.
 		const float upper = average < 1.0f ? average : 1.0f;
 		const float value = upper > -1.0f ? upper : -1.0f;
 		out[k] = static_cast<int16_t>(static_cast<int32_t>(value * kFullScale));
@@ -63,7 +63,7 @@ TALVORA_VECTOR_CODE
 void line(float from, float step, size_t count, float *__restrict out)
 {
 	for (size_t k = 0; k < count; ++k) {
-		// Of 32 bits with a sign, because that is what every machine turns into a float at once.
+		// int32_t, because every instruction set converts it to float in one instruction.
 		out[k] = from + static_cast<float>(static_cast<int32_t>(k + 1)) * step;
 	}
 }
@@ -84,13 +84,14 @@ size_t stretch(float before, const int16_t *pcm, size_t count, uint64_t &positio
 		const size_t length = count - start < kBlock ? count - start : kBlock;
 		for (size_t i = 0; i < length; ++i) {
 			samples[i + 1] = toFloat(pcm[start + i]);
-			// What overflows is whole phases, of which the last two bits tell how many there are.
+			// The multiplication may wrap around; that drops whole phases only. The difference modulo 4 is
+			// still right, since the ratio is below 3.
 			const uint64_t from = (position + i * perSample) >> kPhaseBits;
 			const uint64_t to = (position + (i + 1) * perSample) >> kPhaseBits;
 			made[i] = static_cast<uint32_t>(to - from) & 3;
 		}
 		for (size_t i = 0; i < length; ++i) {
-			// Where no samples are made, what is computed does not count.
+			// The step of a sample from which none is made is not used.
 			const uint32_t divisor = made[i] > 1 ? made[i] : 1;
 			steps[i] = (samples[i + 1] - samples[i]) / static_cast<float>(static_cast<int32_t>(divisor));
 		}
@@ -110,7 +111,7 @@ size_t stretch(float before, const int16_t *pcm, size_t count, uint64_t &positio
 TALVORA_VECTOR_CODE
 void markTags(const unsigned char *bytes, size_t count, unsigned char *__restrict marks)
 {
-	// Bits instead of conditions, so that it can be done many bytes at a time.
+	// `|` and `&` instead of `||` and `&&`: without branches the compiler makes vector code of it.
 	const auto isLetter = [](unsigned char c) {
 		const auto lower = static_cast<unsigned char>(c | 0x20);
 		return static_cast<unsigned char>(static_cast<unsigned char>(lower - 'a') < 26) |

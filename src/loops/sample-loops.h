@@ -42,8 +42,9 @@ constexpr double kStretchRatio = 3.0;
 constexpr size_t kStretchRoom = 4;
 
 /**
- * Moves the phase on with every sample; as many whole ones as are in it then, so many samples are made on the straight
- * line from the sample before. As the phase is a whole number, no sample has to wait for what came of the one before.
+ * Moves the phase on by `perSample` with every input sample; for each whole phase in it, one output sample is made on
+ * the straight line from the previous input sample. Since the phase is an integer, the phase of each sample can be
+ * computed without that of the previous one.
  * @param before the sample before the first one, -1 to 1
  * @param position phase, below 1; changed
  * @param perSample ratio of the rates, in units of the phase

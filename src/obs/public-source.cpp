@@ -15,10 +15,10 @@ void PublicSource::adopt(obs_source_t *strongReference)
 	{
 		const std::lock_guard guard(lock);
 		source = strongReference;
-		// Asked under the mutex: behind it, the signal may already have let go of the source.
+		// Looked at under the mutex: once it is unlocked, the `remove` signal may release the source.
 		removed = obs_source_removed(strongReference);
 	}
-	// The signal was sent before there was something to let go.
+	// OBS may have sent the `remove` signal before it was connected to; it does not come again.
 	if (removed) {
 		release();
 	}

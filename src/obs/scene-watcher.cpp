@@ -75,7 +75,8 @@ void SceneWatcher::onSourceRemove(void *self, calldata_t *data)
 
 void SceneWatcher::onSourceDestroy(void *self, calldata_t *data)
 {
-	// What is deleted in OBS's window is only taken out of its scene. What was removed has been told of already.
+	// A source that the user deletes in OBS's window is only taken out of its scene and goes with its last
+	// reference, without a `remove` signal. A source that was removed has been reported by that signal.
 	if (!obs_source_removed(sourceOf(data))) {
 		post(watcher(self), &SceneWatcher::sourceRemoved, nameOf(data));
 	}

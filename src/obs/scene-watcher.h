@@ -22,8 +22,8 @@ public:
 	~SceneWatcher() override;
 
 	/**
-	 * Whether OBS is taking a collection down, until collectionChanged(). It delivers posted events meanwhile, and
-	 * ends itself over a source that is made in one of them.
+	 * Whether OBS is taking a collection down, until collectionChanged(). Meanwhile OBS delivers posted events;
+	 * if one of them creates a source, OBS shows an error and quits.
 	 */
 	bool isClearing() const { return clearing; }
 
@@ -45,7 +45,10 @@ private:
 	static void onSourceDestroy(void *self, calldata_t *data);
 	static void onSourceRename(void *self, calldata_t *data);
 
-	/** Of no time: it fires when the event loop turns, hence not while OBS clears a collection. */
+	/**
+	 * Interval 0. A timer and not a posted event: while OBS changes a collection it delivers posted events but runs
+	 * no timers, so this fires when the change is over.
+	 */
 	QTimer collectionTimer;
 	bool clearing = false;
 };

@@ -19,7 +19,7 @@ bool isWordCharacter(char character)
 	       character == '-';
 }
 
-/** The first place from `at` on where there is none of `characters`. */
+/** The first position from `at` on whose character is none of `characters`. */
 qsizetype skip(QByteArrayView text, qsizetype at, QByteArrayView characters)
 {
 	while (at < text.size() && characters.contains(text[at])) {
@@ -36,7 +36,7 @@ qsizetype skipWord(QByteArrayView text, qsizetype at)
 	return at;
 }
 
-/** Past "apiKey", if that is at `at`, in whatever case and with letters written as they are or as "\u0061"; or -1. */
+/** The end of "apiKey" if it is at `at`, in any case, each letter plain or as in "\u0061"; otherwise -1. */
 qsizetype endOfName(QByteArrayView text, qsizetype at)
 {
 	for (const char letter : QByteArrayView("apikey")) {
@@ -58,7 +58,7 @@ qsizetype endOfName(QByteArrayView text, qsizetype at)
 	return at;
 }
 
-/** Past the string that begins with the quotation mark at `at`. */
+/** The end of the string that begins with the quotation mark at `at`. */
 qsizetype endOfString(QByteArrayView text, qsizetype at)
 {
 	const char mark = text[at++];
@@ -68,7 +68,7 @@ qsizetype endOfString(QByteArrayView text, qsizetype at)
 	return std::min(at + 1, text.size());
 }
 
-/** Past the array or object that begins at `at`. */
+/** The end of the array or object that begins at `at`. */
 qsizetype endOfGroup(QByteArrayView text, qsizetype at)
 {
 	int depth = 0;
@@ -93,7 +93,7 @@ qsizetype endOfGroup(QByteArrayView text, qsizetype at)
 	return at;
 }
 
-/** Past the value at `at`, up to what parts it from the next one: a damaged string ends too early. */
+/** The end of the value at `at`, with everything up to the next separator: a damaged string ends too early. */
 qsizetype endOfValue(QByteArrayView text, qsizetype at)
 {
 	if (at < text.size() && (text[at] == '"' || text[at] == '\'')) {

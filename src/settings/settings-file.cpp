@@ -23,10 +23,10 @@ constexpr QFileDevice::Permissions kOwnerFolder = kOwnerFile | QFileDevice::ExeO
 constexpr QFileDevice::Permissions kEverybodyElse = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
 						    QFileDevice::ExeGroup | QFileDevice::ReadOther |
 						    QFileDevice::WriteOther | QFileDevice::ExeOther;
-/** Bytes. A file beyond that is not one of ours, and reading it would take OBS's memory. */
+/** Bytes. A larger file was not written by us, and reading it could use up OBS's memory. */
 constexpr qint64 kLargestFile = 16 * 1024 * 1024;
 
-/** Takes from everybody else what may have been left open to them; the owner's own permissions stay. */
+/** Takes all permissions from group and others; the owner's stay. */
 void keepForOwner(const QString &path)
 {
 	const QFileDevice::Permissions present = QFile::permissions(path);
@@ -51,7 +51,7 @@ bool hasUnknownKeys(const QJsonObject &json)
 	const QJsonObject known = Settings().toJson();
 	const QStringList keys = json.keys();
 	for (const QString &key : keys) {
-		// The latter two are flags that early versions had there.
+		// Early versions wrote these two flags at the top level.
 		if (!known.contains(key) && key != QLatin1String("dubbing") && key != QLatin1String("captions")) {
 			return true;
 		}
@@ -59,21 +59,21 @@ bool hasUnknownKeys(const QJsonObject &json)
 	return false;
 }
 
-/** Makes sure that so many bytes can be written from the start of the file. False when the disk is full. */
+/** Reserves `bytes` from the start of the file. False when the disk is full. */
 bool reserve(const QFile &file, qsizetype bytes)
 {
 	// Other errors come from file systems that cannot reserve; a write may work on them.
 	return fallocate(file.handle(), FALLOC_FL_KEEP_SIZE, 0, bytes) == 0 || (errno != ENOSPC && errno != EDQUOT);
 }
 
-/** The file itself where the path is a link to it, so that the link stays; with ".old" after its name. */
+/** The name of the kept file. If the path is a symbolic link, it is beside its target, so that the link stays. */
 QString oldPath()
 {
 	const QString file = QFileInfo(SettingsFile::path()).canonicalFilePath();
 	return (file.isEmpty() ? SettingsFile::path() : file) + QStringLiteral(".old");
 }
 
-/** Writes what is kept of a file, for the owner alone. It takes the place of what is there only when it is whole. */
+/** Writes the kept file, readable by the owner only. An existing one is replaced when the new one is complete. */
 bool writeOld(const QByteArray &content)
 {
 	QSaveFile file(oldPath());
@@ -81,7 +81,7 @@ bool writeOld(const QByteArray &content)
 	       file.commit();
 }
 
-/** Takes the key out of content that was kept with it. */
+/** Takes the API key out of a kept file that still has it. */
 void cleanOldContent()
 {
 	QFile file(oldPath());

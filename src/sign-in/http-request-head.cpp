@@ -7,7 +7,7 @@
 
 bool hasWholeRequestHead(const QByteArray &received, qsizetype from)
 {
-	// The end may have begun in the bytes that were searched before.
+	// The blank line may begin in the bytes that were searched before.
 	return received.indexOf("\r\n\r\n", std::max<qsizetype>(from - 3, 0)) >= 0;
 }
 

@@ -25,7 +25,7 @@ constexpr int kTimeoutSeconds = 120;
 
 /** Connections kept at a time. A browser opens a few; programs on this machine could use up OBS's descriptors. */
 constexpr qsizetype kMostConnections = 64;
-/** What waits unread on a connection that is not heard, in bytes; more waits at its sender. */
+/** Bytes that Qt reads ahead on a connection; more waits in the sender's socket. */
 constexpr qint64 kMostUnread = 64 * 1024;
 
 /** Ports tried before an attempt ends. That one is in use on ::1 happens; that all are is somebody's intent. */
@@ -36,11 +36,11 @@ constexpr const char *kBufferProperty = "_httpBuf";
 
 /**
  * Takes a port of ::1, without listening, for as long as the socket lives.
- * @return false when somebody else has it; where there is no IPv6 nobody has, and there is nothing to take
+ * @return false when another program has it; true as well on a machine without IPv6
  */
 bool holdOnIpv6(QTcpSocket &socket, quint16 port)
 {
-	// Whoever shares an address can be joined on it by others.
+	// QAbstractSocket::ShareAddress would let other programs bind the same port.
 	return socket.bind(QHostAddress::LocalHostIPv6, port, QAbstractSocket::DontShareAddress) ||
 	       socket.error() == QAbstractSocket::UnsupportedSocketOperationError ||
 	       socket.error() == QAbstractSocket::SocketAddressNotAvailableError;
@@ -85,7 +85,7 @@ QUrl signInAddress(const QString &provider, quint16 port, const QString &state)
 QByteArray receiveHead(QTcpSocket *socket)
 {
 	QByteArray buffer = socket->property(kBufferProperty).toByteArray();
-	// The only reference now, so that a long head is not copied for each piece of it.
+	// With the property cleared this is the only reference, so that append() does not copy a long head.
 	socket->setProperty(kBufferProperty, QByteArray());
 	const qsizetype searched = buffer.size();
 	buffer += socket->readAll();
@@ -119,7 +119,7 @@ bool OAuthListener::startLogin(const QString &provider)
 
 	timeoutTimer = new QTimer(this);
 	timeoutTimer->setSingleShot(true);
-	// A coarse timer may be off by a twentieth: six seconds.
+	// A Qt::CoarseTimer may be off by 5 percent: here six seconds.
 	timeoutTimer->setTimerType(Qt::PreciseTimer);
 	connect(timeoutTimer, &QTimer::timeout, this, &OAuthListener::onTimeout);
 	timeoutTimer->start(kTimeoutSeconds * 1000);
@@ -154,7 +154,7 @@ bool OAuthListener::isListening() const
 void OAuthListener::onNewConnection()
 {
 	while (QTcpSocket *socket = server->nextPendingConnection()) {
-		// The server goes with the attempt, the connection only when its answer has been delivered.
+		// The server is deleted at the end of the attempt, the connection when its answer has been sent.
 		socket->setParent(this);
 		socket->setReadBufferSize(kMostUnread);
 		connect(socket, &QTcpSocket::readyRead, this, [this, socket] {
@@ -175,7 +175,7 @@ void OAuthListener::onNewConnection()
 void OAuthListener::dropOldestOfTooMany()
 {
 	auto open = findChildren<QTcpSocket *>(Qt::FindDirectChildrenOnly);
-	// One that is closing still has its answer to deliver.
+	// A connection that is closing still has an answer to send.
 	open.removeIf([](const QTcpSocket *socket) { return socket->state() != QAbstractSocket::ConnectedState; });
 	if (open.size() > kMostConnections) {
 		open.first()->abort();
@@ -232,7 +232,7 @@ void OAuthListener::handleRequest(QTcpSocket *socket, const QByteArray &raw)
 void OAuthListener::sendResponse(QTcpSocket *socket, int status, const QString &body)
 {
 	const QByteArray content = body.toUtf8();
-	// The reason phrase is for nobody: browsers go by the number.
+	// The reason phrase may be anything: browsers look at the number only.
 	const QString head = QStringLiteral("HTTP/1.1 %1 OK\r\n"
 					    "Content-Type: text/html; charset=utf-8\r\n"
 					    "Content-Length: %2\r\n"
@@ -256,7 +256,8 @@ void OAuthListener::cleanup()
 		server->deleteLater();
 		server = nullptr;
 	}
-	// Connections that are still open have missed their attempt; a late request must not count for another one.
+	// The attempt is over: stop reading from its open connections, so that a late request is not taken for the next
+	// attempt's.
 	const auto sockets = findChildren<QTcpSocket *>(Qt::FindDirectChildrenOnly);
 	for (QTcpSocket *socket : sockets) {
 		disconnect(socket, &QTcpSocket::readyRead, this, nullptr);

@@ -59,11 +59,11 @@ private:
 	/** The oldest goes, not the newest: it is not the browser's, which sends its request at once. */
 	void dropOldestOfTooMany();
 
-	/** Null between attempts, like the timer. Both are children. What holds the port of ::1 is the server's child.
-	 */
+	/** Null between attempts, as is the timer; both are children. The socket that holds the port of ::1 is a child
+	 * of the server. */
 	QTcpServer *server = nullptr;
 	QTimer *timeoutTimer = nullptr;
-	/** Says that a callback answers this attempt and not one that somebody else began. */
+	/** Random; a callback that brings it answers this attempt and not one that somebody else began. */
 	QString expectedState;
 	/** The attempt has taken its one request. */
 	bool requestHandled = false;

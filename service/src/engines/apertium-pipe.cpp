@@ -92,7 +92,7 @@ void ApertiumPipe::start()
 	environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
 	m_process->setProcessEnvironment(environment);
 	m_process->setStandardErrorFile(QProcess::nullDevice());
-	// A group of their own: an interrupt at the terminal is for the service, which ends them in its own time.
+	// A process group of their own: Ctrl-C at the terminal reaches the service alone, which ends them itself.
 	m_process->setChildProcessModifier([] { setpgid(0, 0); });
 	// Arguments of the pipeline: words that it does not know stay unmarked, and no other option.
 	m_process->start(QStringLiteral("bash"),

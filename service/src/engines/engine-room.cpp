@@ -139,7 +139,7 @@ std::shared_ptr<AudioQueue> EngineRoom::startDecoder(QObject *receiver, DecoderC
 		const auto post = [this, receiver](std::function<void()> answer) {
 			deliver(receiver, std::move(answer));
 		};
-		// It may have waited for its turn longer than its client did.
+		// The client may have gone while the decoder waited for its turn.
 		if (queue->isEnded()) {
 			return;
 		}

@@ -20,7 +20,8 @@ Connection::Connection(int number, QWebSocket *socket, QObject *parent)
 	m_socket->setMaxAllowedIncomingMessageSize(kLongestMessage);
 	connect(m_socket, &QWebSocket::textMessageReceived, this, &Connection::textReceived);
 	connect(m_socket, &QWebSocket::binaryMessageReceived, this, &Connection::binaryReceived);
-	// Qt goes on to parse what follows a message it refused, for many seconds (seen in 6.11): end that at once.
+	// After a message that it has refused, Qt (seen in 6.11) goes on parsing what follows for many seconds: end
+	// that.
 	connect(m_socket, &QWebSocket::aboutToClose, this, [this] {
 		if (!m_closing) {
 			drop();
@@ -75,8 +76,8 @@ void Connection::drop()
 	m_socket->abort();
 }
 
-// The socket does not tell what it holds back: its count leaves out what is encrypted already. The answer to a ping,
-// which a client gives in its turn, says what was read.
+// The socket's bytesToWrite() leaves out what is encrypted already. A client answers a ping when it has read everything
+// before it, so the pong tells how far it has read.
 void Connection::countSent(qint64 bytes)
 {
 	m_sent += bytes;

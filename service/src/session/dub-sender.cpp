@@ -39,7 +39,7 @@ void DubSender::leaveOutOld(const QString &language, Queue &queue)
 {
 	const auto add = [](double sum, const Clip &clip) { return sum + clip.seconds; };
 	while (std::accumulate(queue.clips.begin(), queue.clips.end(), 0.0, add) > kBacklogSec) {
-		// What has been announced is finished, and the newest always has its turn.
+		// A clip that has been announced is sent to its end, and the newest clip is never left out.
 		const auto oldest = queue.clips.begin() + (queue.clips.front().next > 0 ? 1 : 0);
 		if (oldest >= queue.clips.end() - 1) {
 			return;
@@ -84,7 +84,8 @@ void DubSender::pump(const QString &language, Queue &queue)
 {
 	const double now = nowSec();
 	queue.playedAtSec = std::max(queue.playedAtSec, now);
-	// Half a frame less: the sum of frames is off by a rounding that depends on the time of day.
+	// Half a frame of tolerance: `playedAtSec` sums many fractions on top of a large clock value and is off by a
+	// rounding.
 	while (!queue.clips.empty() && queue.playedAtSec - now < kAheadSec - kFrameSec / 2) {
 		sendFrame(language, queue);
 	}

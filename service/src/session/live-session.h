@@ -60,7 +60,8 @@ private:
 	[[nodiscard]] const Target *target(const QString &language) const;
 	[[nodiscard]] bool needsTranslation(const Target &target) const;
 	void announceUntranslatable();
-	/// Shows the user a sentence, in the one place of the client that shows text of ours without ending anything.
+	/// Sends the sentence as an interim transcript: the only message whose text the dock shows and that ends
+	/// nothing.
 	void notify(const QString &text);
 	void log(const QString &event, QJsonObject details = {});
 

@@ -33,7 +33,7 @@ void Recorder::binary(int connection, const QByteArray &frame)
 			return;
 		}
 	}
-	// The bytes first: who sees the line finds them in the file.
+	// First the bytes, then the line about them: a reader of the line finds the bytes in the file.
 	const qint64 offset = pcm.pos();
 	pcm.write(frame);
 	pcm.flush();

@@ -42,7 +42,7 @@ HttpReader::State HttpReader::feed(const QByteArray &bytes)
 		return readBody();
 	}
 	const qsizetype end = m_buffer.indexOf(kHeadEnd);
-	// As much of the end may have arrived as does not show yet.
+	// Up to three bytes at the end may be the first part of the blank line.
 	const qsizetype mostUnfinished = kLongestHead + static_cast<qsizetype>(qstrlen(kHeadEnd)) - 1;
 	if (end > kLongestHead || (end < 0 && m_buffer.size() > mostUnfinished)) {
 		return refuse(431);

@@ -62,7 +62,7 @@ HttpServer::HttpServer(const QSslConfiguration &tls, Handler handler, int timeou
 HttpServer::~HttpServer()
 {
 	m_listener.close();
-	// Their last signals are for nobody.
+	// Deleting a socket emits signals, whose handlers must not run any more.
 	const QList<QSslSocket *> sockets = findChildren<QSslSocket *>();
 	for (QSslSocket *socket : sockets) {
 		disconnect(socket, nullptr, this, nullptr);
@@ -126,7 +126,7 @@ void HttpServer::serve(QSslSocket *socket)
 		}
 	};
 	connect(socket, &QSslSocket::readyRead, this, read);
-	// What came together with the end of the handshake.
+	// Bytes that came with the end of the handshake have been signalled before readyRead was connected.
 	read();
 }
 

@@ -39,7 +39,7 @@ HttpResponse methodNotAllowed(const QByteArray &allowed)
 
 HttpResponse htmlPage(int status, const QByteArray &page)
 {
-	// No "form-action": browsers hold it against the redirection that follows the form as well.
+	// No "form-action": browsers apply it to the redirect that answers the form, too.
 	return {status,
 		"text/html; charset=utf-8",
 		page,
@@ -72,7 +72,7 @@ bool isSaneState(const QString &state)
 	return form.match(state).hasMatch();
 }
 
-// A program on this machine waits there, and nothing else: the key must not get anywhere else.
+// Whether the address is one of this machine: the key must not be sent anywhere else.
 bool isLoopback(const QUrl &uri)
 {
 	static const QStringList hosts{"localhost", "127.0.0.1", "::1"};
@@ -143,7 +143,7 @@ void SignIn::login(const HttpRequest &request, const HttpServer::Answer &answer)
 
 void SignIn::checkPassword(const QString &email, const QString &password, const HttpServer::Answer &answer)
 {
-	// Somebody unknown is refused as late as somebody with a wrong password.
+	// An unknown address is refused as late as a wrong password, so that the time does not tell who has an account.
 	static const Account nobody = *Accounts::demo().find("demo@talvora.local");
 	const Account *account = m_settings.accounts.find(email);
 	m_checks.start(
