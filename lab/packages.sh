@@ -49,6 +49,9 @@ workshop_packages() {
 		# Coverage, sanitizers, fuzzing, and other readers of the code.
 		gcovr cppcheck clazy shellcheck pyflakes3
 
+		# Pictures of the documentation.
+		graphviz
+
 		# Peers that benchmarks put beside the program's own code, and what times them.
 		libbenchmark-dev libboost-dev libreaderwriterqueue-dev libsamplerate0-dev libswresample-dev
 		pocketsphinx espeak-ng
