@@ -26,7 +26,7 @@ int fail(const QString &what)
 	return 1;
 }
 
-// What is typed at a terminal is not shown.
+/** What is typed at a terminal is not shown. */
 QString readPassword()
 {
 	termios before{};

@@ -4,22 +4,30 @@
 #include <QString>
 #include <QStringList>
 
-/// What the command line says.
+/** What the command line says. */
 struct Options {
 	quint16 port = 3002;
-	QString certificate; ///< PEM file: the certificate, then those that lead to its root
-	QString privateKey;  ///< PEM file
+	/** PEM file: the certificate, then those that lead to its root. */
+	QString certificate;
+	/** PEM file. */
+	QString privateKey;
 	quint16 signInPort = 3003;
-	QString accounts;   ///< empty: the demo account
-	QString addAccount; ///< e-mail address of an account to add instead of serving
-	QString key;        ///< credential that clients must send
+	/** Empty: the demo account. */
+	QString accounts;
+	/** E-mail address of an account to add instead of serving. */
+	QString addAccount;
+	/** Credential that clients must send. */
+	QString key;
 	int maxTargetLanguages = 0;
-	QString script; ///< empty: live
-	QString record; ///< empty: nothing is recorded
-	QString events; ///< empty: no events are written
+	/** Empty: live. */
+	QString script;
+	/** Empty: nothing is recorded. */
+	QString record;
+	/** Empty: no events are written. */
+	QString events;
 };
 
-/// Result of reading the command line: options, or a text to print and an exit status.
+/** Result of reading the command line: options, or a text to print and an exit status. */
 struct OptionsResult {
 	bool ok = false;
 	Options options;
@@ -27,5 +35,5 @@ struct OptionsResult {
 	int exitStatus = 0;
 };
 
-/// Reads the command line; `arguments` begins with the program's name.
+/** Reads the command line; `arguments` begins with the program's name. */
 OptionsResult readOptions(const QStringList &arguments);

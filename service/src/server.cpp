@@ -11,21 +11,21 @@ const QString kPath = QStringLiteral("/ws/audio-pipeline");
 
 } // namespace
 
-Server::Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events,
-	       Recorder &recorder, QObject *parent)
-	: QObject(parent), m_listener(QStringLiteral("talvora-local-service"), QWebSocketServer::SecureMode),
-	  m_settings(std::move(settings)), m_engines(engines), m_events(events), m_recorder(recorder)
+Server::Server(const QSslConfiguration &tls, Settings settings_, EngineRoom *engines_, EventLog &events_,
+	       Recorder &recorder_, QObject *parent)
+	: QObject(parent), listener(QStringLiteral("talvora-local-service"), QWebSocketServer::SecureMode),
+	  settings(std::move(settings_)), engines(engines_), events(events_), recorder(recorder_)
 {
-	m_settings.session.nextClipId = [this] { return ++m_lastClipId; };
-	m_listener.setSslConfiguration(tls);
-	m_listener.setHandshakeTimeout(m_settings.session.authTimeoutMs);
-	connect(&m_listener, &QWebSocketServer::newConnection, this, &Server::accept);
+	settings.session.nextClipId = [this] { return ++lastClipId; };
+	listener.setSslConfiguration(tls);
+	listener.setHandshakeTimeout(settings.session.authTimeoutMs);
+	connect(&listener, &QWebSocketServer::newConnection, this, &Server::accept);
 }
 
 Server::~Server()
 {
-	m_listener.close();
-	for (Connection *connection : std::as_const(m_connections)) {
+	listener.close();
+	for (Connection *connection : std::as_const(connections)) {
 		disconnect(connection, nullptr, this, nullptr);
 		connection->close(QWebSocketProtocol::CloseCodeGoingAway);
 		delete connection;
@@ -34,47 +34,47 @@ Server::~Server()
 
 bool Server::listen(quint16 port)
 {
-	return m_listener.listen(QHostAddress::LocalHost, port);
+	return listener.listen(QHostAddress::LocalHost, port);
 }
 
 QString Server::url() const
 {
-	return QStringLiteral("wss://localhost:%1%2").arg(m_listener.serverPort()).arg(kPath);
+	return QStringLiteral("wss://localhost:%1%2").arg(listener.serverPort()).arg(kPath);
 }
 
 void Server::accept()
 {
-	while (QWebSocket *socket = m_listener.nextPendingConnection()) {
-		auto *connection = new Connection(++m_lastConnection, socket, this);
+	while (QWebSocket *socket = listener.nextPendingConnection()) {
+		auto *connection = new Connection(++lastConnection, socket, this);
 		const int number = connection->number();
-		m_connections.append(connection);
-		m_recorder.opened(number, connection->path(), connection->userAgent());
-		m_events.write("connected", number);
+		connections.append(connection);
+		recorder.opened(number, connection->path(), connection->userAgent());
+		events.write("connected", number);
 		connect(connection, &Connection::ended, this, [this, connection, number](int closeCode) {
-			m_recorder.closed(number, closeCode);
-			m_events.write("disconnected", number, {{"code", closeCode}});
-			m_connections.removeOne(connection);
+			recorder.closed(number, closeCode);
+			events.write("disconnected", number, {{"code", closeCode}});
+			connections.removeOne(connection);
 			connection->deleteLater();
 		});
 		connect(connection, &Connection::textReceived, this,
-			[this, number](const QString &text) { m_recorder.text(number, text); });
+			[this, number](const QString &text) { recorder.text(number, text); });
 		connect(connection, &Connection::binaryReceived, this,
-			[this, number](const QByteArray &frame) { m_recorder.binary(number, frame); });
+			[this, number](const QByteArray &frame) { recorder.binary(number, frame); });
 		startSession(*connection);
 	}
 }
 
-// The session is a child of its connection and ends with it.
+/** The session is a child of its connection and ends with it. */
 void Server::startSession(Connection &connection)
 {
 	if (connection.path() != kPath) {
 		connection.close(QWebSocketProtocol::CloseCodePolicyViolated, "No such path");
-	} else if (m_connections.size() > kMostConnections) {
+	} else if (connections.size() > kMostConnections) {
 		connection.close(QWebSocketProtocol::CloseCodePolicyViolated, "Too many connections");
-	} else if (m_settings.script) {
-		new ScriptedSession(connection, m_settings.script->forConnection(connection.number()), m_events,
+	} else if (settings.script) {
+		new ScriptedSession(connection, settings.script->forConnection(connection.number()), events,
 				    &connection);
 	} else {
-		new LiveSession(connection, *m_engines, m_events, m_settings.session, &connection);
+		new LiveSession(connection, *engines, events, settings.session, &connection);
 	}
 }

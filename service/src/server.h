@@ -15,41 +15,44 @@
 
 #include <optional>
 
-/// The service's address: accepts TLS WebSocket connections on the loopback interface and gives each a session.
+/** The service's address: accepts TLS WebSocket connections on the loopback interface and gives each a session. */
 class Server : public QObject {
 	Q_OBJECT
 
 public:
 	static constexpr quint16 kDefaultPort = 3002;
-	/// Connections at a time; further ones are closed at once.
+	/** Connections at a time; further ones are closed at once. */
 	static constexpr int kMostConnections = 16;
 
 	struct Settings {
-		SessionSettings session;              ///< `nextClipId` is the server's
-		std::optional<script::Script> script; ///< played instead of live sessions
+		/** `nextClipId` is the server's. */
+		SessionSettings session;
+		/** Played instead of live sessions. */
+		std::optional<script::Script> script;
 	};
 
-	/// `engines`, `events` and `recorder` outlive the server. `engines` may be null when there is a script.
+	/** `engines`, `events` and `recorder` outlive the server. `engines` may be null when there is a script. */
 	Server(const QSslConfiguration &tls, Settings settings, EngineRoom *engines, EventLog &events,
 	       Recorder &recorder, QObject *parent = nullptr);
 	~Server() override;
 
-	/// Listens on 127.0.0.1; port 0 takes a free one. False when the port is taken: see `errorString`.
+	/** Listens on 127.0.0.1; port 0 takes a free one. False when the port is taken: see errorString(). */
 	bool listen(quint16 port);
-	[[nodiscard]] QString errorString() const { return m_listener.errorString(); }
-	/// The address for clients, with the port in use.
+	[[nodiscard]] QString errorString() const { return listener.errorString(); }
+	/** The address for clients, with the port in use. */
 	[[nodiscard]] QString url() const;
 
 private:
 	void accept();
 	void startSession(Connection &connection);
 
-	QWebSocketServer m_listener;
-	Settings m_settings;
-	EngineRoom *m_engines;
-	EventLog &m_events;
-	Recorder &m_recorder;
-	QList<Connection *> m_connections; ///< children of this
-	int m_lastConnection = 0;
-	int m_lastClipId = 0;
+	QWebSocketServer listener;
+	Settings settings;
+	EngineRoom *engines;
+	EventLog &events;
+	Recorder &recorder;
+	/** Children of this. */
+	QList<Connection *> connections;
+	int lastConnection = 0;
+	int lastClipId = 0;
 };

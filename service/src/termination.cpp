@@ -10,7 +10,7 @@
 
 namespace {
 
-// Written by the signal handler, read by the event loop.
+/** Written by the signal handler, read by the event loop. */
 std::array<int, 2> signalSockets{-1, -1};
 
 void onSignal(int)
@@ -38,7 +38,7 @@ Termination::Termination(QObject *parent) : QObject(parent)
 	auto *notifier = new QSocketNotifier(signalSockets[1], QSocketNotifier::Read, this);
 	connect(notifier, &QSocketNotifier::activated, this, [this, notifier] {
 		notifier->setEnabled(false);
-		emit requested();
+		Q_EMIT requested();
 	});
 	setHandler(onSignal);
 }

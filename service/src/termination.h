@@ -3,7 +3,7 @@
 
 #include <QObject>
 
-/// Turns SIGINT and SIGTERM into `requested`. At most one object at a time.
+/** Turns SIGINT and SIGTERM into `requested`. At most one object at a time. */
 class Termination : public QObject {
 	Q_OBJECT
 
@@ -11,6 +11,6 @@ public:
 	explicit Termination(QObject *parent = nullptr);
 	~Termination() override;
 
-signals:
+Q_SIGNALS:
 	void requested();
 };

@@ -6,5 +6,5 @@
 
 #include <optional>
 
-/// A server's TLS configuration from PEM files. On failure nothing, and `error` says which file is at fault.
+/** A server's TLS configuration from PEM files. On failure nothing, and `error` says which file is at fault. */
 std::optional<QSslConfiguration> loadTls(const QString &certificateFile, const QString &privateKeyFile, QString *error);

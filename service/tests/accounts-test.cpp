@@ -17,18 +17,18 @@ constexpr int kQuick = 100;
 class AccountsTest : public QObject {
 	Q_OBJECT
 
-	QTemporaryDir m_dir;
+	QTemporaryDir dir;
 
 	QString write(const QByteArray &text) const
 	{
-		QFile file(m_dir.filePath("accounts.json"));
+		QFile file(dir.filePath("accounts.json"));
 		if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size()) {
 			return {};
 		}
 		return file.fileName();
 	}
 
-private slots:
+private Q_SLOTS:
 	void theDemoAccountHasItsPassword()
 	{
 		const Accounts accounts = Accounts::demo();
@@ -65,7 +65,7 @@ private slots:
 		Accounts accounts;
 		accounts.put(account);
 		accounts.put(Account::withPassword("other@body.test", "another", kQuick));
-		const QString path = m_dir.filePath("written.json");
+		const QString path = dir.filePath("written.json");
 		QString error;
 		QVERIFY2(accounts.save(path, &error), qPrintable(error));
 		QFile file(path);

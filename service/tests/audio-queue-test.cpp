@@ -8,7 +8,7 @@
 class AudioQueueTest : public QObject {
 	Q_OBJECT
 
-private slots:
+private Q_SLOTS:
 	void samplesComeOutInOrder()
 	{
 		AudioQueue queue;
@@ -32,14 +32,14 @@ private slots:
 		QVERIFY(queue.push(QByteArray(AudioQueue::kCapacity - 2, '\1')));
 		QVERIFY(!queue.push(QByteArray(4, '\2')));
 		QVERIFY(queue.push(QByteArray(2, '\3')));
-		std::size_t taken = 0;
+		size_t taken = 0;
 		int16_t last = 0;
-		while (taken < static_cast<std::size_t>(AudioQueue::kCapacity / 2)) {
+		while (taken < static_cast<size_t>(AudioQueue::kCapacity / 2)) {
 			const std::vector<int16_t> samples = queue.take();
 			taken += samples.size();
 			last = samples.back();
 		}
-		QCOMPARE(taken, static_cast<std::size_t>(AudioQueue::kCapacity / 2));
+		QCOMPARE(taken, static_cast<size_t>(AudioQueue::kCapacity / 2));
 		QCOMPARE(last, int16_t{0x0303});
 	}
 
@@ -47,8 +47,8 @@ private slots:
 	{
 		AudioQueue queue;
 		QVERIFY(queue.push(QByteArray(40001, '\1')));
-		QCOMPARE(queue.take().size(), std::size_t{16000});
-		QCOMPARE(queue.take().size(), std::size_t{4000});
+		QCOMPARE(queue.take().size(), size_t{16000});
+		QCOMPARE(queue.take().size(), size_t{4000});
 	}
 
 	void endingWakesTheReader()

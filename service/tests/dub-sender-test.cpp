@@ -12,35 +12,35 @@ class DubSenderTest : public QObject {
 		return {QByteArray(static_cast<qsizetype>(seconds * 1000) * 2, 'x'), 1000};
 	}
 
-	QStringList m_sent;
-	qsizetype m_pcmBytes = 0;
+	QStringList sent;
+	qsizetype pcmBytes = 0;
 
 	DubSender::Output output()
 	{
 		return {[this](const QJsonObject &json) {
-				m_sent.append(json.value("type").toString() + ':' + json.value("language").toString());
+				sent.append(json.value("type").toString() + ':' + json.value("language").toString());
 			},
-			[this](const QByteArray &frame) { m_pcmBytes += frame.size() - 3; },
+			[this](const QByteArray &frame) { pcmBytes += frame.size() - 3; },
 			[this](const QString &event, const QString &, int id, double) {
 				if (event == "tts_dropped") {
-					m_sent.append(QStringLiteral("dropped %1").arg(id));
+					sent.append(QStringLiteral("dropped %1").arg(id));
 				}
 			}};
 	}
 
-private slots:
+private Q_SLOTS:
 	void init()
 	{
-		m_sent.clear();
-		m_pcmBytes = 0;
+		sent.clear();
+		pcmBytes = 0;
 	}
 
 	void aShortClipGoesOutAtOnce()
 	{
 		DubSender sender(output());
 		sender.enqueue("es", 1, clip(2.0));
-		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_end:es"}));
-		QCOMPARE(m_pcmBytes, 4000);
+		QCOMPARE(sent, (QStringList{"tts_start:es", "tts_end:es"}));
+		QCOMPARE(pcmBytes, 4000);
 	}
 
 	void clipsOfALanguageFollowEachOther()
@@ -48,7 +48,7 @@ private slots:
 		DubSender sender(output());
 		sender.enqueue("es", 1, clip(1.0));
 		sender.enqueue("es", 2, clip(1.0));
-		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_end:es", "tts_start:es", "tts_end:es"}));
+		QCOMPARE(sent, (QStringList{"tts_start:es", "tts_end:es", "tts_start:es", "tts_end:es"}));
 	}
 
 	void speechIsSentFiveSecondsAheadOfItsPlaying()
@@ -57,11 +57,11 @@ private slots:
 		QElapsedTimer timer;
 		timer.start();
 		sender.enqueue("es", 1, clip(6.0));
-		QCOMPARE(m_sent, QStringList{"tts_start:es"});
-		QCOMPARE(m_pcmBytes, 5 * 2000);
-		QVERIFY(QTest::qWaitFor([this] { return m_sent.last() == "tts_end:es"; }));
+		QCOMPARE(sent, QStringList{"tts_start:es"});
+		QCOMPARE(pcmBytes, 5 * 2000);
+		QVERIFY(QTest::qWaitFor([this] { return sent.last() == "tts_end:es"; }));
 		QVERIFY2(timer.elapsed() >= 700, "the last second was sent too early");
-		QCOMPARE(m_pcmBytes, 6 * 2000);
+		QCOMPARE(pcmBytes, 6 * 2000);
 	}
 
 	void languagesDoNotWaitForEachOther()
@@ -69,7 +69,7 @@ private slots:
 		DubSender sender(output());
 		sender.enqueue("es", 1, clip(6.0));
 		sender.enqueue("fr", 1, clip(1.0));
-		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_start:fr", "tts_end:fr"}));
+		QCOMPARE(sent, (QStringList{"tts_start:es", "tts_start:fr", "tts_end:fr"}));
 	}
 
 	void theOldestWaitingClipIsLeftOutWhenTwentySecondsWait()
@@ -78,7 +78,7 @@ private slots:
 		sender.enqueue("es", 1, clip(10.0));
 		sender.enqueue("es", 2, clip(8.0));
 		sender.enqueue("es", 3, clip(6.0));
-		QCOMPARE(m_sent, (QStringList{"tts_start:es", "dropped 2"}));
+		QCOMPARE(sent, (QStringList{"tts_start:es", "dropped 2"}));
 	}
 
 	void whatWaitsForALanguageCanBeLeftOut()
@@ -90,12 +90,12 @@ private slots:
 		sender.enqueue("es", 3, clip(2.0));
 		sender.leaveOutWaiting("es");
 		sender.leaveOutWaiting("it");
-		QCOMPARE(m_sent, (QStringList{"tts_start:es", "tts_start:fr", "dropped 3", "dropped 2"}));
-		QVERIFY2(QTest::qWaitFor([this] { return m_sent.contains("tts_end:es"); }),
+		QCOMPARE(sent, (QStringList{"tts_start:es", "tts_start:fr", "dropped 3", "dropped 2"}));
+		QVERIFY2(QTest::qWaitFor([this] { return sent.contains("tts_end:es"); }),
 			 "the clip that had begun was not finished");
-		QVERIFY2(QTest::qWaitFor([this] { return m_sent.contains("tts_end:fr"); }),
+		QVERIFY2(QTest::qWaitFor([this] { return sent.contains("tts_end:fr"); }),
 			 "another language was left out");
-		QCOMPARE(m_sent.size(), 6);
+		QCOMPARE(sent.size(), 6);
 	}
 };
 

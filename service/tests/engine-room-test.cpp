@@ -9,7 +9,7 @@
 
 namespace {
 
-// Each call announces itself and waits until the test lets it go on.
+/** Each call announces itself and waits until the test lets it go on. */
 struct Gate {
 	QSemaphore entered;
 	QSemaphore open;
@@ -25,40 +25,40 @@ struct Gate {
 
 class GatedRecogniser : public Recogniser {
 public:
-	explicit GatedRecogniser(Gate &gate) : m_gate(gate) {}
-	void process(std::span<const int16_t>, RecogniserListener &) override { m_gate.pass(); }
+	explicit GatedRecogniser(Gate &gate_) : gate(gate_) {}
+	void process(std::span<const int16_t>, RecogniserListener &) override { gate.pass(); }
 
 private:
-	Gate &m_gate;
+	Gate &gate;
 };
 
 class GatedTranslator : public Translator {
 public:
-	explicit GatedTranslator(Gate &gate) : m_gate(gate) {}
+	explicit GatedTranslator(Gate &gate_) : gate(gate_) {}
 	[[nodiscard]] bool canTranslate(const QString &) const override { return true; }
 	void prepare(const QString &) override {}
 	std::optional<QString> translate(const QString &sentence, const QString &) override
 	{
-		m_gate.pass();
+		gate.pass();
 		return sentence;
 	}
 
 private:
-	Gate &m_gate;
+	Gate &gate;
 };
 
 class GatedSynthesiser : public Synthesiser {
 public:
-	explicit GatedSynthesiser(Gate &gate) : m_gate(gate) {}
+	explicit GatedSynthesiser(Gate &gate_) : gate(gate_) {}
 	[[nodiscard]] bool hasVoice(const QString &) const override { return true; }
 	std::optional<SpeechClip> synthesise(const QString &, const QString &) override
 	{
-		m_gate.pass();
+		gate.pass();
 		return SpeechClip{};
 	}
 
 private:
-	Gate &m_gate;
+	Gate &gate;
 };
 
 constexpr int kTimeoutMs = 20000;
@@ -68,20 +68,19 @@ constexpr int kTimeoutMs = 20000;
 class EngineRoomTest : public QObject {
 	Q_OBJECT
 
-	Gate m_making;
-	Gate m_hearing;
-	Gate m_translating;
-	Gate m_speaking;
+	Gate making;
+	Gate hearing;
+	Gate translating;
+	Gate speaking;
 
 	std::unique_ptr<EngineRoom> room()
 	{
 		return std::make_unique<EngineRoom>(
 			[this]() -> std::unique_ptr<Recogniser> {
-				m_making.pass();
-				return std::make_unique<GatedRecogniser>(m_hearing);
+				making.pass();
+				return std::make_unique<GatedRecogniser>(hearing);
 			},
-			std::make_unique<GatedTranslator>(m_translating),
-			std::make_unique<GatedSynthesiser>(m_speaking));
+			std::make_unique<GatedTranslator>(translating), std::make_unique<GatedSynthesiser>(speaking));
 	}
 
 	static EngineRoom::DecoderCallbacks nothing()
@@ -89,10 +88,10 @@ class EngineRoomTest : public QObject {
 		return {[] {}, [](qint64) {}, [](const QString &) {}, [](const Utterance &) {}};
 	}
 
-private slots:
+private Q_SLOTS:
 	void init()
 	{
-		for (Gate *gate : {&m_making, &m_hearing, &m_translating, &m_speaking}) {
+		for (Gate *gate : {&making, &hearing, &translating, &speaking}) {
 			gate->entered.tryAcquire(gate->entered.available());
 			gate->open.tryAcquire(gate->open.available());
 			gate->calls = 0;
@@ -108,25 +107,25 @@ private slots:
 		for (int i = 0; i < running; ++i) {
 			queues.push_back(engines->startDecoder(this, nothing()));
 		}
-		QVERIFY(m_making.entered.tryAcquire(running, kTimeoutMs));
+		QVERIFY(making.entered.tryAcquire(running, kTimeoutMs));
 		const auto waiting = engines->startDecoder(this, nothing());
 		waiting->end();
-		m_making.open.release(running + 1);
+		making.open.release(running + 1);
 		engines.reset();
-		QCOMPARE(m_making.calls.load(), running);
+		QCOMPARE(making.calls.load(), running);
 	}
 
 	void audioOfASessionThatHasEndedIsNotRecognised()
 	{
 		auto engines = room();
-		m_making.open.release();
+		making.open.release();
 		const auto queue = engines->startDecoder(this, nothing());
 		QVERIFY(queue->push(QByteArray(AudioQueue::kMostTaken * 10, '\0')));
-		QVERIFY(m_hearing.entered.tryAcquire(1, kTimeoutMs));
+		QVERIFY(hearing.entered.tryAcquire(1, kTimeoutMs));
 		queue->end();
-		m_hearing.open.release(10);
+		hearing.open.release(10);
 		engines.reset();
-		QCOMPARE(m_hearing.calls.load(), 1);
+		QCOMPARE(hearing.calls.load(), 1);
 	}
 
 	void theEndDoesNotWaitForWorkThatHasNotBegun()
@@ -136,22 +135,22 @@ private slots:
 			engines->translate("Hello.", {"es", "fr"}, this, [](const QString &, const auto &) {});
 			engines->synthesise("Hola.", "es", this, [](const auto &) {});
 		}
-		QVERIFY(m_translating.entered.tryAcquire(1, kTimeoutMs));
-		QVERIFY(m_speaking.entered.tryAcquire(1, kTimeoutMs));
+		QVERIFY(translating.entered.tryAcquire(1, kTimeoutMs));
+		QVERIFY(speaking.entered.tryAcquire(1, kTimeoutMs));
 		// The engines go on only when the end has been asked for, which ends the queue as well.
-		m_making.open.release();
+		making.open.release();
 		const auto queue = engines->startDecoder(this, nothing());
 		std::thread opener([this, queue] {
 			while (!queue->isEnded()) {
 				std::this_thread::yield();
 			}
-			m_translating.open.release(100);
-			m_speaking.open.release(100);
+			translating.open.release(100);
+			speaking.open.release(100);
 		});
 		engines.reset();
 		opener.join();
-		QCOMPARE(m_translating.calls.load(), 1);
-		QCOMPARE(m_speaking.calls.load(), 1);
+		QCOMPARE(translating.calls.load(), 1);
+		QCOMPARE(speaking.calls.load(), 1);
 	}
 };
 

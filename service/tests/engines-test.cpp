@@ -35,7 +35,7 @@ public:
 	}
 };
 
-// Kills the process groups of this process's children; gives their number.
+/** Kills the process groups of this process's children; gives their number. */
 int killChildren()
 {
 	int killed = 0;
@@ -66,14 +66,14 @@ double rms(const QByteArray &pcm)
 class EnginesTest : public QObject {
 	Q_OBJECT
 
-	std::unique_ptr<Recogniser> m_recogniser;
+	std::unique_ptr<Recogniser> recogniser;
 
-private slots:
+private Q_SLOTS:
 	// The recogniser adapts itself to what it hears: each test has a fresh one.
 	void init()
 	{
-		m_recogniser = PocketSphinxRecogniser::create();
-		QVERIFY2(m_recogniser, "the English model is not installed");
+		recogniser = PocketSphinxRecogniser::create();
+		QVERIFY2(recogniser, "the English model is not installed");
 	}
 
 	void recognisesAReadSentence()
@@ -81,10 +81,10 @@ private slots:
 		const std::vector<int16_t> speech = recordings::readSentence();
 		QVERIFY2(!speech.empty(), "the recording is not installed");
 		Listener listener;
-		m_recogniser->process(recordings::silence(0.5), listener);
+		recogniser->process(recordings::silence(0.5), listener);
 		const std::clock_t start = std::clock();
-		m_recogniser->process(speech, listener);
-		m_recogniser->process(recordings::silence(1.5), listener);
+		recogniser->process(speech, listener);
+		recogniser->process(recordings::silence(1.5), listener);
 		const double processorSec = static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
 		qInfo("%.2f s of processor time per second of audio",
 		      processorSec / (static_cast<double>(speech.size()) / kUplinkRate + 1.5));
@@ -101,9 +101,9 @@ private slots:
 		const std::vector<int16_t> speech = recordings::announcement("cannot-complete-as-dialed");
 		QVERIFY2(!speech.empty(), "the recording is not installed");
 		Listener listener;
-		m_recogniser->process(recordings::silence(0.5), listener);
-		m_recogniser->process(speech, listener);
-		m_recogniser->process(recordings::silence(1.5), listener);
+		recogniser->process(recordings::silence(0.5), listener);
+		recogniser->process(speech, listener);
+		recogniser->process(recordings::silence(1.5), listener);
 		const QString words = listener.finals.join(' ');
 		QVERIFY2(words.contains("cannot be completed as dialed"), qPrintable(words));
 	}
@@ -111,7 +111,7 @@ private slots:
 	void silenceIsNoUtterance()
 	{
 		Listener listener;
-		m_recogniser->process(recordings::silence(10.0), listener);
+		recogniser->process(recordings::silence(10.0), listener);
 		QCOMPARE(listener.started, 0);
 		QVERIFY(listener.finals.isEmpty());
 	}
@@ -126,9 +126,9 @@ private slots:
 		speech.erase(std::find_if_not(speech.rbegin(), speech.rend(), quiet).base(), speech.end());
 		Listener listener;
 		for (int i = 0; i < 7; ++i) {
-			m_recogniser->process(speech, listener);
+			recogniser->process(speech, listener);
 		}
-		m_recogniser->process(recordings::silence(1.5), listener);
+		recogniser->process(recordings::silence(1.5), listener);
 		QVERIFY2(listener.finals.size() >= 2, "the utterance was never cut");
 		for (const double seconds : std::as_const(listener.seconds)) {
 			QVERIFY2(seconds <= 15.1, qPrintable(QString::number(seconds)));
@@ -139,12 +139,12 @@ private slots:
 	{
 		const std::vector<int16_t> speech = recordings::announcement("cannot-complete-as-dialed");
 		Listener listener;
-		m_recogniser->process(recordings::silence(0.5), listener);
-		for (std::size_t at = 0; at < speech.size(); at += 7) {
-			m_recogniser->process(
-				std::span(speech).subspan(at, std::min<std::size_t>(7, speech.size() - at)), listener);
+		recogniser->process(recordings::silence(0.5), listener);
+		for (size_t at = 0; at < speech.size(); at += 7) {
+			recogniser->process(std::span(speech).subspan(at, std::min<size_t>(7, speech.size() - at)),
+					    listener);
 		}
-		m_recogniser->process(recordings::silence(1.5), listener);
+		recogniser->process(recordings::silence(1.5), listener);
 		QVERIFY2(listener.finals.join(' ').contains("cannot be completed"),
 			 qPrintable(listener.finals.join(' ')));
 	}

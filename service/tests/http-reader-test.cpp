@@ -6,7 +6,7 @@
 class HttpReaderTest : public QObject {
 	Q_OBJECT
 
-private slots:
+private Q_SLOTS:
 	void aRequestIsReadWhole()
 	{
 		HttpReader reader;

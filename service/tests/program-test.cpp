@@ -14,39 +14,39 @@
 
 #include <csignal>
 
-/// The program as its users run it.
+/** The program as its users run it. */
 class ProgramTest : public QObject {
 	Q_OBJECT
 
-	Certificate m_certificate;
-	QTemporaryDir m_dir;
-	std::unique_ptr<QProcess> m_program;
-	QString m_url;
-	QString m_signInUrl;
+	Certificate certificate;
+	QTemporaryDir dir;
+	std::unique_ptr<QProcess> program;
+	QString url;
+	QString signInUrl;
 
 	void start(const QStringList &arguments)
 	{
-		m_program = std::make_unique<QProcess>();
-		m_program->start(SERVICE_PROGRAM,
-				 QStringList{"--port", "0", "--sign-in-port", "0", "--certificate",
-					     m_certificate.file(), "--private-key", m_certificate.keyFile()} +
-					 arguments);
-		const bool said = QTest::qWaitFor([this] { return m_program->canReadLine(); }, 20000);
-		QVERIFY2(said, m_program->readAllStandardError().constData());
+		program = std::make_unique<QProcess>();
+		program->start(SERVICE_PROGRAM,
+			       QStringList{"--port", "0", "--sign-in-port", "0", "--certificate", certificate.file(),
+					   "--private-key", certificate.keyFile()} +
+				       arguments);
+		const bool said = QTest::qWaitFor([this] { return program->canReadLine(); }, 20000);
+		QVERIFY2(said, program->readAllStandardError().constData());
 		static const QRegularExpression form(R"(^listening on (wss://localhost:\d+/ws/audio-pipeline)\n$)");
-		const QRegularExpressionMatch match = form.match(QString::fromUtf8(m_program->readLine()));
+		const QRegularExpressionMatch match = form.match(QString::fromUtf8(program->readLine()));
 		QVERIFY2(match.hasMatch(), "the first line is not the ready line");
-		m_url = match.captured(1);
-		QVERIFY(QTest::qWaitFor([this] { return m_program->canReadLine(); }, 20000));
+		url = match.captured(1);
+		QVERIFY(QTest::qWaitFor([this] { return program->canReadLine(); }, 20000));
 		static const QRegularExpression signInForm(R"(^sign-in at (https://localhost:\d+/auth)\n$)");
-		const QRegularExpressionMatch signIn = signInForm.match(QString::fromUtf8(m_program->readLine()));
+		const QRegularExpressionMatch signIn = signInForm.match(QString::fromUtf8(program->readLine()));
 		QVERIFY2(signIn.hasMatch(), "the second line does not tell where to sign in");
-		m_signInUrl = signIn.captured(1);
+		signInUrl = signIn.captured(1);
 	}
 
 	void startScript(const QByteArray &json, const QStringList &arguments = {})
 	{
-		QFile file(m_dir.filePath("script.json"));
+		QFile file(dir.filePath("script.json"));
 		QVERIFY(file.open(QIODevice::WriteOnly));
 		file.write(json);
 		file.close();
@@ -56,8 +56,8 @@ class ProgramTest : public QObject {
 	// The object that a sign-in is answered with; empty when it is refused.
 	QJsonObject signIn(const QString &email, const QString &password)
 	{
-		QNetworkRequest request(QUrl(m_signInUrl + "/login"));
-		request.setSslConfiguration(m_certificate.clientTls());
+		QNetworkRequest request(QUrl(signInUrl + "/login"));
+		request.setSslConfiguration(certificate.clientTls());
 		request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
 		QNetworkAccessManager network;
 		const QJsonObject body{{"email", email}, {"password", password}};
@@ -72,11 +72,11 @@ class ProgramTest : public QObject {
 	// Output and exit status of a run that ends by itself.
 	static std::pair<QString, int> run(const QStringList &arguments)
 	{
-		QProcess program;
-		program.setProcessChannelMode(QProcess::MergedChannels);
-		program.start(SERVICE_PROGRAM, arguments);
-		const bool ended = program.waitForFinished(20000);
-		return {QString::fromUtf8(program.readAll()), ended ? program.exitCode() : -1};
+		QProcess process;
+		process.setProcessChannelMode(QProcess::MergedChannels);
+		process.start(SERVICE_PROGRAM, arguments);
+		const bool ended = process.waitForFinished(20000);
+		return {QString::fromUtf8(process.readAll()), ended ? process.exitCode() : -1};
 	}
 
 	QList<QJsonObject> lines(const QString &path) const
@@ -93,15 +93,15 @@ class ProgramTest : public QObject {
 		return result;
 	}
 
-private slots:
-	void initTestCase() { QVERIFY2(m_certificate.isValid(), "mkcert made no certificate"); }
+private Q_SLOTS:
+	void initTestCase() { QVERIFY2(certificate.isValid(), "mkcert made no certificate"); }
 
 	void cleanup()
 	{
-		if (m_program) {
-			m_program->terminate();
-			m_program->waitForFinished(20000);
-			m_program.reset();
+		if (program) {
+			program->terminate();
+			program->waitForFinished(20000);
+			program.reset();
 		}
 	}
 
@@ -125,8 +125,8 @@ private slots:
 
 	void faultsOfTheCommandLineAreNamed_data()
 	{
-		const QString certificate = m_certificate.file();
-		const QString key = m_certificate.keyFile();
+		const QString pem = certificate.file();
+		const QString key = certificate.keyFile();
 		QTest::addColumn<QStringList>("arguments");
 		QTest::addColumn<QString>("named");
 		QTest::addColumn<int>("status");
@@ -137,23 +137,22 @@ private slots:
 		QTest::newRow("no certificate file")
 			<< QStringList{"--certificate", "/no.pem", "--private-key", key} << "/no.pem" << 1;
 		QTest::newRow("no key file")
-			<< QStringList{"--certificate", certificate, "--private-key", "/no.pem"} << "/no.pem" << 1;
+			<< QStringList{"--certificate", pem, "--private-key", "/no.pem"} << "/no.pem" << 1;
 		QTest::newRow("no key in the file")
-			<< QStringList{"--certificate", certificate, "--private-key", certificate} << "no private key"
-			<< 1;
+			<< QStringList{"--certificate", pem, "--private-key", pem} << "no private key" << 1;
 		QTest::newRow("no script")
-			<< QStringList{"--certificate", certificate, "--private-key", key, "--script", "/no.json"}
-			<< "/no.json" << 1;
+			<< QStringList{"--certificate", pem, "--private-key", key, "--script", "/no.json"} << "/no.json"
+			<< 1;
 		QTest::newRow("record file")
-			<< QStringList{"--certificate", certificate, "--private-key", key, "--record", "/no/record"}
+			<< QStringList{"--certificate", pem, "--private-key", key, "--record", "/no/record"}
 			<< "/no/record" << 1;
 		QTest::newRow("sign-in port") << QStringList{"--sign-in-port", "-1"} << "--sign-in-port" << 2;
 		QTest::newRow("account without a file") << QStringList{"--add-account", "a@b"} << "--accounts" << 2;
 		QTest::newRow("no accounts file")
-			<< QStringList{"--certificate", certificate, "--private-key", key, "--accounts", "/no.json"}
+			<< QStringList{"--certificate", pem, "--private-key", key, "--accounts", "/no.json"}
 			<< "/no.json" << 1;
 		QTest::newRow("events file")
-			<< QStringList{"--certificate", certificate, "--private-key", key, "--events", "/no/events"}
+			<< QStringList{"--certificate", pem, "--private-key", key, "--events", "/no/events"}
 			<< "/no/events" << 1;
 	}
 
@@ -171,8 +170,8 @@ private slots:
 		QTcpServer other;
 		QVERIFY(other.listen(QHostAddress::LocalHost));
 		const QString port = QString::number(other.serverPort());
-		const auto [text, status] = run({"--certificate", m_certificate.file(), "--private-key",
-						 m_certificate.keyFile(), "--sign-in-port", "0", "--port", port});
+		const auto [text, status] = run({"--certificate", certificate.file(), "--private-key",
+						 certificate.keyFile(), "--sign-in-port", "0", "--port", port});
 		QCOMPARE(status, 1);
 		QVERIFY2(text.contains("port " + port), qPrintable(text));
 	}
@@ -182,8 +181,8 @@ private slots:
 		QTcpServer other;
 		QVERIFY(other.listen(QHostAddress::LocalHost));
 		const QString port = QString::number(other.serverPort());
-		const auto [text, status] = run({"--certificate", m_certificate.file(), "--private-key",
-						 m_certificate.keyFile(), "--port", "0", "--sign-in-port", port});
+		const auto [text, status] = run({"--certificate", certificate.file(), "--private-key",
+						 certificate.keyFile(), "--port", "0", "--sign-in-port", port});
 		QCOMPARE(status, 1);
 		QVERIFY2(text.contains("port " + port), qPrintable(text));
 	}
@@ -193,8 +192,8 @@ private slots:
 		start({"--max-target-languages", "2"});
 		const QJsonObject answer = signIn("demo@talvora.local", "talvora");
 		QCOMPARE(answer.value("max_target_languages").toInt(), 2);
-		TestClient c(m_certificate.clientTls());
-		QVERIFY(c.connectTo(m_url));
+		TestClient c(certificate.clientTls());
+		QVERIFY(c.connectTo(url));
 		c.sendAuth({}, "translated", "en", answer.value("token").toString());
 		QVERIFY(c.waitFor("auth_ok"));
 		QCOMPARE(c.all("auth_ok").first().value("maxTargetLanguages").toInt(), 2);
@@ -202,24 +201,24 @@ private slots:
 
 	void anAddedAccountCanSignIn()
 	{
-		const QString file = m_dir.filePath("accounts.json");
+		const QString file = dir.filePath("accounts.json");
 		for (const char *password : {"first", "second one "}) {
-			QProcess program;
-			program.start(SERVICE_PROGRAM, {"--accounts", file, "--add-account", "me@talvora.test",
+			QProcess process;
+			process.start(SERVICE_PROGRAM, {"--accounts", file, "--add-account", "me@talvora.test",
 							"--max-target-languages", "4"});
-			program.write(password);
-			program.write("\n");
-			program.closeWriteChannel();
-			QVERIFY(program.waitForFinished(60000));
-			QCOMPARE(program.exitCode(), 0);
+			process.write(password);
+			process.write("\n");
+			process.closeWriteChannel();
+			QVERIFY(process.waitForFinished(60000));
+			QCOMPARE(process.exitCode(), 0);
 		}
 		start({"--accounts", file});
 		QVERIFY2(signIn("me@talvora.test", "first").isEmpty(), "the password was not replaced");
 		const QJsonObject answer = signIn("me@talvora.test", "second one ");
 		QCOMPARE(answer.value("max_target_languages").toInt(), 4);
 		QVERIFY(!answer.value("token").toString().isEmpty());
-		TestClient c(m_certificate.clientTls());
-		QVERIFY(c.connectTo(m_url));
+		TestClient c(certificate.clientTls());
+		QVERIFY(c.connectTo(url));
 		c.sendAuth({}, "translated", "en", answer.value("token").toString());
 		QVERIFY(c.waitFor("auth_ok"));
 		QCOMPARE(c.all("auth_ok").first().value("maxTargetLanguages").toInt(), 4);
@@ -227,12 +226,12 @@ private slots:
 
 	void noAccountIsAddedWithoutAPassword()
 	{
-		const QString file = m_dir.filePath("none.json");
-		QProcess program;
-		program.start(SERVICE_PROGRAM, {"--accounts", file, "--add-account", "me@talvora.test"});
-		program.closeWriteChannel();
-		QVERIFY(program.waitForFinished(20000));
-		QCOMPARE(program.exitCode(), 1);
+		const QString file = dir.filePath("none.json");
+		QProcess process;
+		process.start(SERVICE_PROGRAM, {"--accounts", file, "--add-account", "me@talvora.test"});
+		process.closeWriteChannel();
+		QVERIFY(process.waitForFinished(20000));
+		QCOMPARE(process.exitCode(), 1);
 		QVERIFY(!QFile::exists(file));
 	}
 
@@ -247,23 +246,23 @@ private slots:
 	{
 		QFETCH(int, signal);
 		start({});
-		TestClient c(m_certificate.clientTls());
-		QVERIFY(c.start(m_url, {wants("es", true, true), wants("pt", false, true)}));
+		TestClient c(certificate.clientTls());
+		QVERIFY(c.start(url, {wants("es", true, true), wants("pt", false, true)}));
 		c.sendAudio(recordings::bytes(recordings::readSentence()));
 		QVERIFY(c.waitFor("transcript_interim"));
-		::kill(static_cast<pid_t>(m_program->processId()), signal);
-		QVERIFY(m_program->waitForFinished(20000));
-		QCOMPARE(m_program->exitStatus(), QProcess::NormalExit);
-		QCOMPARE(m_program->exitCode(), 0);
+		::kill(static_cast<pid_t>(program->processId()), signal);
+		QVERIFY(program->waitForFinished(20000));
+		QCOMPARE(program->exitStatus(), QProcess::NormalExit);
+		QCOMPARE(program->exitCode(), 0);
 		QVERIFY(c.waitForEnd());
 	}
 
 	void realSpeechIsCaptionedAndDubbed()
 	{
-		const QString events = m_dir.filePath("events");
+		const QString events = dir.filePath("events");
 		start({"--events", events, "--max-target-languages", "5"});
-		TestClient c(m_certificate.clientTls());
-		QVERIFY(c.start(m_url, {wants("es", true, true), wants("fr", true, true)}));
+		TestClient c(certificate.clientTls());
+		QVERIFY(c.start(url, {wants("es", true, true), wants("fr", true, true)}));
 		QCOMPARE(c.all("auth_ok").first().value("maxTargetLanguages").toInt(), 5);
 		c.sendAudio(recordings::bytes(recordings::silence(0.5)) +
 			    recordings::bytes(recordings::announcement("cannot-complete-as-dialed")) +
@@ -293,8 +292,8 @@ private slots:
 		const QByteArray rest = recordings::bytes(recordings::silence(30.0));
 		start({});
 		for (int session = 1; session <= 20; ++session) {
-			TestClient c(m_certificate.clientTls());
-			QVERIFY(c.start(m_url, {wants("es", true, true)}));
+			TestClient c(certificate.clientTls());
+			QVERIFY(c.start(url, {wants("es", true, true)}));
 			c.sendAudio(speech);
 			QVERIFY2(c.waitFor("transcript_final"),
 				 qPrintable(QStringLiteral("session %1 got no answer").arg(session)));
@@ -309,7 +308,7 @@ private slots:
 
 	void aScriptAnswersAndTheRecordKeepsWhatCame()
 	{
-		const QString record = m_dir.filePath("record");
+		const QString record = dir.filePath("record");
 		startScript(R"([{"expect":"auth"}, {"send":{"type":"auth_ok","maxTargetLanguages":2}},
 				{"after_audio_bytes":680}, {"send":{"type":"limit_warning","feature":"dubbed","minutesRemaining":3}},
 				{"after_ms":50},
@@ -317,8 +316,8 @@ private slots:
 				{"send_binary_hex":"0266720102"}, {"expect":"stop"},
 				{"send":{"type":"session_ended","usage":{}}}, {"close":true}])",
 			    {"--record", record});
-		TestClient c(m_certificate.clientTls());
-		QVERIFY(c.start(m_url, {wants("es", true, true)}));
+		TestClient c(certificate.clientTls());
+		QVERIFY(c.start(url, {wants("es", true, true)}));
 		c.sendAudio(QByteArray(680, 'a'));
 		QVERIFY(c.waitFor("binary", "fr"));
 		c.send({{"type", "stop"}});
@@ -350,17 +349,17 @@ private slots:
 	{
 		startScript(R"({"connections":[[{"expect":"auth"}, {"send":{"type":"auth_ok"}}, {"drop":true}],
 					       [{"expect":"auth"}, {"refuse_auth":"Expired"}, {"close":1008}]]})");
-		TestClient first(m_certificate.clientTls());
-		QVERIFY(first.start(m_url, {}));
+		TestClient first(certificate.clientTls());
+		QVERIFY(first.start(url, {}));
 		QVERIFY(first.waitForEnd());
-		TestClient second(m_certificate.clientTls());
-		QVERIFY(second.connectTo(m_url));
+		TestClient second(certificate.clientTls());
+		QVERIFY(second.connectTo(url));
 		second.sendAuth({});
 		QVERIFY(second.waitForEnd());
 		QCOMPARE(second.all("auth_error").first().value("error").toString(), "Expired");
 		QCOMPARE(second.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
-		TestClient third(m_certificate.clientTls());
-		QVERIFY(third.connectTo(m_url));
+		TestClient third(certificate.clientTls());
+		QVERIFY(third.connectTo(url));
 		third.sendAuth({});
 		QVERIFY2(third.waitFor("auth_error"), "the last connection's steps were not repeated");
 	}

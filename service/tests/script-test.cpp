@@ -9,7 +9,7 @@ using namespace script;
 class ScriptTest : public QObject {
 	Q_OBJECT
 
-private slots:
+private Q_SLOTS:
 	void everyStepIsUnderstood()
 	{
 		QString error;

@@ -6,7 +6,7 @@
 class SentenceTest : public QObject {
 	Q_OBJECT
 
-private slots:
+private Q_SLOTS:
 	void wordsBecomeASentence_data()
 	{
 		QTest::addColumn<QString>("words");

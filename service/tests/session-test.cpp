@@ -16,7 +16,7 @@
 
 namespace {
 
-// Instead of words, each sample is an order to the recogniser.
+/** Instead of words, each sample is an order to the recogniser. */
 constexpr char kStart = 1;
 constexpr char kPartial = 2;
 constexpr char kEnd = 3;
@@ -82,43 +82,43 @@ const QByteArray kUtterance = orders({kStart, kPartial, kEnd});
 class SessionTest : public QObject {
 	Q_OBJECT
 
-	Certificate m_certificate;
-	QTemporaryDir m_dir;
-	std::unique_ptr<EngineRoom> m_engines;
-	std::unique_ptr<EventLog> m_events;
-	std::unique_ptr<Recorder> m_recorder;
-	std::unique_ptr<Server> m_server;
+	Certificate certificate;
+	QTemporaryDir dir;
+	std::unique_ptr<EngineRoom> engines;
+	std::unique_ptr<EventLog> events;
+	std::unique_ptr<Recorder> recorder;
+	std::unique_ptr<Server> server;
 
 	void serve(int maxTargetLanguages = 0, int authTimeoutMs = 10000, bool recogniser = true,
 		   const std::optional<script::Script> &script = std::nullopt)
 	{
-		m_server.reset();
+		server.reset();
 		QString error;
-		const auto tls = loadTls(m_certificate.file(), m_certificate.keyFile(), &error);
+		const auto tls = loadTls(certificate.file(), certificate.keyFile(), &error);
 		QVERIFY2(tls, qPrintable(error));
-		m_engines = std::make_unique<EngineRoom>(
+		engines = std::make_unique<EngineRoom>(
 			[recogniser]() -> std::unique_ptr<Recogniser> {
 				return recogniser ? std::make_unique<FakeRecogniser>() : nullptr;
 			},
 			std::make_unique<FakeTranslator>(), std::make_unique<FakeSynthesiser>());
-		m_events = std::make_unique<EventLog>();
-		QVERIFY(m_events->open(m_dir.filePath("events")));
-		m_recorder = std::make_unique<Recorder>();
-		QVERIFY(m_recorder->open(m_dir.filePath("record")));
+		events = std::make_unique<EventLog>();
+		QVERIFY(events->open(dir.filePath("events")));
+		recorder = std::make_unique<Recorder>();
+		QVERIFY(recorder->open(dir.filePath("record")));
 		Server::Settings settings;
 		settings.session.key = "tak_live_local";
 		settings.session.maxTargetLanguages = maxTargetLanguages;
 		settings.session.authTimeoutMs = authTimeoutMs;
 		settings.script = script;
-		m_server = std::make_unique<Server>(*tls, settings, m_engines.get(), *m_events, *m_recorder);
-		QVERIFY2(m_server->listen(0), qPrintable(m_server->errorString()));
+		server = std::make_unique<Server>(*tls, settings, engines.get(), *events, *recorder);
+		QVERIFY2(server->listen(0), qPrintable(server->errorString()));
 	}
 
-	TestClient client() { return TestClient(m_certificate.clientTls()); }
+	TestClient client() { return TestClient(certificate.clientTls()); }
 
 	QList<QJsonObject> lines(const QString &name) const
 	{
-		QFile file(m_dir.filePath(name));
+		QFile file(dir.filePath(name));
 		QList<QJsonObject> result;
 		if (file.open(QIODevice::ReadOnly)) {
 			for (const QByteArray &line : file.readAll().split('\n')) {
@@ -143,26 +143,26 @@ class SessionTest : public QObject {
 	void verifyServing()
 	{
 		TestClient other = client();
-		QVERIFY2(other.start(m_server->url(), {wants("es", false, true)}),
+		QVERIFY2(other.start(server->url(), {wants("es", false, true)}),
 			 "the service does not answer any more");
 		other.sendAudio(kUtterance);
 		QVERIFY2(other.waitFor("caption", "es"), "the service does not hear any more");
 	}
 
-private slots:
-	void initTestCase() { QVERIFY2(m_certificate.isValid(), "mkcert made no certificate"); }
+private Q_SLOTS:
+	void initTestCase() { QVERIFY2(certificate.isValid(), "mkcert made no certificate"); }
 	void init() { serve(); }
 	void cleanup()
 	{
-		m_server.reset();
-		m_engines.reset();
+		server.reset();
+		engines.reset();
 	}
 
 	void theRightKeyIsWelcomed()
 	{
 		serve(4);
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {}));
+		QVERIFY(c.start(server->url(), {}));
 		const QJsonObject answer = c.all("auth_ok").first();
 		QCOMPARE(answer.value("maxTargetLanguages").toInt(-1), 4);
 		QVERIFY(answer.value("limits").isObject());
@@ -172,7 +172,7 @@ private slots:
 	void anotherKeyIsRefusedAndTheConnectionClosed()
 	{
 		TestClient c = client();
-		QVERIFY(c.connectTo(m_server->url()));
+		QVERIFY(c.connectTo(server->url()));
 		c.sendAuth({}, "translated", "en", "tak_live_other");
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.order(), QStringList{"auth_error"});
@@ -182,7 +182,7 @@ private slots:
 	void anotherPathIsRefused()
 	{
 		TestClient c = client();
-		c.socket.open(QUrl(m_server->url().replace("/ws/audio-pipeline", "/ws/other")));
+		c.socket.open(QUrl(server->url().replace("/ws/audio-pipeline", "/ws/other")));
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
 		QVERIFY(c.received.isEmpty());
@@ -191,7 +191,7 @@ private slots:
 	void anUtteranceIsAnsweredInOrder()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", true, true)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("tts_end", "es"));
 		QStringList order = c.order();
@@ -216,7 +216,7 @@ private slots:
 	{
 		for (int id = 1; id <= 3; ++id) {
 			TestClient c = client();
-			QVERIFY(c.start(m_server->url(), {wants("es", false, true)}));
+			QVERIFY(c.start(server->url(), {wants("es", false, true)}));
 			c.sendAudio(kUtterance);
 			QVERIFY(c.waitFor("caption"));
 			QCOMPARE(c.all("caption").first().value("clipId").toInt(), id);
@@ -226,7 +226,7 @@ private slots:
 	void captionsAndDubsGoToTheLanguagesThatAskedForThem()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(),
+		QVERIFY(c.start(server->url(),
 				{wants("en", true, true), wants("es", false, true), wants("fr", true, false)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("tts_end", "fr"));
@@ -239,7 +239,7 @@ private slots:
 	void captionsInTheSpokenLanguagePassThrough()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("en", false, true)}));
+		QVERIFY(c.start(server->url(), {wants("en", false, true)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("caption", "en"));
 		QCOMPARE(c.all("caption").first().value("text").toString(), "I am here.");
@@ -248,7 +248,7 @@ private slots:
 	void originalModeCaptionsCarryTheSpokenTextAndDubsGoOn()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("de", false, true), wants("es", true, true)}, "original"));
+		QVERIFY(c.start(server->url(), {wants("de", false, true), wants("es", true, true)}, "original"));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("tts_end", "es"));
 		QCOMPARE(c.all("caption").size(), 2);
@@ -261,7 +261,7 @@ private slots:
 	{
 		TestClient c = client();
 		const QJsonArray targets{wants("de", true, true), wants("ja", false, true)};
-		QVERIFY(c.start(m_server->url(), targets));
+		QVERIFY(c.start(server->url(), targets));
 		QVERIFY(c.waitFor("transcript_interim"));
 		c.send({{"type", "config_update"}, {"captionMode", "translated"}, {"targetLanguages", targets}});
 		c.sendAudio(orders({kStart, kEnd}));
@@ -280,7 +280,7 @@ private slots:
 	void aFailedTranslationIsCaptionedInEnglishAndNotDubbed()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("it", true, true)}));
+		QVERIFY(c.start(server->url(), {wants("it", true, true)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("caption", "it"));
 		QCOMPARE(c.all("caption").first().value("text").toString(), "[English] I am here.");
@@ -293,7 +293,7 @@ private slots:
 	void anotherSpokenLanguageIsToldToBeUnknownAndNothingIsHeard()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}, "translated", "fr"));
+		QVERIFY(c.start(server->url(), {wants("es", true, true)}, "translated", "fr"));
 		QVERIFY(c.waitFor("transcript_interim"));
 		QCOMPARE(c.all("transcript_interim").first().value("text").toString(),
 			 "Only English can be recognised here: while the spoken language is set to French, there will "
@@ -309,7 +309,7 @@ private slots:
 	{
 		serve(0, 10000, false);
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", true, true)}));
 		QVERIFY(c.waitFor("transcript_interim"));
 		QVERIFY(c.all("transcript_interim").first().value("text").toString().contains("not available"));
 	}
@@ -318,7 +318,7 @@ private slots:
 	{
 		serve(1);
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", false, true), wants("fr", false, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", false, true), wants("fr", false, true)}));
 		QVERIFY(c.waitFor("transcript_interim"));
 		QCOMPARE(c.all("transcript_interim").first().value("text").toString(),
 			 "Only the first 1 target languages are served.");
@@ -330,7 +330,7 @@ private slots:
 	void aConfigUpdateTakesEffect()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", false, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", false, true)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("caption", "es"));
 		const int prepared = FakeTranslator::prepared;
@@ -354,7 +354,7 @@ private slots:
 	{
 		constexpr qsizetype clips = 5;
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", true, true)}));
 		for (qsizetype i = 0; i < clips; ++i) {
 			c.sendAudio(kUtterance);
 		}
@@ -376,7 +376,7 @@ private slots:
 	void stopIsAnsweredWithTheUsageAndAClose()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("en", false, true), wants("es", true, true)}));
+		QVERIFY(c.start(server->url(), {wants("en", false, true), wants("es", true, true)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("tts_end", "es"));
 		c.send({{"type", "stop"}});
@@ -392,7 +392,7 @@ private slots:
 	void stopBeforeAuthenticationEndsWithNothingUsed()
 	{
 		TestClient c = client();
-		QVERIFY(c.connectTo(m_server->url()));
+		QVERIFY(c.connectTo(server->url()));
 		c.send({{"type", "stop"}});
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.order(), QStringList{"session_ended"});
@@ -403,7 +403,7 @@ private slots:
 	void anUtteranceWithoutWordsIsNotAnswered()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", true, true)}));
 		c.sendAudio(orders({kStart, kMumble, kStart, kEnd}));
 		QVERIFY(c.waitFor("caption", "es"));
 		QCOMPARE(c.all("transcript_final").size(), 1);
@@ -414,7 +414,7 @@ private slots:
 	{
 		serve(0, 200);
 		TestClient c = client();
-		QVERIFY(c.connectTo(m_server->url()));
+		QVERIFY(c.connectTo(server->url()));
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
 		QVERIFY(c.received.isEmpty());
@@ -423,7 +423,7 @@ private slots:
 	void audioBeforeAuthenticationIsNotHeard()
 	{
 		TestClient c = client();
-		QVERIFY(c.connectTo(m_server->url()));
+		QVERIFY(c.connectTo(server->url()));
 		c.sendAudio(kUtterance);
 		c.sendAuth({wants("es", false, true)});
 		QVERIFY(c.waitFor("auth_ok"));
@@ -455,7 +455,7 @@ private slots:
 	{
 		QFETCH(QString, text);
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {}));
+		QVERIFY(c.start(server->url(), {}));
 		c.socket.sendTextMessage(text);
 		c.send({{"type", "config_update"}, {"targetLanguages", QJsonArray{wants("es", false, true)}}});
 		c.sendAudio(kUtterance);
@@ -466,7 +466,7 @@ private slots:
 	void oddNumbersOfAudioBytesAreHeard()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", false, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", false, true)}));
 		for (const char byte : kUtterance) {
 			c.socket.sendBinaryMessage(QByteArray(1, byte));
 			c.socket.sendBinaryMessage(QByteArray());
@@ -485,7 +485,7 @@ private slots:
 	{
 		QFETCH(bool, text);
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {}));
+		QVERIFY(c.start(server->url(), {}));
 		const auto tooLong = static_cast<qsizetype>(Connection::kLongestMessage) + 1;
 		if (text) {
 			c.socket.sendTextMessage(QString(tooLong, 'x'));
@@ -499,7 +499,7 @@ private slots:
 	void aFloodOfAudioIsDroppedAndTheServiceGoesOn()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {}));
+		QVERIFY(c.start(server->url(), {}));
 		const QByteArray frame(200000, '\0');
 		for (int i = 0; i < 100; ++i) {
 			c.socket.sendBinaryMessage(frame);
@@ -522,9 +522,9 @@ private slots:
 		serve(0, 10000, true, script::Script::parse(QJsonDocument(steps).toJson(), {}, &error));
 		QVERIFY2(error.isEmpty(), qPrintable(error));
 		QSslSocket idle;
-		idle.setSslConfiguration(m_certificate.clientTls());
+		idle.setSslConfiguration(certificate.clientTls());
 		idle.setReadBufferSize(4096);
-		idle.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(m_server->url()).port()));
+		idle.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(server->url()).port()));
 		QVERIFY(QTest::qWaitFor([&] { return idle.isEncrypted(); }, TestClient::kTimeoutMs));
 		idle.write("GET /ws/audio-pipeline HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\n"
 			   "Connection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
@@ -550,7 +550,7 @@ private slots:
 		serve(0, 10000, true, script::Script::parse(QJsonDocument(steps).toJson(), {}, &error));
 		QVERIFY2(error.isEmpty(), qPrintable(error));
 		TestClient c = client();
-		QVERIFY(c.connectTo(m_server->url()));
+		QVERIFY(c.connectTo(server->url()));
 		c.sendAuth({});
 		for (int i = 1; i <= clips; ++i) {
 			QVERIFY2(c.waitFor("tts_end", "es", i), "dropped although it reads");
@@ -563,7 +563,7 @@ private slots:
 	{
 		for (int i = 0; i < 5; ++i) {
 			TestClient c = client();
-			QVERIFY(c.start(m_server->url(), {wants("es", true, true), wants("fr", true, true)}));
+			QVERIFY(c.start(server->url(), {wants("es", true, true), wants("fr", true, true)}));
 			c.sendAudio(kUtterance + kUtterance + orders({kStart, kPartial}));
 			QVERIFY(c.waitFor("transcript_final"));
 			c.socket.abort();
@@ -575,7 +575,7 @@ private slots:
 	{
 		serve(0, 1000);
 		QTcpSocket plain;
-		plain.connectToHost("127.0.0.1", static_cast<quint16>(QUrl(m_server->url()).port()));
+		plain.connectToHost("127.0.0.1", static_cast<quint16>(QUrl(server->url()).port()));
 		QVERIFY(QTest::qWaitFor([&] { return plain.state() == QAbstractSocket::ConnectedState; }));
 		plain.write("GET / HTTP/1.1\r\n\r\n");
 		QVERIFY(QTest::qWaitFor([&] { return plain.state() == QAbstractSocket::UnconnectedState; }, 15000));
@@ -586,8 +586,8 @@ private slots:
 	{
 		serve(0, 1000);
 		QSslSocket tls;
-		tls.setSslConfiguration(m_certificate.clientTls());
-		tls.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(m_server->url()).port()));
+		tls.setSslConfiguration(certificate.clientTls());
+		tls.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(server->url()).port()));
 		QVERIFY(QTest::qWaitFor([&] { return tls.isEncrypted(); }, 15000));
 		tls.write(QByteArray(100000, 'x') + "\r\n\r\n");
 		QVERIFY(QTest::qWaitFor([&] { return tls.state() == QAbstractSocket::UnconnectedState; }, 15000));
@@ -598,8 +598,8 @@ private slots:
 	{
 		std::vector<std::unique_ptr<TestClient>> clients;
 		for (int i = 0; i < 10; ++i) {
-			clients.push_back(std::make_unique<TestClient>(m_certificate.clientTls()));
-			clients.back()->socket.open(QUrl(m_server->url()));
+			clients.push_back(std::make_unique<TestClient>(certificate.clientTls()));
+			clients.back()->socket.open(QUrl(server->url()));
 		}
 		for (const auto &c : clients) {
 			QVERIFY(QTest::qWaitFor([&] { return c->socket.state() == QAbstractSocket::ConnectedState; },
@@ -620,11 +620,11 @@ private slots:
 	{
 		std::vector<std::unique_ptr<TestClient>> clients;
 		for (int i = 0; i < Server::kMostConnections; ++i) {
-			clients.push_back(std::make_unique<TestClient>(m_certificate.clientTls()));
-			QVERIFY(clients.back()->start(m_server->url(), {}));
+			clients.push_back(std::make_unique<TestClient>(certificate.clientTls()));
+			QVERIFY(clients.back()->start(server->url(), {}));
 		}
 		TestClient c = client();
-		c.socket.open(QUrl(m_server->url()));
+		c.socket.open(QUrl(server->url()));
 		QVERIFY(c.waitForEnd());
 		QCOMPARE(c.socket.closeCode(), QWebSocketProtocol::CloseCodePolicyViolated);
 		QVERIFY(c.received.isEmpty());
@@ -636,7 +636,7 @@ private slots:
 	void whatClientsSendIsRecorded()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {}));
+		QVERIFY(c.start(server->url(), {}));
 		const QString odd = R"({ "type" : "x" })";
 		c.socket.sendTextMessage(odd);
 		c.socket.sendBinaryMessage(QByteArray(320, 'a'));
@@ -655,7 +655,7 @@ private slots:
 		QCOMPARE(record.at(4).value("bytes").toInt(), 40);
 		QCOMPARE(record.at(4).value("offset").toInt(), 320);
 		QVERIFY(record.at(4).value("mono_ms").toInteger() > 0);
-		QFile pcm(m_dir.filePath("record.1.pcm"));
+		QFile pcm(dir.filePath("record.1.pcm"));
 		QVERIFY(pcm.open(QIODevice::ReadOnly));
 		QCOMPARE(pcm.readAll(), QByteArray(320, 'a') + QByteArray(40, 'b'));
 	}
@@ -663,7 +663,7 @@ private slots:
 	void eventsTellWhatHappenedWhen()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {wants("es", true, true)}));
+		QVERIFY(c.start(server->url(), {wants("es", true, true)}));
 		c.sendAudio(kUtterance);
 		QVERIFY(c.waitFor("tts_end", "es"));
 		QStringList names;
@@ -683,8 +683,8 @@ private slots:
 	void noKeyIsWrittenToTheEvents()
 	{
 		TestClient c = client();
-		QVERIFY(c.start(m_server->url(), {}));
-		QFile file(m_dir.filePath("events"));
+		QVERIFY(c.start(server->url(), {}));
+		QFile file(dir.filePath("events"));
 		QVERIFY(file.open(QIODevice::ReadOnly));
 		QVERIFY(!file.readAll().contains("tak_live_local"));
 	}

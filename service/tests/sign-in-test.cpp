@@ -17,7 +17,7 @@
 namespace {
 
 constexpr int kTimeoutMs = 20000;
-// Enough for a test, and done at once.
+/** Enough for a test, and done at once. */
 constexpr int kQuick = 100;
 const QByteArray kJson = "application/json";
 const QByteArray kForm = "application/x-www-form-urlencoded";
@@ -33,21 +33,21 @@ struct Reply {
 
 } // namespace
 
-/// The sign-in over real TLS, as the plug-in and a browser use it.
+/** The sign-in over real TLS, as the plug-in and a browser use it. */
 class SignInTest : public QObject {
 	Q_OBJECT
 
-	Certificate m_certificate;
-	QNetworkAccessManager m_network;
-	EventLog m_events;
-	std::unique_ptr<TokenStore> m_tokens;
-	std::unique_ptr<SignIn> m_signIn;
+	Certificate certificate;
+	QNetworkAccessManager network;
+	EventLog events;
+	std::unique_ptr<TokenStore> tokens;
+	std::unique_ptr<SignIn> signIn;
 
 	void serve(int maxTargetLanguages = 0, int timeoutMs = 10000)
 	{
-		m_signIn.reset();
+		signIn.reset();
 		QString error;
-		const auto tls = loadTls(m_certificate.file(), m_certificate.keyFile(), &error);
+		const auto tls = loadTls(certificate.file(), certificate.keyFile(), &error);
 		QVERIFY2(tls, qPrintable(error));
 		Accounts accounts;
 		accounts.put(Account::withPassword("user@talvora.test", "right one ", kQuick));
@@ -60,22 +60,22 @@ class SignInTest : public QObject {
 		Account failing = Account::withPassword("failing@talvora.test", "right", kQuick);
 		failing.fails = true;
 		accounts.put(failing);
-		m_tokens = std::make_unique<TokenStore>();
-		m_signIn = std::make_unique<SignIn>(*tls, SignIn::Settings{accounts, maxTargetLanguages, timeoutMs},
-						    *m_tokens, m_events);
-		QVERIFY2(m_signIn->listen(0), qPrintable(m_signIn->errorString()));
+		tokens = std::make_unique<TokenStore>();
+		signIn = std::make_unique<SignIn>(*tls, SignIn::Settings{accounts, maxTargetLanguages, timeoutMs},
+						  *tokens, events);
+		QVERIFY2(signIn->listen(0), qPrintable(signIn->errorString()));
 	}
 
 	Reply send(const QByteArray &method, const QString &path, const QByteArray &body = {},
 		   const QByteArray &type = {})
 	{
-		QNetworkRequest request(QUrl(m_signIn->url() + path));
-		request.setSslConfiguration(m_certificate.clientTls());
+		QNetworkRequest request(QUrl(signIn->url() + path));
+		request.setSslConfiguration(certificate.clientTls());
 		request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
 		if (!type.isEmpty()) {
 			request.setHeader(QNetworkRequest::ContentTypeHeader, type);
 		}
-		const std::unique_ptr<QNetworkReply> reply(m_network.sendCustomRequest(request, method, body));
+		const std::unique_ptr<QNetworkReply> reply(network.sendCustomRequest(request, method, body));
 		if (!QTest::qWaitFor([&] { return reply->isFinished(); }, kTimeoutMs)) {
 			return {};
 		}
@@ -115,8 +115,8 @@ class SignInTest : public QObject {
 	QByteArray exchange(const QByteArray &bytes)
 	{
 		QSslSocket socket;
-		socket.setSslConfiguration(m_certificate.clientTls());
-		socket.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(m_signIn->url()).port()));
+		socket.setSslConfiguration(certificate.clientTls());
+		socket.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(signIn->url()).port()));
 		if (!QTest::qWaitFor([&] { return socket.isEncrypted(); }, kTimeoutMs)) {
 			return "no connection";
 		}
@@ -127,10 +127,10 @@ class SignInTest : public QObject {
 		return socket.readAll();
 	}
 
-private slots:
-	void initTestCase() { QVERIFY2(m_certificate.isValid(), "mkcert made no certificate"); }
+private Q_SLOTS:
+	void initTestCase() { QVERIFY2(certificate.isValid(), "mkcert made no certificate"); }
 	void init() { serve(); }
-	void cleanup() { m_signIn.reset(); }
+	void cleanup() { signIn.reset(); }
 
 	void theRightPasswordGivesAKeyThatIsAccepted()
 	{
@@ -140,7 +140,7 @@ private slots:
 		const QJsonObject body = QJsonDocument::fromJson(reply.body).object();
 		QCOMPARE(body.keys(), (QStringList{"max_target_languages", "token"}));
 		QCOMPARE(body.value("max_target_languages").toInt(-1), 0);
-		QVERIFY(m_tokens->maxTargetLanguages(body.value("token").toString()));
+		QVERIFY(tokens->maxTargetLanguages(body.value("token").toString()));
 	}
 
 	void theAddressMayBeWrittenInAnyCase() { QCOMPARE(login(" USER@Talvora.Test ", "right one ").status, 200); }
@@ -151,7 +151,7 @@ private slots:
 		const auto limit = [this](const QString &email, const QString &password) {
 			const QJsonObject body = QJsonDocument::fromJson(login(email, password).body).object();
 			const int told = body.value("max_target_languages").toInt(-1);
-			return m_tokens->maxTargetLanguages(body.value("token").toString()) == told ? told : -2;
+			return tokens->maxTargetLanguages(body.value("token").toString()) == told ? told : -2;
 		};
 		QCOMPARE(limit("limited@talvora.test", "right"), 2);
 		QCOMPARE(limit("user@talvora.test", "right one "), 5);
@@ -282,7 +282,7 @@ private slots:
 		QCOMPARE(query.queryItems().size(), 3);
 		QCOMPARE(query.queryItemValue("state"), kState);
 		QCOMPARE(query.queryItemValue("max_target_languages"), "3");
-		QCOMPARE(m_tokens->maxTargetLanguages(query.queryItemValue("token")), std::optional<int>(3));
+		QCOMPARE(tokens->maxTargetLanguages(query.queryItemValue("token")), std::optional<int>(3));
 	}
 
 	void decliningIsToldToTheProgramThatAsked()
@@ -386,8 +386,8 @@ private slots:
 
 	void aClientThatDoesNotTrustTheCertificateGetsNothing()
 	{
-		QNetworkRequest request(QUrl(m_signIn->url() + "/login"));
-		const std::unique_ptr<QNetworkReply> reply(m_network.get(request));
+		QNetworkRequest request(QUrl(signIn->url() + "/login"));
+		const std::unique_ptr<QNetworkReply> reply(network.get(request));
 		QVERIFY(QTest::qWaitFor([&] { return reply->isFinished(); }, kTimeoutMs));
 		QCOMPARE(reply->error(), QNetworkReply::SslHandshakeFailedError);
 	}
@@ -436,7 +436,7 @@ private slots:
 	{
 		serve(0, 1000);
 		QTcpSocket plain;
-		plain.connectToHost("127.0.0.1", static_cast<quint16>(QUrl(m_signIn->url()).port()));
+		plain.connectToHost("127.0.0.1", static_cast<quint16>(QUrl(signIn->url()).port()));
 		QVERIFY(QTest::qWaitFor([&] { return plain.state() == QAbstractSocket::ConnectedState; }));
 		plain.write("GET / HTTP/1.1\r\n\r\n");
 		QVERIFY(QTest::qWaitFor([&] { return plain.state() == QAbstractSocket::UnconnectedState; },
@@ -449,8 +449,8 @@ private slots:
 	{
 		for (int i = 0; i < 5; ++i) {
 			QSslSocket socket;
-			socket.setSslConfiguration(m_certificate.clientTls());
-			socket.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(m_signIn->url()).port()));
+			socket.setSslConfiguration(certificate.clientTls());
+			socket.connectToHostEncrypted("localhost", static_cast<quint16>(QUrl(signIn->url()).port()));
 			QVERIFY(QTest::qWaitFor([&] { return socket.isEncrypted(); }, kTimeoutMs));
 			const QByteArray body = R"({"email":"user@talvora.test","password":"right one "})";
 			socket.write("POST /auth/login HTTP/1.1\r\nHost: a\r\nContent-Type: application/json\r\n"
@@ -467,9 +467,9 @@ private slots:
 		std::vector<std::unique_ptr<QSslSocket>> sockets;
 		for (int i = 0; i < HttpServer::kMostConnections + 1; ++i) {
 			sockets.push_back(std::make_unique<QSslSocket>());
-			sockets.back()->setSslConfiguration(m_certificate.clientTls());
+			sockets.back()->setSslConfiguration(certificate.clientTls());
 			sockets.back()->connectToHostEncrypted("localhost",
-							       static_cast<quint16>(QUrl(m_signIn->url()).port()));
+							       static_cast<quint16>(QUrl(signIn->url()).port()));
 			QVERIFY(QTest::qWaitFor([&] { return sockets.back()->isEncrypted(); }, kTimeoutMs));
 		}
 		QVERIFY2(QTest::qWaitFor([&] { return sockets.back()->state() == QAbstractSocket::UnconnectedState; },

@@ -13,7 +13,7 @@ QByteArray compact(const QJsonObject &object)
 	return QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
-// Whether a receiver with these clips open sees a tag at `at`; gives its language.
+/** Whether a receiver with these clips open sees a tag at `at`; gives its language. */
 bool tagAt(const QByteArray &frame, qsizetype at, const QStringList &open, QString *language)
 {
 	if (at + 2 >= frame.size()) {
@@ -27,7 +27,7 @@ bool tagAt(const QByteArray &frame, qsizetype at, const QStringList &open, QStri
 	return isLanguageTag(*language) && open.contains(*language);
 }
 
-// What such a receiver takes out of one frame, per language.
+/** What such a receiver takes out of one frame, per language. */
 QMap<QString, QByteArray> taken(const QByteArray &frame, const QStringList &open)
 {
 	QMap<QString, QByteArray> result;
@@ -49,7 +49,7 @@ QMap<QString, QByteArray> taken(const QByteArray &frame, const QStringList &open
 class WireTest : public QObject {
 	Q_OBJECT
 
-private slots:
+private Q_SLOTS:
 	void messagesHaveTheAgreedShape()
 	{
 		QCOMPARE(compact(messages::authOk(3)),

@@ -5,7 +5,7 @@
 
 #include <chrono>
 
-/// Milliseconds of the system's monotonic clock (CLOCK_MONOTONIC), comparable between processes of one machine.
+/** Milliseconds of the system's monotonic clock (CLOCK_MONOTONIC), comparable between processes of one machine. */
 inline qint64 monotonicMs()
 {
 	using namespace std::chrono;

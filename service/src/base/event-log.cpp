@@ -8,8 +8,8 @@
 
 bool EventLog::open(const QString &path)
 {
-	m_file.setFileName(path);
-	return m_file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+	file.setFileName(path);
+	return file.open(QIODevice::WriteOnly | QIODevice::Truncate);
 }
 
 void EventLog::write(const QString &event, int connection, QJsonObject details)
@@ -19,8 +19,8 @@ void EventLog::write(const QString &event, int connection, QJsonObject details)
 
 void EventLog::writeAt(qint64 monoMs, const QString &event, int connection, QJsonObject details)
 {
-	const std::scoped_lock lock(m_mutex);
-	if (!m_file.isOpen()) {
+	const std::scoped_lock lock(mutex);
+	if (!file.isOpen()) {
 		return;
 	}
 	const QDateTime wall = QDateTime::currentDateTimeUtc().addMSecs(monoMs - monotonicMs());
@@ -28,6 +28,6 @@ void EventLog::writeAt(qint64 monoMs, const QString &event, int connection, QJso
 	details.insert("connection", connection);
 	details.insert("mono_ms", monoMs);
 	details.insert("wall", wall.toString(Qt::ISODateWithMs));
-	m_file.write(QJsonDocument(details).toJson(QJsonDocument::Compact) + '\n');
-	m_file.flush();
+	file.write(QJsonDocument(details).toJson(QJsonDocument::Compact) + '\n');
+	file.flush();
 }

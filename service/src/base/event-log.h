@@ -7,17 +7,19 @@
 
 #include <mutex>
 
-/// Writes what the service does as JSON lines, each with "event", "mono_ms" (CLOCK_MONOTONIC) and "wall" (UTC).
-/// Callable from any thread. Without a file it does nothing.
+/**
+ * Writes what the service does as JSON lines, each with "event", "mono_ms" (CLOCK_MONOTONIC) and "wall" (UTC).
+ * Callable from any thread. Without a file it does nothing.
+ */
 class EventLog {
 public:
-	/// False when the file cannot be written.
+	/** False when the file cannot be written. */
 	bool open(const QString &path);
 	void write(const QString &event, int connection, QJsonObject details = {});
-	/// The same for something that happened at an earlier `monoMs`.
+	/** The same for something that happened at an earlier `monoMs`. */
 	void writeAt(qint64 monoMs, const QString &event, int connection, QJsonObject details = {});
 
 private:
-	std::mutex m_mutex;
-	QFile m_file;
+	std::mutex mutex;
+	QFile file;
 };

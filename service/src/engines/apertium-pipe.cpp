@@ -12,7 +12,7 @@ namespace {
 constexpr int kAnswerMs = 5000;
 constexpr int kCommandMs = 5000;
 constexpr int kEndMs = 1000;
-// Without this marker after it the last full stop of a sentence would be lost.
+/** Without this marker after it the last full stop of a sentence would be lost. */
 constexpr const char *kEndMarker = "[][\n]";
 
 QString modeFile(const QString &mode)
@@ -20,7 +20,7 @@ QString modeFile(const QString &mode)
 	return QStringLiteral("/usr/share/apertium/modes/%1.mode").arg(mode);
 }
 
-// The mode's pipeline as a shell command whose programs flush after every NUL byte.
+/** The mode's pipeline as a shell command whose programs flush after every NUL byte. */
 QString pipelineCommand(const QString &mode)
 {
 	QProcess process;
@@ -31,7 +31,7 @@ QString pipelineCommand(const QString &mode)
 	return QString::fromUtf8(process.readAllStandardOutput());
 }
 
-// Escapes what has a meaning in Apertium's stream format.
+/** Escapes what has a meaning in Apertium's stream format. */
 QString escaped(const QString &text)
 {
 	static const QString special = QStringLiteral("\\[]{}^$/<>@");
@@ -70,7 +70,7 @@ bool ApertiumPipe::isInstalled(const QString &mode)
 	return QFileInfo::exists(modeFile(mode));
 }
 
-ApertiumPipe::ApertiumPipe(QString mode) : m_mode(std::move(mode)) {}
+ApertiumPipe::ApertiumPipe(QString mode_) : mode(std::move(mode_)) {}
 
 ApertiumPipe::~ApertiumPipe()
 {
@@ -79,38 +79,38 @@ ApertiumPipe::~ApertiumPipe()
 
 void ApertiumPipe::start()
 {
-	if (m_process && m_process->state() != QProcess::NotRunning) {
+	if (process && process->state() != QProcess::NotRunning) {
 		return;
 	}
 	stop();
-	const QString command = pipelineCommand(m_mode);
+	const QString command = pipelineCommand(mode);
 	if (command.isEmpty()) {
 		return;
 	}
-	m_process = std::make_unique<QProcess>();
+	process = std::make_unique<QProcess>();
 	QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
 	environment.insert(QStringLiteral("LC_ALL"), QStringLiteral("C.UTF-8"));
-	m_process->setProcessEnvironment(environment);
-	m_process->setStandardErrorFile(QProcess::nullDevice());
+	process->setProcessEnvironment(environment);
+	process->setStandardErrorFile(QProcess::nullDevice());
 	// A process group of their own: Ctrl-C at the terminal reaches the service alone, which ends them itself.
-	m_process->setChildProcessModifier([] { setpgid(0, 0); });
+	process->setChildProcessModifier([] { setpgid(0, 0); });
 	// Arguments of the pipeline: words that it does not know stay unmarked, and no other option.
-	m_process->start(QStringLiteral("bash"),
-			 {QStringLiteral("-c"), command, QStringLiteral("pipeline"), QStringLiteral("-n"), QString()});
+	process->start(QStringLiteral("bash"),
+		       {QStringLiteral("-c"), command, QStringLiteral("pipeline"), QStringLiteral("-n"), QString()});
 	write(QStringLiteral("Hello."));
-	m_warmUpUnread = true;
+	warmUpUnread = true;
 }
 
 std::optional<QString> ApertiumPipe::translate(const QString &text)
 {
 	start();
-	if (!m_process) {
+	if (!process) {
 		return std::nullopt;
 	}
 	write(text);
 	std::optional<QString> answer;
-	if (!m_warmUpUnread || read()) {
-		m_warmUpUnread = false;
+	if (!warmUpUnread || read()) {
+		warmUpUnread = false;
 		answer = read();
 	}
 	if (!answer) {
@@ -123,7 +123,7 @@ void ApertiumPipe::write(const QString &text)
 {
 	QByteArray bytes = escaped(text).toUtf8() + kEndMarker;
 	bytes.append('\0');
-	m_process->write(bytes);
+	process->write(bytes);
 }
 
 std::optional<QString> ApertiumPipe::read()
@@ -132,7 +132,7 @@ std::optional<QString> ApertiumPipe::read()
 	QByteArray answer;
 	while (true) {
 		char c = 0;
-		while (m_process->getChar(&c)) {
+		while (process->getChar(&c)) {
 			if (c != '\0') {
 				answer.append(c);
 				continue;
@@ -142,7 +142,7 @@ std::optional<QString> ApertiumPipe::read()
 			}
 			return unescaped(QString::fromUtf8(answer));
 		}
-		if (deadline.hasExpired() || !m_process->waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
+		if (deadline.hasExpired() || !process->waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
 			return std::nullopt;
 		}
 	}
@@ -150,15 +150,15 @@ std::optional<QString> ApertiumPipe::read()
 
 void ApertiumPipe::stop()
 {
-	if (!m_process) {
+	if (!process) {
 		return;
 	}
-	const qint64 group = m_process->processId();
-	m_process->closeWriteChannel();
-	if (group > 0 && !m_process->waitForFinished(kEndMs)) {
+	const qint64 group = process->processId();
+	process->closeWriteChannel();
+	if (group > 0 && !process->waitForFinished(kEndMs)) {
 		::kill(static_cast<pid_t>(-group), SIGKILL);
-		m_process->waitForFinished(kEndMs);
+		process->waitForFinished(kEndMs);
 	}
-	m_process.reset();
-	m_warmUpUnread = false;
+	process.reset();
+	warmUpUnread = false;
 }

@@ -7,11 +7,13 @@
 #include <memory>
 #include <optional>
 
-/// One Apertium mode as a persistent pipeline of child processes that translates sentence after sentence. It is
-/// restarted when it dies or does not answer. One thread, which needs no event loop.
+/**
+ * One Apertium mode as a persistent pipeline of child processes that translates sentence after sentence. It is
+ * restarted when it dies or does not answer. One thread, which needs no event loop.
+ */
 class ApertiumPipe {
 public:
-	/// Whether the files of the mode are there. Callable from any thread.
+	/** Whether the files of the mode are there. Callable from any thread. */
 	static bool isInstalled(const QString &mode);
 
 	explicit ApertiumPipe(QString mode);
@@ -19,10 +21,12 @@ public:
 	ApertiumPipe(const ApertiumPipe &) = delete;
 	ApertiumPipe &operator=(const ApertiumPipe &) = delete;
 
-	/// Starts the children unless they run, and has them translate something so that their files are loaded when
-	/// the first sentence comes. Does not wait for them.
+	/**
+	 * Starts the children unless they run, and has them translate something so that their files are loaded when
+	 * the first sentence comes. Does not wait for them.
+	 */
 	void start();
-	/// The translation, or nothing when the pipeline failed or took more than 5 s.
+	/** The translation, or nothing when the pipeline failed or took more than 5 s. */
 	std::optional<QString> translate(const QString &text);
 
 private:
@@ -30,7 +34,7 @@ private:
 	void write(const QString &text);
 	std::optional<QString> read();
 
-	QString m_mode;
-	std::unique_ptr<QProcess> m_process;
-	bool m_warmUpUnread = false;
+	QString mode;
+	std::unique_ptr<QProcess> process;
+	bool warmUpUnread = false;
 };

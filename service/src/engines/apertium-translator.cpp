@@ -11,7 +11,7 @@ const QString &spanishMode()
 	return mode;
 }
 
-// The mode that leads on from Spanish; empty for Spanish itself and for what cannot be reached.
+/** The mode that leads on from Spanish; empty for Spanish itself and for what cannot be reached. */
 QString modeFromSpanish(const QString &language)
 {
 	if (language == QLatin1String("pt")) {
@@ -65,18 +65,18 @@ std::optional<QString> ApertiumTranslator::translate(const QString &sentence, co
 
 std::optional<QString> ApertiumTranslator::toSpanish(const QString &sentence)
 {
-	if (sentence == m_lastSentence && !m_lastSpanish.isEmpty()) {
-		return m_lastSpanish;
+	if (sentence == lastSentence && !lastSpanish.isEmpty()) {
+		return lastSpanish;
 	}
 	std::optional<QString> spanish = pipe(spanishMode()).translate(sentence);
-	m_lastSentence = sentence;
-	m_lastSpanish = spanish.value_or(QString());
+	lastSentence = sentence;
+	lastSpanish = spanish.value_or(QString());
 	return spanish;
 }
 
 ApertiumPipe &ApertiumTranslator::pipe(const QString &mode)
 {
-	std::unique_ptr<ApertiumPipe> &entry = m_pipes[mode];
+	std::unique_ptr<ApertiumPipe> &entry = pipes[mode];
 	if (!entry) {
 		entry = std::make_unique<ApertiumPipe>(mode);
 	}

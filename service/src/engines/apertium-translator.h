@@ -7,7 +7,7 @@
 #include <map>
 #include <memory>
 
-/// Rule-based translation with Apertium: English to Spanish, and on from there to Portuguese, French and Italian.
+/** Rule-based translation with Apertium: English to Spanish, and on from there to Portuguese, French and Italian. */
 class ApertiumTranslator : public Translator {
 public:
 	[[nodiscard]] bool canTranslate(const QString &language) const override;
@@ -18,8 +18,9 @@ private:
 	ApertiumPipe &pipe(const QString &mode);
 	std::optional<QString> toSpanish(const QString &sentence);
 
-	std::map<QString, std::unique_ptr<ApertiumPipe>> m_pipes; ///< by mode
+	/** By mode. */
+	std::map<QString, std::unique_ptr<ApertiumPipe>> pipes;
 	// Several languages of one sentence share the hop to Spanish.
-	QString m_lastSentence;
-	QString m_lastSpanish;
+	QString lastSentence;
+	QString lastSpanish;
 };

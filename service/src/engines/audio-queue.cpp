@@ -5,45 +5,45 @@
 
 #include <algorithm>
 
-bool AudioQueue::push(const QByteArray &bytes)
+bool AudioQueue::push(const QByteArray &added)
 {
-	const std::scoped_lock lock(m_mutex);
-	if (m_bytes.size() + bytes.size() > kCapacity) {
+	const std::scoped_lock lock(mutex);
+	if (bytes.size() + added.size() > kCapacity) {
 		return false;
 	}
-	m_bytes.append(bytes);
-	m_changed.notify_one();
+	bytes.append(added);
+	changed.notify_one();
 	return true;
 }
 
 std::vector<int16_t> AudioQueue::take()
 {
-	QByteArray bytes;
+	QByteArray piece;
 	{
-		std::unique_lock lock(m_mutex);
-		m_changed.wait(lock, [this] { return m_bytes.size() >= 2 || m_ended; });
-		if (m_ended) {
+		std::unique_lock lock(mutex);
+		changed.wait(lock, [this] { return bytes.size() >= 2 || ended; });
+		if (ended) {
 			return {};
 		}
-		const qsizetype taken = std::min(m_bytes.size() / 2 * 2, kMostTaken);
-		bytes = m_bytes.first(taken);
-		m_bytes.remove(0, taken);
+		const qsizetype taken = std::min(bytes.size() / 2 * 2, kMostTaken);
+		piece = bytes.first(taken);
+		bytes.remove(0, taken);
 	}
-	std::vector<int16_t> samples(static_cast<std::size_t>(bytes.size() / 2));
-	qFromLittleEndian<int16_t>(bytes.constData(), bytes.size() / 2, samples.data());
+	std::vector<int16_t> samples(static_cast<size_t>(piece.size() / 2));
+	qFromLittleEndian<int16_t>(piece.constData(), piece.size() / 2, samples.data());
 	return samples;
 }
 
 void AudioQueue::end()
 {
-	const std::scoped_lock lock(m_mutex);
-	m_ended = true;
-	m_bytes.clear();
-	m_changed.notify_one();
+	const std::scoped_lock lock(mutex);
+	ended = true;
+	bytes.clear();
+	changed.notify_one();
 }
 
 bool AudioQueue::isEnded() const
 {
-	const std::scoped_lock lock(m_mutex);
-	return m_ended;
+	const std::scoped_lock lock(mutex);
+	return ended;
 }

@@ -7,77 +7,77 @@
 
 namespace {
 
-// More decoders than this at a time wait for their turn; each takes about 100 MB.
+/** More decoders than this at a time wait for their turn; each takes about 100 MB. */
 constexpr int kMostDecoders = 16;
 
-// Hands on what a recogniser notices.
+/** Hands on what a recogniser notices. */
 class CallbackListener : public RecogniserListener {
 public:
-	explicit CallbackListener(std::function<void(std::function<void()>)> post,
-				  EngineRoom::DecoderCallbacks callbacks)
-		: m_post(std::move(post)), m_callbacks(std::move(callbacks))
+	explicit CallbackListener(std::function<void(std::function<void()>)> post_,
+				  EngineRoom::DecoderCallbacks callbacks_)
+		: post(std::move(post_)), callbacks(std::move(callbacks_))
 	{
 	}
 
 	void utteranceStarted() override
 	{
-		m_post([started = m_callbacks.started, now = monotonicMs()] { started(now); });
+		post([started = callbacks.started, now = monotonicMs()] { started(now); });
 	}
 
 	void partialWords(const QString &words) override
 	{
-		m_post([partial = m_callbacks.partial, words] { partial(words); });
+		post([partial = callbacks.partial, words] { partial(words); });
 	}
 
 	void utteranceEnded(const QString &words, double speechSec, qint64 detectedMs) override
 	{
 		const Utterance utterance{words, speechSec, detectedMs, monotonicMs()};
-		m_post([ended = m_callbacks.ended, utterance] { ended(utterance); });
+		post([ended = callbacks.ended, utterance] { ended(utterance); });
 	}
 
 private:
-	std::function<void(std::function<void()>)> m_post;
-	EngineRoom::DecoderCallbacks m_callbacks;
+	std::function<void(std::function<void()>)> post;
+	EngineRoom::DecoderCallbacks callbacks;
 };
 
 } // namespace
 
-EngineRoom::EngineRoom(RecogniserFactory recognisers, std::unique_ptr<Translator> translator,
-		       std::unique_ptr<Synthesiser> synthesiser, QObject *parent)
-	: QObject(parent), m_recognisers(std::move(recognisers)), m_translator(std::move(translator)),
-	  m_synthesiser(std::move(synthesiser)), m_translatorContext(new QObject), m_synthesiserContext(new QObject)
+EngineRoom::EngineRoom(RecogniserFactory recognisers_, std::unique_ptr<Translator> translator_,
+		       std::unique_ptr<Synthesiser> synthesiser_, QObject *parent)
+	: QObject(parent), recognisers(std::move(recognisers_)), translator(std::move(translator_)),
+	  synthesiser(std::move(synthesiser_)), translatorContext(new QObject), synthesiserContext(new QObject)
 {
-	m_decoders.setMaxThreadCount(kMostDecoders);
-	m_translatorThread.setObjectName("translator");
-	m_synthesiserThread.setObjectName("synthesiser");
-	m_translatorContext->moveToThread(&m_translatorThread);
-	m_synthesiserContext->moveToThread(&m_synthesiserThread);
-	m_translatorThread.start();
-	m_synthesiserThread.start();
+	decoders.setMaxThreadCount(kMostDecoders);
+	translatorThread.setObjectName("translator");
+	synthesiserThread.setObjectName("synthesiser");
+	translatorContext->moveToThread(&translatorThread);
+	synthesiserContext->moveToThread(&synthesiserThread);
+	translatorThread.start();
+	synthesiserThread.start();
 }
 
 EngineRoom::~EngineRoom()
 {
-	m_stopping = true;
-	for (const std::weak_ptr<AudioQueue> &queue : m_queues) {
+	stopping = true;
+	for (const std::weak_ptr<AudioQueue> &queue : queues) {
 		if (const std::shared_ptr<AudioQueue> alive = queue.lock()) {
 			alive->end();
 		}
 	}
 	// Each engine goes on the thread that used it.
-	QMetaObject::invokeMethod(m_translatorContext, [this] {
-		m_translator.reset();
-		delete m_translatorContext;
+	QMetaObject::invokeMethod(translatorContext, [this] {
+		translator.reset();
+		delete translatorContext;
 		QThread::currentThread()->quit();
 	});
-	QMetaObject::invokeMethod(m_synthesiserContext, [this] {
-		m_synthesiser.reset();
-		delete m_synthesiserContext;
+	QMetaObject::invokeMethod(synthesiserContext, [this] {
+		synthesiser.reset();
+		delete synthesiserContext;
 		QThread::currentThread()->quit();
 	});
-	m_translatorThread.wait();
-	m_synthesiserThread.wait();
-	m_decoders.waitForDone();
+	translatorThread.wait();
+	synthesiserThread.wait();
+	decoders.waitForDone();
 }
 
 void EngineRoom::deliver(const QPointer<QObject> &receiver, std::function<void()> answer)
@@ -94,9 +94,9 @@ void EngineRoom::deliver(const QPointer<QObject> &receiver, std::function<void()
 
 void EngineRoom::prepare(const QString &language)
 {
-	QMetaObject::invokeMethod(m_translatorContext, [this, language] {
-		if (!m_stopping) {
-			m_translator->prepare(language);
+	QMetaObject::invokeMethod(translatorContext, [this, language] {
+		if (!stopping) {
+			translator->prepare(language);
 		}
 	});
 }
@@ -107,35 +107,35 @@ void EngineRoom::translate(const QString &sentence, const QStringList &languages
 	const auto job = [this, sentence, languages, receiver = QPointer<QObject>(receiver),
 			  answer = std::move(answer)] {
 		for (const QString &language : languages) {
-			if (m_stopping) {
+			if (stopping) {
 				return;
 			}
-			const std::optional<QString> text = m_translator->translate(sentence, language);
+			const std::optional<QString> text = translator->translate(sentence, language);
 			deliver(receiver, [answer, language, text] { answer(language, text); });
 		}
 	};
-	QMetaObject::invokeMethod(m_translatorContext, job);
+	QMetaObject::invokeMethod(translatorContext, job);
 }
 
 void EngineRoom::synthesise(const QString &text, const QString &language, QObject *receiver,
 			    std::function<void(const std::optional<SpeechClip> &)> answer)
 {
 	const auto job = [this, text, language, receiver = QPointer<QObject>(receiver), answer = std::move(answer)] {
-		if (m_stopping) {
+		if (stopping) {
 			return;
 		}
-		const std::optional<SpeechClip> clip = m_synthesiser->synthesise(text, language);
+		const std::optional<SpeechClip> clip = synthesiser->synthesise(text, language);
 		deliver(receiver, [answer, clip] { answer(clip); });
 	};
-	QMetaObject::invokeMethod(m_synthesiserContext, job);
+	QMetaObject::invokeMethod(synthesiserContext, job);
 }
 
 std::shared_ptr<AudioQueue> EngineRoom::startDecoder(QObject *receiver, DecoderCallbacks callbacks)
 {
-	std::erase_if(m_queues, [](const std::weak_ptr<AudioQueue> &queue) { return queue.expired(); });
+	std::erase_if(queues, [](const std::weak_ptr<AudioQueue> &queue) { return queue.expired(); });
 	const auto queue = std::make_shared<AudioQueue>();
-	m_queues.push_back(queue);
-	m_decoders.start([this, queue, callbacks = std::move(callbacks), receiver = QPointer<QObject>(receiver)] {
+	queues.push_back(queue);
+	decoders.start([this, queue, callbacks = std::move(callbacks), receiver = QPointer<QObject>(receiver)] {
 		const auto post = [this, receiver](std::function<void()> answer) {
 			deliver(receiver, std::move(answer));
 		};
@@ -143,7 +143,7 @@ std::shared_ptr<AudioQueue> EngineRoom::startDecoder(QObject *receiver, DecoderC
 		if (queue->isEnded()) {
 			return;
 		}
-		const std::unique_ptr<Recogniser> recogniser = m_recognisers();
+		const std::unique_ptr<Recogniser> recogniser = recognisers();
 		if (!recogniser) {
 			post(callbacks.unavailable);
 			return;

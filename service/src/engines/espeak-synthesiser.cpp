@@ -22,7 +22,7 @@ int collect(short *samples, int count, espeak_EVENT *events)
 
 EspeakSynthesiser::~EspeakSynthesiser()
 {
-	if (m_sampleRate > 0) {
+	if (sampleRate > 0) {
 		espeak_Terminate();
 	}
 }
@@ -34,12 +34,12 @@ bool EspeakSynthesiser::hasVoice(const QString &language) const
 
 bool EspeakSynthesiser::start()
 {
-	if (m_sampleRate == 0) {
-		m_sampleRate =
+	if (sampleRate == 0) {
+		sampleRate =
 			espeak_Initialize(AUDIO_OUTPUT_SYNCHRONOUS, kBufferMs, nullptr, espeakINITIALIZE_DONT_EXIT);
 		espeak_SetSynthCallback(collect);
 	}
-	return m_sampleRate > 0;
+	return sampleRate > 0;
 }
 
 std::optional<SpeechClip> EspeakSynthesiser::synthesise(const QString &text, const QString &language)
@@ -49,7 +49,7 @@ std::optional<SpeechClip> EspeakSynthesiser::synthesise(const QString &text, con
 		return std::nullopt;
 	}
 	SpeechClip clip;
-	clip.sampleRate = m_sampleRate;
+	clip.sampleRate = sampleRate;
 	const QByteArray utf8 = text.toUtf8();
 	const espeak_ERROR result = espeak_Synth(utf8.constData(), static_cast<size_t>(utf8.size()) + 1, 0,
 						 POS_CHARACTER, 0, espeakCHARS_UTF8, nullptr, &clip.pcm);

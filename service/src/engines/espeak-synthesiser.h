@@ -3,7 +3,7 @@
 
 #include "engines/engines.h"
 
-/// Speech from espeak-ng, in process. The library keeps global state: one object per process, used by one thread.
+/** Speech from espeak-ng, in process. The library keeps global state: one object per process, used by one thread. */
 class EspeakSynthesiser : public Synthesiser {
 public:
 	EspeakSynthesiser() = default;
@@ -17,5 +17,6 @@ public:
 private:
 	bool start();
 
-	int m_sampleRate = 0; ///< Hz; 0 before the first use, negative when the library cannot start
+	/** Hz; 0 before the first use, negative when the library cannot start. */
+	int sampleRate = 0;
 };

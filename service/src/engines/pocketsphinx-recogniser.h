@@ -6,10 +6,10 @@
 
 #include <vector>
 
-/// English speech recognition with PocketSphinx: cuts the stream into utterances at pauses (and after 15 s).
+/** English speech recognition with PocketSphinx: cuts the stream into utterances at pauses (and after 15 s). */
 class PocketSphinxRecogniser : public Recogniser {
 public:
-	/// Loads the models; null when they are not installed.
+	/** Loads the models; null when they are not installed. */
 	static std::unique_ptr<Recogniser> create();
 
 	explicit PocketSphinxRecogniser(std::unique_ptr<SphinxDecoder> decoder);
@@ -21,10 +21,11 @@ private:
 	void reportPartial(RecogniserListener &listener);
 	void endUtterance(double silenceSec, RecogniserListener &listener);
 
-	std::unique_ptr<SphinxDecoder> m_decoder;
-	std::vector<int16_t> m_piece; ///< filled up to pieceSamples(), then fed
-	bool m_speaking = false;
-	std::size_t m_utteranceSamples = 0;
-	std::size_t m_nextPartialAt = 0;
-	QString m_lastPartial;
+	std::unique_ptr<SphinxDecoder> decoder;
+	/** Filled up to pieceSamples(), then fed. */
+	std::vector<int16_t> piece;
+	bool speaking = false;
+	size_t utteranceSamples = 0;
+	size_t nextPartialAt = 0;
+	QString lastPartial;
 };

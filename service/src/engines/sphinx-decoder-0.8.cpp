@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr std::size_t kPieceSamples = kUplinkRate / 50;
-// The decoder's feature frames are 10 ms long.
+constexpr size_t kPieceSamples = kUplinkRate / 50;
+/** The decoder's feature frames are 10 ms long. */
 constexpr const char *kPauseFrames = "40";
 constexpr double kPauseSec = 0.4;
 
@@ -24,41 +24,41 @@ struct DecoderDeleter {
 using Config = std::unique_ptr<cmd_ln_t, ConfigDeleter>;
 using Decoder = std::unique_ptr<ps_decoder_t, DecoderDeleter>;
 
-// Version 0.8 finds speech itself, inside an utterance that is always open.
+/** Version 0.8 finds speech itself, inside an utterance that is always open. */
 class SphinxDecoder08 : public SphinxDecoder {
 public:
-	SphinxDecoder08(Config config, Decoder decoder) : m_config(std::move(config)), m_decoder(std::move(decoder))
+	SphinxDecoder08(Config config_, Decoder decoder_) : config(std::move(config_)), decoder(std::move(decoder_))
 	{
-		ps_start_stream(m_decoder.get());
-		ps_start_utt(m_decoder.get());
+		ps_start_stream(decoder.get());
+		ps_start_utt(decoder.get());
 	}
 
-	[[nodiscard]] std::size_t pieceSamples() const override { return kPieceSamples; }
+	[[nodiscard]] size_t pieceSamples() const override { return kPieceSamples; }
 	[[nodiscard]] double pauseSec() const override { return kPauseSec; }
 
 	bool feed(const int16_t *piece) override
 	{
-		ps_process_raw(m_decoder.get(), piece, kPieceSamples, FALSE, FALSE);
-		return ps_get_in_speech(m_decoder.get()) != 0;
+		ps_process_raw(decoder.get(), piece, kPieceSamples, FALSE, FALSE);
+		return ps_get_in_speech(decoder.get()) != 0;
 	}
 
 	QString partial() override
 	{
 		int32 score = 0;
-		return QString::fromUtf8(ps_get_hyp(m_decoder.get(), &score));
+		return QString::fromUtf8(ps_get_hyp(decoder.get(), &score));
 	}
 
 	QString finish() override
 	{
-		ps_end_utt(m_decoder.get());
+		ps_end_utt(decoder.get());
 		const QString words = partial();
-		ps_start_utt(m_decoder.get());
+		ps_start_utt(decoder.get());
 		return words;
 	}
 
 private:
-	Config m_config;
-	Decoder m_decoder;
+	Config config;
+	Decoder decoder;
 };
 
 } // namespace

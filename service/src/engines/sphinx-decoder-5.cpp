@@ -8,8 +8,10 @@
 
 namespace {
 
-// Seconds of audio that the endpointer looks at, and the share of it that must be silent (or speech) to change its
-// mind.
+/**
+ * Seconds of audio that the endpointer looks at, and the share of it that must be silent (or speech) to change its
+ * mind.
+ */
 constexpr double kWindowSec = 0.4;
 constexpr double kRatio = 0.9;
 
@@ -29,54 +31,54 @@ using Config = std::unique_ptr<ps_config_t, ConfigDeleter>;
 using Decoder = std::unique_ptr<ps_decoder_t, DecoderDeleter>;
 using Endpointer = std::unique_ptr<ps_endpointer_t, EndpointerDeleter>;
 
-// Version 5 has an endpointer beside the decoder, which hands out the speech with a little audio before it.
+/** Version 5 has an endpointer beside the decoder, which hands out the speech with a little audio before it. */
 class SphinxDecoder5 : public SphinxDecoder {
 public:
-	SphinxDecoder5(Config config, Decoder decoder, Endpointer endpointer)
-		: m_config(std::move(config)), m_decoder(std::move(decoder)), m_endpointer(std::move(endpointer)),
-		  m_pieceSamples(ps_endpointer_frame_size(m_endpointer.get()))
+	SphinxDecoder5(Config config_, Decoder decoder_, Endpointer endpointer_)
+		: config(std::move(config_)), decoder(std::move(decoder_)), endpointer(std::move(endpointer_)),
+		  samplesPerPiece(ps_endpointer_frame_size(endpointer.get()))
 	{
 	}
 
-	[[nodiscard]] std::size_t pieceSamples() const override { return m_pieceSamples; }
+	[[nodiscard]] size_t pieceSamples() const override { return samplesPerPiece; }
 	[[nodiscard]] double pauseSec() const override { return kWindowSec; }
 
 	bool feed(const int16_t *piece) override
 	{
-		const int16 *speech = ps_endpointer_process(m_endpointer.get(), piece);
+		const int16 *speech = ps_endpointer_process(endpointer.get(), piece);
 		if (speech) {
-			if (!m_open) {
-				ps_start_utt(m_decoder.get());
-				m_open = true;
+			if (!open) {
+				ps_start_utt(decoder.get());
+				open = true;
 			}
-			ps_process_raw(m_decoder.get(), speech, m_pieceSamples, FALSE, FALSE);
+			ps_process_raw(decoder.get(), speech, samplesPerPiece, FALSE, FALSE);
 		}
-		return ps_endpointer_in_speech(m_endpointer.get()) != 0;
+		return ps_endpointer_in_speech(endpointer.get()) != 0;
 	}
 
 	QString partial() override
 	{
 		int32 score = 0;
-		return m_open ? QString::fromUtf8(ps_get_hyp(m_decoder.get(), &score)) : QString();
+		return open ? QString::fromUtf8(ps_get_hyp(decoder.get(), &score)) : QString();
 	}
 
 	QString finish() override
 	{
-		if (!m_open) {
+		if (!open) {
 			return {};
 		}
-		ps_end_utt(m_decoder.get());
+		ps_end_utt(decoder.get());
 		const QString words = partial();
-		m_open = false;
+		open = false;
 		return words;
 	}
 
 private:
-	Config m_config;
-	Decoder m_decoder;
-	Endpointer m_endpointer;
-	std::size_t m_pieceSamples;
-	bool m_open = false;
+	Config config;
+	Decoder decoder;
+	Endpointer endpointer;
+	size_t samplesPerPiece;
+	bool open = false;
 };
 
 } // namespace

@@ -19,16 +19,16 @@ double nowSec()
 
 } // namespace
 
-DubSender::DubSender(Output output, QObject *parent) : QObject(parent), m_output(std::move(output))
+DubSender::DubSender(Output output_, QObject *parent) : QObject(parent), output(std::move(output_))
 {
-	m_timer.setInterval(kPumpMs);
-	connect(&m_timer, &QTimer::timeout, this, &DubSender::pumpAll);
+	timer.setInterval(kPumpMs);
+	connect(&timer, &QTimer::timeout, this, &DubSender::pumpAll);
 }
 
 void DubSender::enqueue(const QString &language, int clipId, const SpeechClip &clip)
 {
 	const auto pcmPerFrame = static_cast<qsizetype>(clip.sampleRate * kFrameSec) * 2;
-	Queue &queue = m_queues[language];
+	Queue &queue = queues[language];
 	queue.clips.push_back(
 		{clipId, clip.sampleRate, clip.seconds(), taggedFrames(language, clip.pcm, pcmPerFrame), 0});
 	leaveOutOld(language, queue);
@@ -50,8 +50,8 @@ void DubSender::leaveOutOld(const QString &language, Queue &queue)
 
 void DubSender::leaveOutWaiting(const QString &language)
 {
-	const auto found = m_queues.find(language);
-	if (found == m_queues.end()) {
+	const auto found = queues.find(language);
+	if (found == queues.end()) {
 		return;
 	}
 	Queue &queue = found->second;
@@ -62,21 +62,21 @@ void DubSender::leaveOutWaiting(const QString &language)
 
 void DubSender::leaveOut(const QString &language, Queue &queue, const std::deque<Clip>::iterator &clip)
 {
-	m_output.report("tts_dropped", language, clip->id, clip->seconds);
+	output.report("tts_dropped", language, clip->id, clip->seconds);
 	queue.clips.erase(clip);
 }
 
 void DubSender::pumpAll()
 {
 	bool waiting = false;
-	for (auto &[language, queue] : m_queues) {
+	for (auto &[language, queue] : queues) {
 		pump(language, queue);
 		waiting = waiting || !queue.clips.empty();
 	}
-	if (waiting && !m_timer.isActive()) {
-		m_timer.start();
+	if (waiting && !timer.isActive()) {
+		timer.start();
 	} else if (!waiting) {
-		m_timer.stop();
+		timer.stop();
 	}
 }
 
@@ -95,17 +95,17 @@ void DubSender::sendFrame(const QString &language, Queue &queue)
 {
 	Clip &clip = queue.clips.front();
 	if (clip.next == 0) {
-		m_output.text(messages::ttsStart(language, clip.id, clip.sampleRate));
-		m_output.report("tts_start", language, clip.id, clip.seconds);
+		output.text(messages::ttsStart(language, clip.id, clip.sampleRate));
+		output.report("tts_start", language, clip.id, clip.seconds);
 	}
 	const QByteArray &frame = clip.frames.at(clip.next);
-	m_output.binary(frame);
+	output.binary(frame);
 	const qsizetype samples = (frame.size() - 1 - language.size()) / 2;
 	queue.playedAtSec += static_cast<double>(samples) / clip.sampleRate;
 	++clip.next;
 	if (clip.next == clip.frames.size()) {
-		m_output.text(messages::ttsEnd(language));
-		m_output.report("tts_end", language, clip.id, clip.seconds);
+		output.text(messages::ttsEnd(language));
+		output.report("tts_end", language, clip.id, clip.seconds);
 		queue.clips.pop_front();
 	}
 }

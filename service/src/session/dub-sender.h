@@ -13,9 +13,11 @@
 #include <functional>
 #include <map>
 
-/// Sends one session's speech clips, per language one after the other, at most a few seconds ahead of their playing:
-/// a client keeps only 10 s, so a burst would lose its beginning. Speech that is too late by then is left out, so
-/// that the dub's delay stays bounded however much longer than the original it is.
+/**
+ * Sends one session's speech clips, per language one after the other, at most a few seconds ahead of their playing:
+ * a client keeps only 10 s, so a burst would lose its beginning. Speech that is too late by then is left out, so
+ * that the dub's delay stays bounded however much longer than the original it is.
+ */
 class DubSender : public QObject {
 	Q_OBJECT
 
@@ -23,18 +25,18 @@ public:
 	struct Output {
 		std::function<void(const QJsonObject &)> text;
 		std::function<void(const QByteArray &)> binary;
-		/// A clip was announced ("tts_start"), sent whole ("tts_end") or left out ("tts_dropped").
+		/** A clip was announced ("tts_start"), sent whole ("tts_end") or left out ("tts_dropped"). */
 		std::function<void(const QString &event, const QString &language, int clipId, double seconds)> report;
 	};
 
-	/// Seconds of speech that a client is given before it plays.
+	/** Seconds of speech that a client is given before it plays. */
 	static constexpr double kAheadSec = 5.0;
-	/// Seconds of speech that may wait here for a language; older clips are left out.
+	/** Seconds of speech that may wait here for a language; older clips are left out. */
 	static constexpr double kBacklogSec = 20.0;
 
 	explicit DubSender(Output output, QObject *parent = nullptr);
 	void enqueue(const QString &language, int clipId, const SpeechClip &clip);
-	/// Leaves out what waits for a language; a clip that has been announced is finished.
+	/** Leaves out what waits for a language; a clip that has been announced is finished. */
 	void leaveOutWaiting(const QString &language);
 
 private:
@@ -43,11 +45,13 @@ private:
 		int sampleRate = 0;
 		double seconds = 0.0;
 		QList<QByteArray> frames;
-		qsizetype next = 0; ///< frame to send next; 0 also means not announced
+		/** Frame to send next; 0 also means not announced. */
+		qsizetype next = 0;
 	};
 	struct Queue {
 		std::deque<Clip> clips;
-		double playedAtSec = 0.0; ///< monotonic time at which all that was sent has been played
+		/** Monotonic time at which all that was sent has been played. */
+		double playedAtSec = 0.0;
 	};
 
 	void pumpAll();
@@ -56,7 +60,7 @@ private:
 	void leaveOutOld(const QString &language, Queue &queue);
 	void leaveOut(const QString &language, Queue &queue, const std::deque<Clip>::iterator &clip);
 
-	Output m_output;
-	std::map<QString, Queue> m_queues;
-	QTimer m_timer;
+	Output output;
+	std::map<QString, Queue> queues;
+	QTimer timer;
 };

@@ -11,9 +11,9 @@
 
 namespace {
 
-// The language that the recogniser understands.
+/** The language that the recogniser understands. */
 const QString kSpoken = QStringLiteral("en");
-// Utterances that may wait for the translator. Reached only when it hangs: later ones go untranslated meanwhile.
+/** Utterances that may wait for the translator. Reached only when it hangs: later ones go untranslated meanwhile. */
 constexpr int kMostPendingTranslations = 16;
 constexpr double kSecPerMinute = 60.0;
 
@@ -24,33 +24,32 @@ QString untranslated(const QString &sentence)
 
 } // namespace
 
-LiveSession::LiveSession(Connection &connection, EngineRoom &engines, EventLog &events, SessionSettings settings,
+LiveSession::LiveSession(Connection &connection_, EngineRoom &engines_, EventLog &events_, SessionSettings settings_,
 			 QObject *parent)
-	: QObject(parent), m_connection(connection), m_engines(engines), m_events(events),
-	  m_settings(std::move(settings)),
-	  m_dubs({[this](const QJsonObject &message) { m_connection.sendJson(message); },
-		  [this](const QByteArray &frame) { m_connection.sendBinary(frame); },
-		  [this](const QString &event, const QString &language, int clipId, double seconds) {
-			  if (event == QLatin1String("tts_end")) {
-				  m_dubbedSec += seconds;
-			  }
-			  log(event, {{"language", language}, {"clip_id", clipId}, {"seconds", seconds}});
-		  }})
+	: QObject(parent), connection(connection_), engines(engines_), events(events_), settings(std::move(settings_)),
+	  dubs({[this](const QJsonObject &message) { connection.sendJson(message); },
+		[this](const QByteArray &frame) { connection.sendBinary(frame); },
+		[this](const QString &event, const QString &language, int clipId, double seconds) {
+			if (event == QLatin1String("tts_end")) {
+				dubbedSec += seconds;
+			}
+			log(event, {{"language", language}, {"clip_id", clipId}, {"seconds", seconds}});
+		}})
 {
 	connect(&connection, &Connection::textReceived, this, &LiveSession::onText);
 	connect(&connection, &Connection::binaryReceived, this, &LiveSession::onBinary);
-	m_authTimer.setSingleShot(true);
-	connect(&m_authTimer, &QTimer::timeout, this, [this] {
+	authTimer.setSingleShot(true);
+	connect(&authTimer, &QTimer::timeout, this, [this] {
 		log("auth_timeout");
-		m_connection.close(QWebSocketProtocol::CloseCodePolicyViolated, "No authentication");
+		connection.close(QWebSocketProtocol::CloseCodePolicyViolated, "No authentication");
 	});
-	m_authTimer.start(m_settings.authTimeoutMs);
+	authTimer.start(settings.authTimeoutMs);
 }
 
 LiveSession::~LiveSession()
 {
-	if (m_audio) {
-		m_audio->end();
+	if (audio) {
+		audio->end();
 	}
 }
 
@@ -58,11 +57,11 @@ void LiveSession::onText(const QString &text)
 {
 	const QJsonObject message = QJsonDocument::fromJson(text.toUtf8()).object();
 	const QString type = message.value(QLatin1String("type")).toString();
-	if (type == QLatin1String("auth") && !m_authenticated) {
+	if (type == QLatin1String("auth") && !authenticated) {
 		authenticate(message);
-	} else if (type == QLatin1String("config_update") && m_authenticated) {
+	} else if (type == QLatin1String("config_update") && authenticated) {
 		configure(message);
-		log("config_update", {{"targets", m_targets.size()}});
+		log("config_update", {{"targets", targets.size()}});
 	} else if (type == QLatin1String("stop")) {
 		stop();
 	} else {
@@ -72,63 +71,63 @@ void LiveSession::onText(const QString &text)
 
 void LiveSession::onBinary(const QByteArray &frame)
 {
-	if (m_audio && !m_audio->push(frame) && !m_droppedAudio) {
-		m_droppedAudio = true;
+	if (audio && !audio->push(frame) && !droppedAudio) {
+		droppedAudio = true;
 		log("audio_dropped");
 	}
 }
 
 void LiveSession::authenticate(const QJsonObject &message)
 {
-	m_authTimer.stop();
+	authTimer.stop();
 	const std::optional<int> limit = limitOf(message.value(QLatin1String("apiKey")).toString());
 	if (!limit) {
 		log("auth_error");
-		m_connection.sendJson(messages::authError("Invalid API key"));
-		m_connection.close(QWebSocketProtocol::CloseCodePolicyViolated);
+		connection.sendJson(messages::authError("Invalid API key"));
+		connection.close(QWebSocketProtocol::CloseCodePolicyViolated);
 		return;
 	}
-	m_authenticated = true;
-	m_settings.maxTargetLanguages = *limit;
-	m_sourceLanguage = message.value(QLatin1String("sourceLanguage")).toString();
-	m_connection.sendJson(messages::authOk(m_settings.maxTargetLanguages));
-	log("auth_ok", {{"source_language", m_sourceLanguage}});
-	if (m_sourceLanguage == kSpoken) {
+	authenticated = true;
+	settings.maxTargetLanguages = *limit;
+	sourceLanguage = message.value(QLatin1String("sourceLanguage")).toString();
+	connection.sendJson(messages::authOk(settings.maxTargetLanguages));
+	log("auth_ok", {{"source_language", sourceLanguage}});
+	if (sourceLanguage == kSpoken) {
 		startListening();
 	} else {
 		notify(QStringLiteral("Only English can be recognised here: while the spoken language is set to %1, "
 				      "there will be no captions and no dubbing.")
-			       .arg(languageName(m_sourceLanguage)));
+			       .arg(languageName(sourceLanguage)));
 	}
 	configure(message);
 }
 
 std::optional<int> LiveSession::limitOf(const QString &key) const
 {
-	if (key == m_settings.key) {
-		return m_settings.maxTargetLanguages;
+	if (key == settings.key) {
+		return settings.maxTargetLanguages;
 	}
-	return m_settings.tokens ? m_settings.tokens->maxTargetLanguages(key) : std::nullopt;
+	return settings.tokens ? settings.tokens->maxTargetLanguages(key) : std::nullopt;
 }
 
 void LiveSession::configure(const QJsonObject &message)
 {
-	m_originalMode = message.value(QLatin1String("captionMode")).toString() == QLatin1String("original");
+	originalMode = message.value(QLatin1String("captionMode")).toString() == QLatin1String("original");
 	const QList<Target> before =
-		std::exchange(m_targets, targetsFromJson(message.value(QLatin1String("targetLanguages")).toArray()));
+		std::exchange(targets, targetsFromJson(message.value(QLatin1String("targetLanguages")).toArray()));
 	applyTargetLimit();
 	for (const Target &each : before) {
 		const Target *now = target(each.code);
 		if (!now || !now->dubbing) {
-			m_dubs.leaveOutWaiting(each.code);
+			dubs.leaveOutWaiting(each.code);
 		}
 	}
-	if (!m_audio) {
+	if (!audio) {
 		return;
 	}
-	for (const Target &target : std::as_const(m_targets)) {
-		if (needsTranslation(target) && m_engines.canTranslate(target.code)) {
-			m_engines.prepare(target.code);
+	for (const Target &target : std::as_const(targets)) {
+		if (needsTranslation(target) && engines.canTranslate(target.code)) {
+			engines.prepare(target.code);
 		}
 	}
 	announceUntranslatable();
@@ -136,11 +135,11 @@ void LiveSession::configure(const QJsonObject &message)
 
 void LiveSession::applyTargetLimit()
 {
-	const qsizetype limit = m_settings.maxTargetLanguages;
-	if (limit < 1 || m_targets.size() <= limit) {
+	const qsizetype limit = settings.maxTargetLanguages;
+	if (limit < 1 || targets.size() <= limit) {
 		return;
 	}
-	m_targets.resize(limit);
+	targets.resize(limit);
 	log("targets_limited", {{"limit", limit}});
 	notify(QStringLiteral("Only the first %1 target languages are served.").arg(limit));
 }
@@ -152,52 +151,49 @@ void LiveSession::startListening()
 		log("recogniser_unavailable");
 		notify(QStringLiteral("Speech recognition is not available: its English model is not installed."));
 	};
-	callbacks.started = [this](qint64 monoMs) {
-		m_events.writeAt(monoMs, "utterance_start", m_connection.number());
-	};
+	callbacks.started = [this](qint64 monoMs) { events.writeAt(monoMs, "utterance_start", connection.number()); };
 	callbacks.partial = [this](const QString &words) { onPartial(words); };
 	callbacks.ended = [this](const Utterance &utterance) { onUtterance(utterance); };
-	m_audio = m_engines.startDecoder(this, callbacks);
+	audio = engines.startDecoder(this, callbacks);
 }
 
 void LiveSession::stop()
 {
-	log("stop",
-	    {{"caption_minutes", m_captionSec / kSecPerMinute}, {"dubbed_minutes", m_dubbedSec / kSecPerMinute}});
-	m_connection.sendJson(messages::sessionEnded(m_captionSec / kSecPerMinute, m_dubbedSec / kSecPerMinute));
-	m_connection.close(QWebSocketProtocol::CloseCodeNormal);
+	log("stop", {{"caption_minutes", captionSec / kSecPerMinute}, {"dubbed_minutes", dubbedSec / kSecPerMinute}});
+	connection.sendJson(messages::sessionEnded(captionSec / kSecPerMinute, dubbedSec / kSecPerMinute));
+	connection.close(QWebSocketProtocol::CloseCodeNormal);
 }
 
 void LiveSession::onPartial(const QString &words)
 {
-	m_connection.sendJson(messages::transcriptInterim(capitalisedWords(words)));
+	connection.sendJson(messages::transcriptInterim(capitalisedWords(words)));
 }
 
 void LiveSession::onUtterance(const Utterance &utterance)
 {
-	m_events.writeAt(utterance.detectedMs, "utterance_end", m_connection.number(),
-			 {{"speech_seconds", utterance.speechSec}});
+	events.writeAt(utterance.detectedMs, "utterance_end", connection.number(),
+		       {{"speech_seconds", utterance.speechSec}});
 	const QString sentence = sentenceFromWords(utterance.words);
 	if (sentence.isEmpty()) {
 		return;
 	}
-	m_events.writeAt(utterance.finalMs, "final", m_connection.number(), {{"text", sentence}});
-	m_connection.sendJson(messages::transcriptFinal(sentence));
-	const int clipId = m_settings.nextClipId();
+	events.writeAt(utterance.finalMs, "final", connection.number(), {{"text", sentence}});
+	connection.sendJson(messages::transcriptFinal(sentence));
+	const int clipId = settings.nextClipId();
 	sendCaptions(sentence, utterance.speechSec, clipId);
 	requestTranslations(sentence, utterance.speechSec, clipId);
 }
 
-// The captions that need no translation.
+/** The captions that need no translation. */
 void LiveSession::sendCaptions(const QString &sentence, double speechSec, int clipId)
 {
-	for (const Target &target : std::as_const(m_targets)) {
+	for (const Target &target : std::as_const(targets)) {
 		if (!target.captions) {
 			continue;
 		}
-		if (m_originalMode || target.code == kSpoken) {
+		if (originalMode || target.code == kSpoken) {
 			sendCaption(target.code, sentence, speechSec, clipId);
-		} else if (!m_engines.canTranslate(target.code)) {
+		} else if (!engines.canTranslate(target.code)) {
 			sendCaption(target.code, untranslated(sentence), speechSec, clipId);
 		}
 	}
@@ -206,29 +202,29 @@ void LiveSession::sendCaptions(const QString &sentence, double speechSec, int cl
 void LiveSession::requestTranslations(const QString &sentence, double speechSec, int clipId)
 {
 	QStringList languages;
-	for (const Target &target : std::as_const(m_targets)) {
-		if (needsTranslation(target) && m_engines.canTranslate(target.code)) {
+	for (const Target &target : std::as_const(targets)) {
+		if (needsTranslation(target) && engines.canTranslate(target.code)) {
 			languages.append(target.code);
 		}
 	}
 	if (languages.isEmpty()) {
 		return;
 	}
-	if (m_pendingTranslations >= kMostPendingTranslations) {
+	if (pendingTranslations >= kMostPendingTranslations) {
 		for (const QString &language : std::as_const(languages)) {
 			onTranslation(language, sentence, std::nullopt, speechSec, clipId);
 		}
 		return;
 	}
-	++m_pendingTranslations;
-	m_engines.translate(sentence, languages, this,
-			    [this, sentence, speechSec, clipId,
-			     last = languages.last()](const QString &language, const std::optional<QString> &text) {
-				    if (language == last) {
-					    --m_pendingTranslations;
-				    }
-				    onTranslation(language, sentence, text, speechSec, clipId);
-			    });
+	++pendingTranslations;
+	engines.translate(sentence, languages, this,
+			  [this, sentence, speechSec, clipId,
+			   last = languages.last()](const QString &language, const std::optional<QString> &text) {
+				  if (language == last) {
+					  --pendingTranslations;
+				  }
+				  onTranslation(language, sentence, text, speechSec, clipId);
+			  });
 }
 
 void LiveSession::onTranslation(const QString &language, const QString &sentence, const std::optional<QString> &text,
@@ -242,53 +238,53 @@ void LiveSession::onTranslation(const QString &language, const QString &sentence
 	if (!text) {
 		log("translation_failed", {{"language", language}});
 	}
-	if (wanted->captions && !m_originalMode) {
+	if (wanted->captions && !originalMode) {
 		sendCaption(language, text.value_or(untranslated(sentence)), speechSec, clipId);
 	}
-	if (wanted->dubbing && text && m_engines.hasVoice(language)) {
+	if (wanted->dubbing && text && engines.hasVoice(language)) {
 		requestDub(language, *text, clipId);
 	}
 }
 
 void LiveSession::sendCaption(const QString &language, const QString &text, double speechSec, int clipId)
 {
-	m_captionSec += speechSec;
-	m_connection.sendJson(messages::caption(language, text, speechSec, clipId));
+	captionSec += speechSec;
+	connection.sendJson(messages::caption(language, text, speechSec, clipId));
 	log("caption", {{"language", language}, {"clip_id", clipId}, {"text", text}});
 }
 
 void LiveSession::requestDub(const QString &language, const QString &text, int clipId)
 {
-	m_engines.synthesise(text, language, this, [this, language, clipId](const std::optional<SpeechClip> &clip) {
+	engines.synthesise(text, language, this, [this, language, clipId](const std::optional<SpeechClip> &clip) {
 		const Target *wanted = target(language);
 		if (!clip) {
 			log("synthesis_failed", {{"language", language}});
 		} else if (wanted && wanted->dubbing) {
-			m_dubs.enqueue(language, clipId, *clip);
+			dubs.enqueue(language, clipId, *clip);
 		}
 	});
 }
 
 const Target *LiveSession::target(const QString &language) const
 {
-	const auto found = std::find_if(m_targets.begin(), m_targets.end(),
-					[&](const Target &each) { return each.code == language; });
-	return found == m_targets.end() ? nullptr : &*found;
+	const auto found =
+		std::find_if(targets.begin(), targets.end(), [&](const Target &each) { return each.code == language; });
+	return found == targets.end() ? nullptr : &*found;
 }
 
-// Original captions are not translated, and nobody is dubbed into the language they speak.
+/** Original captions are not translated, and nobody is dubbed into the language they speak. */
 bool LiveSession::needsTranslation(const Target &target) const
 {
-	return target.code != kSpoken && (target.dubbing || (target.captions && !m_originalMode));
+	return target.code != kSpoken && (target.dubbing || (target.captions && !originalMode));
 }
 
 void LiveSession::announceUntranslatable()
 {
 	QStringList names;
-	for (const Target &target : std::as_const(m_targets)) {
-		if (needsTranslation(target) && !m_engines.canTranslate(target.code) &&
-		    !m_announced.contains(target.code)) {
-			m_announced.insert(target.code);
+	for (const Target &target : std::as_const(targets)) {
+		if (needsTranslation(target) && !engines.canTranslate(target.code) &&
+		    !announced.contains(target.code)) {
+			announced.insert(target.code);
 			names.append(languageName(target.code));
 		}
 	}
@@ -301,11 +297,11 @@ void LiveSession::announceUntranslatable()
 
 void LiveSession::notify(const QString &text)
 {
-	m_connection.sendJson(messages::transcriptInterim(text));
+	connection.sendJson(messages::transcriptInterim(text));
 	log("notice", {{"text", text}});
 }
 
 void LiveSession::log(const QString &event, QJsonObject details)
 {
-	m_events.write(event, m_connection.number(), std::move(details));
+	events.write(event, connection.number(), std::move(details));
 }

@@ -19,16 +19,21 @@
 #include <memory>
 #include <optional>
 
-/// What a session needs from the service around it.
+/** What a session needs from the service around it. */
 struct SessionSettings {
-	QString key;                        ///< the credential that is accepted
-	int maxTargetLanguages = 0;         ///< below 1: no limit
-	int authTimeoutMs = 10000;          ///< a client is given so long for each of handshake and "auth"
-	const TokenStore *tokens = nullptr; ///< further credentials, each with its limit; may be null
-	std::function<int()> nextClipId;    ///< ids from 1 up, never repeated
+	/** The credential that is accepted. */
+	QString key;
+	/** Below 1: no limit. */
+	int maxTargetLanguages = 0;
+	/** A client is given so long for each of handshake and "auth". */
+	int authTimeoutMs = 10000;
+	/** Further credentials, each with its limit; may be null. */
+	const TokenStore *tokens = nullptr;
+	/** Ids from 1 up, never repeated. */
+	std::function<int()> nextClipId;
 };
 
-/// One client's session: credential, spoken words, captions and dubs. Lives on the network thread.
+/** One client's session: credential, spoken words, captions and dubs. Lives on the network thread. */
 class LiveSession : public QObject {
 	Q_OBJECT
 
@@ -41,7 +46,7 @@ private:
 	void onText(const QString &text);
 	void onBinary(const QByteArray &frame);
 	void authenticate(const QJsonObject &message);
-	/// The limit on target languages that comes with a credential; nothing when it is not accepted.
+	/** The limit on target languages that comes with a credential; nothing when it is not accepted. */
 	[[nodiscard]] std::optional<int> limitOf(const QString &key) const;
 	void configure(const QJsonObject &message);
 	void applyTargetLimit();
@@ -60,27 +65,32 @@ private:
 	[[nodiscard]] const Target *target(const QString &language) const;
 	[[nodiscard]] bool needsTranslation(const Target &target) const;
 	void announceUntranslatable();
-	/// Sends the sentence as an interim transcript: the only message whose text the dock shows and that ends
-	/// nothing.
+	/**
+	 * Sends the sentence as an interim transcript: the only message whose text the dock shows and that ends
+	 * nothing.
+	 */
 	void notify(const QString &text);
 	void log(const QString &event, QJsonObject details = {});
 
-	Connection &m_connection;
-	EngineRoom &m_engines;
-	EventLog &m_events;
-	SessionSettings m_settings;
-	QTimer m_authTimer;
+	Connection &connection;
+	EngineRoom &engines;
+	EventLog &events;
+	SessionSettings settings;
+	QTimer authTimer;
 
-	bool m_authenticated = false;
-	QString m_sourceLanguage;
-	bool m_originalMode = false;
-	QList<Target> m_targets;
-	QSet<QString> m_announced; ///< languages about which the user was told that they cannot be had
+	bool authenticated = false;
+	QString sourceLanguage;
+	bool originalMode = false;
+	QList<Target> targets;
+	/** Languages about which the user was told that they cannot be had. */
+	QSet<QString> announced;
 
-	std::shared_ptr<AudioQueue> m_audio; ///< null when nothing is recognised
-	DubSender m_dubs;
-	bool m_droppedAudio = false;
-	int m_pendingTranslations = 0; ///< utterances with the translator
-	double m_captionSec = 0.0;
-	double m_dubbedSec = 0.0;
+	/** Null when nothing is recognised. */
+	std::shared_ptr<AudioQueue> audio;
+	DubSender dubs;
+	bool droppedAudio = false;
+	/** Utterances with the translator. */
+	int pendingTranslations = 0;
+	double captionSec = 0.0;
+	double dubbedSec = 0.0;
 };

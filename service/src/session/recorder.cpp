@@ -7,8 +7,8 @@
 
 bool Recorder::open(const QString &path)
 {
-	m_file.setFileName(path);
-	return m_file.open(QIODevice::WriteOnly | QIODevice::Truncate);
+	file.setFileName(path);
+	return file.open(QIODevice::WriteOnly | QIODevice::Truncate);
 }
 
 void Recorder::opened(int connection, const QString &path, const QString &userAgent)
@@ -23,37 +23,37 @@ void Recorder::text(int connection, const QString &text)
 
 void Recorder::binary(int connection, const QByteArray &frame)
 {
-	if (!m_file.isOpen()) {
+	if (!file.isOpen()) {
 		return;
 	}
-	QFile &pcm = m_pcm[connection];
-	if (!pcm.isOpen()) {
-		pcm.setFileName(QStringLiteral("%1.%2.pcm").arg(m_file.fileName()).arg(connection));
-		if (!pcm.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+	QFile &frames = pcm[connection];
+	if (!frames.isOpen()) {
+		frames.setFileName(QStringLiteral("%1.%2.pcm").arg(file.fileName()).arg(connection));
+		if (!frames.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
 			return;
 		}
 	}
 	// First the bytes, then the line about them: a reader of the line finds the bytes in the file.
-	const qint64 offset = pcm.pos();
-	pcm.write(frame);
-	pcm.flush();
+	const qint64 offset = frames.pos();
+	frames.write(frame);
+	frames.flush();
 	line(connection, "binary", {{"bytes", static_cast<qint64>(frame.size())}, {"offset", offset}});
 }
 
 void Recorder::closed(int connection, int closeCode)
 {
 	line(connection, "close", {{"code", closeCode}});
-	m_pcm.erase(connection);
+	pcm.erase(connection);
 }
 
 void Recorder::line(int connection, const QString &kind, QJsonObject details)
 {
-	if (!m_file.isOpen()) {
+	if (!file.isOpen()) {
 		return;
 	}
 	details.insert("connection", connection);
 	details.insert("kind", kind);
 	details.insert("mono_ms", monotonicMs());
-	m_file.write(QJsonDocument(details).toJson(QJsonDocument::Compact) + '\n');
-	m_file.flush();
+	file.write(QJsonDocument(details).toJson(QJsonDocument::Compact) + '\n');
+	file.flush();
 }

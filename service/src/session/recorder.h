@@ -8,11 +8,13 @@
 
 #include <map>
 
-/// Keeps what clients sent: one JSON line per connection, message, frame and end in FILE, and the raw bytes of the
-/// binary frames in FILE.N.pcm for connection N. One thread. Without a file it does nothing.
+/**
+ * Keeps what clients sent: one JSON line per connection, message, frame and end in FILE, and the raw bytes of the
+ * binary frames in FILE.N.pcm for connection N. One thread. Without a file it does nothing.
+ */
 class Recorder {
 public:
-	/// False when the file cannot be written.
+	/** False when the file cannot be written. */
 	bool open(const QString &path);
 	void opened(int connection, const QString &path, const QString &userAgent);
 	void text(int connection, const QString &text);
@@ -22,6 +24,6 @@ public:
 private:
 	void line(int connection, const QString &kind, QJsonObject details);
 
-	QFile m_file;
-	std::map<int, QFile> m_pcm;
+	QFile file;
+	std::map<int, QFile> pcm;
 };

@@ -23,7 +23,7 @@ constexpr double kSineAmplitude = 0.5 * 32767;
 constexpr double kLongestSineSec = 600.0;
 constexpr int kHighestRate = 192000;
 
-/// What is wrong with a script; caught in Script::parse.
+/** What is wrong with a script; caught in Script::parse(). */
 struct Invalid {
 	QString what;
 };
@@ -187,7 +187,7 @@ std::optional<Script> Script::parse(const QByteArray &json, const QString &direc
 	}
 	try {
 		Script script;
-		script.m_connections = parseConnections(document, directory);
+		script.connections = parseConnections(document, directory);
 		return script;
 	} catch (const Invalid &invalid) {
 		*error = invalid.what;
@@ -197,8 +197,8 @@ std::optional<Script> Script::parse(const QByteArray &json, const QString &direc
 
 const Steps &Script::forConnection(int number) const
 {
-	const qsizetype index = std::min<qsizetype>(number, m_connections.size()) - 1;
-	return m_connections.at(std::max<qsizetype>(index, 0));
+	const qsizetype index = std::min<qsizetype>(number, connections.size()) - 1;
+	return connections.at(std::max<qsizetype>(index, 0));
 }
 
 } // namespace script

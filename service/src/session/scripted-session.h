@@ -9,7 +9,7 @@
 #include <QStringList>
 #include <QTimer>
 
-/// Plays a script on one connection: the steps in order, then it stays open. Lives on the network thread.
+/** Plays a script on one connection: the steps in order, then it stays open. Lives on the network thread. */
 class ScriptedSession : public QObject {
 	Q_OBJECT
 
@@ -19,17 +19,19 @@ public:
 private:
 	void onText(const QString &text);
 	void onBinary(const QByteArray &frame);
-	/// Does steps until one has to wait.
+	/** Does steps until one has to wait. */
 	void proceed();
 	bool perform(const script::Step &step);
 	void sendTts(const script::SendTts &tts);
 
-	Connection &m_connection;
-	script::Steps m_steps;
-	EventLog &m_events;
-	qsizetype m_next = 0;
-	QStringList m_received; ///< types of messages that no "expect" has taken yet
-	qint64 m_audioBytes = 0;
-	QTimer m_timer;
-	bool m_waited = false; ///< the wait of the current step is over
+	Connection &connection;
+	script::Steps steps;
+	EventLog &events;
+	qsizetype next = 0;
+	/** Types of messages that no "expect" has taken yet. */
+	QStringList received;
+	qint64 audioBytes = 0;
+	QTimer timer;
+	/** The wait of the current step is over. */
+	bool waited = false;
 };

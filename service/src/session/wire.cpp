@@ -18,7 +18,7 @@ QByteArray tagBytes(const QString &language)
 	return static_cast<char>(code.size()) + code;
 }
 
-// Where the first piece of PCM that looks like one of the tags begins, or the end.
+/** Where the first piece of PCM that looks like one of the tags begins, or the end. */
 qsizetype firstTagIn(const QByteArray &pcm, qsizetype from, qsizetype end, const QList<QByteArray> &tags)
 {
 	const QByteArrayView piece = QByteArrayView(pcm).sliced(from, end - from);

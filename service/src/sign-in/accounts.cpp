@@ -30,7 +30,7 @@ QByteArray randomSalt()
 	return {reinterpret_cast<const char *>(words.data()), sizeof(words)};
 }
 
-// Takes the same time wherever two hashes differ.
+/** Takes the same time wherever two hashes differ. */
 bool sameBytes(const QByteArray &a, const QByteArray &b)
 {
 	int difference = a.size() == b.size() ? 0 : 1;
@@ -97,9 +97,9 @@ Accounts Accounts::demo()
 	// Of the password "talvora", made once, so that a start costs nothing.
 	account.salt = QByteArray::fromBase64("dGFsdm9yYS1kZW1vLWFjYw==");
 	account.hash = QByteArray::fromBase64("RqVMVYYuJwXjgp/m1fCVasRic+BlT+wy1l/wf1K0l5g=");
-	Accounts accounts;
-	accounts.put(account);
-	return accounts;
+	Accounts result;
+	result.put(account);
+	return result;
 }
 
 std::optional<Accounts> Accounts::load(const QString &path, QString *error)
@@ -114,40 +114,39 @@ std::optional<Accounts> Accounts::load(const QString &path, QString *error)
 		*error = QStringLiteral("%1: no object with a list \"accounts\"").arg(path);
 		return std::nullopt;
 	}
-	Accounts accounts;
+	Accounts result;
 	const QJsonArray entries = list.toArray();
 	for (const auto &entry : entries) {
 		const std::optional<Account> account = fromJson(entry.toObject());
 		if (!account) {
-			*error = QStringLiteral("%1: account %2 is not valid")
-					 .arg(path)
-					 .arg(accounts.m_accounts.size() + 1);
+			*error =
+				QStringLiteral("%1: account %2 is not valid").arg(path).arg(result.accounts.size() + 1);
 			return std::nullopt;
 		}
-		accounts.put(*account);
+		result.put(*account);
 	}
-	return accounts;
+	return result;
 }
 
 const Account *Accounts::find(const QString &email) const
 {
-	const auto found = std::find_if(m_accounts.begin(), m_accounts.end(), [&](const Account &account) {
+	const auto found = std::find_if(accounts.begin(), accounts.end(), [&](const Account &account) {
 		return account.email.compare(email, Qt::CaseInsensitive) == 0;
 	});
-	return found == m_accounts.end() ? nullptr : &*found;
+	return found == accounts.end() ? nullptr : &*found;
 }
 
 void Accounts::put(const Account &account)
 {
-	m_accounts.removeIf(
+	accounts.removeIf(
 		[&](const Account &each) { return each.email.compare(account.email, Qt::CaseInsensitive) == 0; });
-	m_accounts.append(account);
+	accounts.append(account);
 }
 
 bool Accounts::save(const QString &path, QString *error) const
 {
 	QJsonArray list;
-	for (const Account &account : m_accounts) {
+	for (const Account &account : accounts) {
 		list.append(toJson(account));
 	}
 	QSaveFile file(path);

@@ -4,9 +4,11 @@
 #include <QByteArray>
 #include <QString>
 
-/// The page that stands in for a provider's own: asks whether Talvora may be signed in to, and posts `consentId` and
-/// the "decision" ("allow" or "decline") back to where it came from.
+/**
+ * The page that stands in for a provider's own: asks whether Talvora may be signed in to, and posts `consentId` and
+ * the "decision" ("allow" or "decline") back to where it came from.
+ */
 QByteArray consentPage(const QString &providerName, const QString &consentId);
 
-/// A page with one sentence about what went wrong.
+/** A page with one sentence about what went wrong. */
 QByteArray failurePage(const QString &sentence);

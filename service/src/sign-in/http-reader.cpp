@@ -34,33 +34,33 @@ bool isPrintable(const QByteArray &text)
 
 HttpReader::State HttpReader::feed(const QByteArray &bytes)
 {
-	if (m_state != State::Reading) {
-		return m_state;
+	if (state != State::Reading) {
+		return state;
 	}
-	m_buffer.append(bytes);
-	if (m_inBody) {
+	buffer.append(bytes);
+	if (inBody) {
 		return readBody();
 	}
-	const qsizetype end = m_buffer.indexOf(kHeadEnd);
+	const qsizetype end = buffer.indexOf(kHeadEnd);
 	// Up to three bytes at the end may be the first part of the blank line.
 	const qsizetype mostUnfinished = kLongestHead + static_cast<qsizetype>(qstrlen(kHeadEnd)) - 1;
-	if (end > kLongestHead || (end < 0 && m_buffer.size() > mostUnfinished)) {
+	if (end > kLongestHead || (end < 0 && buffer.size() > mostUnfinished)) {
 		return refuse(431);
 	}
 	if (end < 0) {
-		return m_state;
+		return state;
 	}
-	const QByteArray head = m_buffer.first(end);
-	m_buffer.remove(0, end + static_cast<qsizetype>(qstrlen(kHeadEnd)));
+	const QByteArray head = buffer.first(end);
+	buffer.remove(0, end + static_cast<qsizetype>(qstrlen(kHeadEnd)));
 	return readHead(head);
 }
 
 HttpReader::State HttpReader::refuse(int status)
 {
-	m_status = status;
-	m_buffer.clear();
-	m_state = State::Refused;
-	return m_state;
+	status_ = status;
+	buffer.clear();
+	state = State::Refused;
+	return state;
 }
 
 HttpReader::State HttpReader::readHead(const QByteArray &head)
@@ -80,13 +80,13 @@ HttpReader::State HttpReader::readHead(const QByteArray &head)
 			return refuse(400);
 		}
 	}
-	if (!m_request.headers.contains("host") || m_request.headers.contains("transfer-encoding") || !readLength()) {
+	if (!request_.headers.contains("host") || request_.headers.contains("transfer-encoding") || !readLength()) {
 		return refuse(400);
 	}
-	if (m_bodyLength > kLongestBody) {
+	if (bodyLength > kLongestBody) {
 		return refuse(413);
 	}
-	m_inBody = true;
+	inBody = true;
 	return readBody();
 }
 
@@ -97,8 +97,8 @@ bool HttpReader::readRequestLine(const QByteArray &line)
 	    (words.at(2) != "HTTP/1.1" && words.at(2) != "HTTP/1.0")) {
 		return false;
 	}
-	m_request.method = words.at(0);
-	m_request.target = words.at(1);
+	request_.method = words.at(0);
+	request_.target = words.at(1);
 	return true;
 }
 
@@ -110,30 +110,30 @@ bool HttpReader::readHeader(const QByteArray &line)
 	if (!isToken(name) || value.contains('\0') || value.contains('\r')) {
 		return false;
 	}
-	if (m_request.headers.contains(name) && (name == "host" || name == "content-length")) {
+	if (request_.headers.contains(name) && (name == "host" || name == "content-length")) {
 		return false;
 	}
-	m_request.headers.insert(name, value);
+	request_.headers.insert(name, value);
 	return true;
 }
 
 bool HttpReader::readLength()
 {
-	const QByteArray text = m_request.headers.value("content-length", "0");
+	const QByteArray text = request_.headers.value("content-length", "0");
 	constexpr qsizetype mostDigits = 9;
 	if (text.isEmpty() || text.size() > mostDigits || !std::all_of(text.begin(), text.end(), isDigit)) {
 		return false;
 	}
-	m_bodyLength = text.toInt();
+	bodyLength = text.toInt();
 	return true;
 }
 
 HttpReader::State HttpReader::readBody()
 {
-	if (m_buffer.size() >= m_bodyLength) {
-		m_request.body = m_buffer.first(m_bodyLength);
-		m_buffer.clear();
-		m_state = State::Done;
+	if (buffer.size() >= bodyLength) {
+		request_.body = buffer.first(bodyLength);
+		buffer.clear();
+		state = State::Done;
 	}
-	return m_state;
+	return state;
 }

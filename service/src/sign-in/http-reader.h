@@ -4,28 +4,34 @@
 #include <QByteArray>
 #include <QMap>
 
-/// One HTTP request.
+/** One HTTP request. */
 struct HttpRequest {
 	QByteArray method;
-	QByteArray target;                    ///< path and query, as sent
-	QMap<QByteArray, QByteArray> headers; ///< names in lower case
+	/** Path and query, as sent. */
+	QByteArray target;
+	/** Names in lower case. */
+	QMap<QByteArray, QByteArray> headers;
 	QByteArray body;
 };
 
-/// Reads one HTTP/1.1 request (RFC 9112) from a stream, strictly: what is unusual is refused. Only bodies with a
-/// length are read.
+/**
+ * Reads one HTTP/1.1 request (RFC 9112) from a stream, strictly: what is unusual is refused. Only bodies with a
+ * length are read.
+ */
 class HttpReader {
 public:
-	static constexpr qsizetype kLongestHead = 16 * 1024; ///< bytes
-	static constexpr qsizetype kLongestBody = 16 * 1024; ///< bytes
+	/** Bytes. */
+	static constexpr qsizetype kLongestHead = 16 * 1024;
+	/** Bytes. */
+	static constexpr qsizetype kLongestBody = 16 * 1024;
 
 	enum class State { Reading, Done, Refused };
 
 	State feed(const QByteArray &bytes);
-	/// The status to answer with when the state is Refused.
-	[[nodiscard]] int status() const { return m_status; }
-	/// When the state is Done.
-	[[nodiscard]] const HttpRequest &request() const { return m_request; }
+	/** The status to answer with when the state is Refused. */
+	[[nodiscard]] int status() const { return status_; }
+	/** When the state is Done. */
+	[[nodiscard]] const HttpRequest &request() const { return request_; }
 
 private:
 	State refuse(int status);
@@ -35,10 +41,10 @@ private:
 	[[nodiscard]] bool readHeader(const QByteArray &line);
 	[[nodiscard]] bool readLength();
 
-	State m_state = State::Reading;
-	int m_status = 0;
-	QByteArray m_buffer;
-	bool m_inBody = false;
-	qsizetype m_bodyLength = 0;
-	HttpRequest m_request;
+	State state = State::Reading;
+	int status_ = 0;
+	QByteArray buffer;
+	bool inBody = false;
+	qsizetype bodyLength = 0;
+	HttpRequest request_;
 };

@@ -51,17 +51,17 @@ QByteArray serialised(const HttpResponse &response)
 
 } // namespace
 
-HttpServer::HttpServer(const QSslConfiguration &tls, Handler handler, int timeoutMs, QObject *parent)
-	: QObject(parent), m_handler(std::move(handler)), m_timeoutMs(timeoutMs)
+HttpServer::HttpServer(const QSslConfiguration &tls, Handler handler_, int timeoutMs_, QObject *parent)
+	: QObject(parent), handler(std::move(handler_)), timeoutMs(timeoutMs_)
 {
-	m_listener.setSslConfiguration(tls);
-	m_listener.setHandshakeTimeout(timeoutMs);
-	connect(&m_listener, &QTcpServer::pendingConnectionAvailable, this, &HttpServer::accept);
+	listener.setSslConfiguration(tls);
+	listener.setHandshakeTimeout(timeoutMs);
+	connect(&listener, &QTcpServer::pendingConnectionAvailable, this, &HttpServer::accept);
 }
 
 HttpServer::~HttpServer()
 {
-	m_listener.close();
+	listener.close();
 	// Deleting a socket emits signals, whose handlers must not run any more.
 	const QList<QSslSocket *> sockets = findChildren<QSslSocket *>();
 	for (QSslSocket *socket : sockets) {
@@ -72,21 +72,21 @@ HttpServer::~HttpServer()
 
 bool HttpServer::listen(quint16 port)
 {
-	return m_listener.listen(QHostAddress::LocalHost, port);
+	return listener.listen(QHostAddress::LocalHost, port);
 }
 
 void HttpServer::accept()
 {
-	while (QTcpSocket *pending = m_listener.nextPendingConnection()) {
+	while (QTcpSocket *pending = listener.nextPendingConnection()) {
 		auto *socket = qobject_cast<QSslSocket *>(pending);
-		if (!socket || m_connections >= kMostConnections) {
+		if (!socket || connections >= kMostConnections) {
 			pending->abort();
 			pending->deleteLater();
 			continue;
 		}
 		socket->setParent(this);
-		++m_connections;
-		connect(socket, &QObject::destroyed, this, [this] { --m_connections; });
+		++connections;
+		connect(socket, &QObject::destroyed, this, [this] { --connections; });
 		serve(socket);
 	}
 }
@@ -99,7 +99,7 @@ void HttpServer::serve(QSslSocket *socket)
 		socket->abort();
 		socket->deleteLater();
 	});
-	deadline->start(m_timeoutMs);
+	deadline->start(timeoutMs);
 	connect(socket, &QSslSocket::disconnected, socket, &QObject::deleteLater);
 	connect(socket, &QSslSocket::errorOccurred, socket, &QSslSocket::abort);
 	const auto reader = std::make_shared<HttpReader>();
@@ -115,8 +115,8 @@ void HttpServer::serve(QSslSocket *socket)
 		case HttpReader::State::Done:
 			disconnect(socket, &QSslSocket::readyRead, this, nullptr);
 			deadline->stop();
-			m_handler(reader->request(), [this, alive = QPointer<QSslSocket>(socket), deadline,
-						      ms = m_timeoutMs](const HttpResponse &response) {
+			handler(reader->request(), [this, alive = QPointer<QSslSocket>(socket), deadline,
+						    ms = timeoutMs](const HttpResponse &response) {
 				if (alive) {
 					deadline->start(ms);
 					send(alive, response);

@@ -17,14 +17,14 @@ const QString kLoginPath = QStringLiteral("/auth/login");
 const QString kProviderPath = QStringLiteral("/auth/");
 constexpr qsizetype kLongestRedirectUri = 1024;
 
-// The name that people know a provider by; empty for one that is not offered.
+/** The name that people know a provider by; empty for one that is not offered. */
 QString providerName(const QString &provider)
 {
 	static const QHash<QString, QString> names{{"google", "Google"}, {"twitch", "Twitch"}, {"kick", "Kick"}};
 	return names.value(provider);
 }
 
-// Clients show the body of a refusal to their user as it is.
+/** Clients show the body of a refusal to their user as it is. */
 HttpResponse refusal(int status, const QByteArray &sentence)
 {
 	return {status, "text/plain; charset=utf-8", sentence, {}};
@@ -53,14 +53,14 @@ QByteArray mediaType(const HttpRequest &request)
 	return request.headers.value("content-type").split(';').first().trimmed().toLower();
 }
 
-// The one value of an item; nothing when it is missing or given more than once.
+/** The one value of an item; nothing when it is missing or given more than once. */
 std::optional<QString> single(const QUrlQuery &query, const QString &name)
 {
 	const QStringList values = query.allQueryItemValues(name, QUrl::FullyDecoded);
 	return values.size() == 1 ? std::make_optional(values.first()) : std::nullopt;
 }
 
-// A query as browsers write it, where "+" is a blank.
+/** A query as browsers write it, where "+" is a blank. */
 QUrlQuery queryOf(QByteArray encoded)
 {
 	return QUrlQuery(QString::fromLatin1(encoded.replace('+', "%20")));
@@ -72,7 +72,7 @@ bool isSaneState(const QString &state)
 	return form.match(state).hasMatch();
 }
 
-// Whether the address is one of this machine: the key must not be sent anywhere else.
+/** Whether the address is one of this machine: the key must not be sent anywhere else. */
 bool isLoopback(const QUrl &uri)
 {
 	static const QStringList hosts{"localhost", "127.0.0.1", "::1"};
@@ -82,19 +82,20 @@ bool isLoopback(const QUrl &uri)
 
 } // namespace
 
-SignIn::SignIn(const QSslConfiguration &tls, Settings settings, TokenStore &tokens, EventLog &events, QObject *parent)
-	: QObject(parent), m_settings(std::move(settings)), m_tokens(tokens), m_events(events),
-	  m_http(
+SignIn::SignIn(const QSslConfiguration &tls, Settings settings_, TokenStore &tokens_, EventLog &events_,
+	       QObject *parent)
+	: QObject(parent), settings(std::move(settings_)), tokens(tokens_), events(events_),
+	  http(
 		  tls,
 		  [this](const HttpRequest &request, const HttpServer::Answer &answer) { handle(request, answer); },
-		  m_settings.timeoutMs)
+		  settings.timeoutMs)
 {
-	m_checks.setMaxThreadCount(1);
+	checks.setMaxThreadCount(1);
 }
 
 QString SignIn::url() const
 {
-	return QStringLiteral("https://localhost:%1/auth").arg(m_http.port());
+	return QStringLiteral("https://localhost:%1/auth").arg(http.port());
 }
 
 void SignIn::handle(const HttpRequest &request, const HttpServer::Answer &answer)
@@ -136,7 +137,7 @@ void SignIn::login(const HttpRequest &request, const HttpServer::Answer &answer)
 		return;
 	}
 	checkPassword(email, password, [this, answer](const HttpResponse &response) {
-		m_events.write("sign_in", 0, {{"by", "email"}, {"status", response.status}});
+		events.write("sign_in", 0, {{"by", "email"}, {"status", response.status}});
 		answer(response);
 	});
 }
@@ -145,8 +146,8 @@ void SignIn::checkPassword(const QString &email, const QString &password, const 
 {
 	// An unknown address is refused as late as a wrong password, so that the time does not tell who has an account.
 	static const Account nobody = *Accounts::demo().find("demo@talvora.local");
-	const Account *account = m_settings.accounts.find(email);
-	m_checks.start(
+	const Account *account = settings.accounts.find(email);
+	checks.start(
 		[this, account = account ? *account : nobody, known = account != nullptr, email, password, answer] {
 			const bool right = account.hasPassword(password) && known;
 			QMetaObject::invokeMethod(
@@ -157,14 +158,14 @@ void SignIn::checkPassword(const QString &email, const QString &password, const 
 
 HttpResponse SignIn::passwordChecked(const QString &email, bool right)
 {
-	const Account *account = m_settings.accounts.find(email);
+	const Account *account = settings.accounts.find(email);
 	if (account && account->fails) {
 		return refusal(500, "The sign-in service failed. Please try again later.");
 	}
 	if (!account) {
 		return refusal(401, "Wrong e-mail address or password.");
 	}
-	int &wrong = m_wrongPasswords[account->email];
+	int &wrong = wrongPasswords[account->email];
 	if (account->locked || wrong >= kMostWrongPasswords) {
 		return refusal(423, "This account is locked.");
 	}
@@ -179,7 +180,7 @@ HttpResponse SignIn::passwordChecked(const QString &email, bool right)
 HttpResponse SignIn::loggedIn(const Account &account)
 {
 	const int limit = limitFor(account.maxTargetLanguages);
-	const QJsonObject body{{"token", m_tokens.issue(limit)}, {"max_target_languages", limit}};
+	const QJsonObject body{{"token", tokens.issue(limit)}, {"max_target_languages", limit}};
 	return {200, "application/json", QJsonDocument(body).toJson(QJsonDocument::Compact), {}};
 }
 
@@ -194,11 +195,11 @@ HttpResponse SignIn::askForConsent(const QString &provider, const QUrlQuery &que
 	if (!redirectUri || redirectUri->size() > kLongestRedirectUri || !isLoopback(uri)) {
 		return htmlPage(400, failurePage("The address to return to is not on this machine."));
 	}
-	if (m_consents.size() >= kMostConsents) {
-		m_consents.removeFirst();
+	if (consents.size() >= kMostConsents) {
+		consents.removeFirst();
 	}
-	m_consents.append({randomId(), provider, uri, *state});
-	return htmlPage(200, consentPage(providerName(provider), m_consents.last().id));
+	consents.append({randomId(), provider, uri, *state});
+	return htmlPage(200, consentPage(providerName(provider), consents.last().id));
 }
 
 HttpResponse SignIn::consentGiven(const QString &provider, const HttpRequest &request)
@@ -206,25 +207,25 @@ HttpResponse SignIn::consentGiven(const QString &provider, const HttpRequest &re
 	const QUrlQuery form = queryOf(request.body);
 	const QString id = single(form, "consent").value_or(QString());
 	const QString decision = single(form, "decision").value_or(QString());
-	const auto found = std::find_if(m_consents.begin(), m_consents.end(), [&](const Consent &each) {
+	const auto found = std::find_if(consents.begin(), consents.end(), [&](const Consent &each) {
 		return each.id == id && each.provider == provider;
 	});
-	if (mediaType(request) != "application/x-www-form-urlencoded" || found == m_consents.end() ||
+	if (mediaType(request) != "application/x-www-form-urlencoded" || found == consents.end() ||
 	    (decision != QLatin1String("allow") && decision != QLatin1String("decline"))) {
 		return htmlPage(400, failurePage("This page is no longer valid. Please sign in again in OBS."));
 	}
 	const Consent consent = std::move(*found);
-	m_consents.erase(found);
+	consents.erase(found);
 	QUrlQuery query(consent.redirectUri);
 	query.addQueryItem("state", consent.state);
 	if (decision == QLatin1String("allow")) {
 		const int limit = limitFor(0);
-		query.addQueryItem("token", m_tokens.issue(limit));
+		query.addQueryItem("token", tokens.issue(limit));
 		query.addQueryItem("max_target_languages", QString::number(limit));
 	} else {
 		query.addQueryItem("error", "Sign-in was declined");
 	}
-	m_events.write("sign_in", 0, {{"by", provider}, {"status", decision == QLatin1String("allow") ? 200 : 401}});
+	events.write("sign_in", 0, {{"by", provider}, {"status", decision == QLatin1String("allow") ? 200 : 401}});
 	QUrl target = consent.redirectUri;
 	target.setQuery(query);
 	HttpResponse response = refusal(302, "");
@@ -234,5 +235,5 @@ HttpResponse SignIn::consentGiven(const QString &provider, const HttpRequest &re
 
 int SignIn::limitFor(int ownLimit) const
 {
-	return ownLimit > 0 ? ownLimit : m_settings.maxTargetLanguages;
+	return ownLimit > 0 ? ownLimit : settings.maxTargetLanguages;
 }

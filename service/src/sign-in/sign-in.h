@@ -13,37 +13,41 @@
 #include <QUrl>
 #include <QUrlQuery>
 
-/// The web sign-in at https://localhost:PORT/auth: e-mail and password, and pages that stand in for providers'.
-/// Passwords are checked on a thread of their own.
+/**
+ * The web sign-in at https://localhost:PORT/auth: e-mail and password, and pages that stand in for providers'.
+ * Passwords are checked on a thread of their own.
+ */
 class SignIn : public QObject {
 	Q_OBJECT
 
 public:
-	/// Wrong passwords in a row after which an account is locked until the service ends.
+	/** Wrong passwords in a row after which an account is locked until the service ends. */
 	static constexpr int kMostWrongPasswords = 5;
-	/// Consent pages that may be open; further ones make the oldest invalid.
+	/** Consent pages that may be open; further ones make the oldest invalid. */
 	static constexpr qsizetype kMostConsents = 100;
 
 	struct Settings {
 		Accounts accounts;
-		int maxTargetLanguages = 0; ///< for those who have no limit of their own; below 1: none
-		int timeoutMs = 10000;      ///< a client is given so long for its request
+		/** For those who have no limit of their own; below 1: none. */
+		int maxTargetLanguages = 0;
+		/** A client is given so long for its request. */
+		int timeoutMs = 10000;
 	};
 
-	/// `tokens` and `events` outlive this object.
+	/** `tokens` and `events` outlive this object. */
 	SignIn(const QSslConfiguration &tls, Settings settings, TokenStore &tokens, EventLog &events,
 	       QObject *parent = nullptr);
 
-	/// Listens on 127.0.0.1; port 0 takes a free one. False when the port is taken: see `errorString`.
-	bool listen(quint16 port) { return m_http.listen(port); }
-	[[nodiscard]] QString errorString() const { return m_http.errorString(); }
-	/// The base address, with the port in use.
+	/** Listens on 127.0.0.1; port 0 takes a free one. False when the port is taken: see errorString(). */
+	bool listen(quint16 port) { return http.listen(port); }
+	[[nodiscard]] QString errorString() const { return http.errorString(); }
+	/** The base address, with the port in use. */
 	[[nodiscard]] QString url() const;
-	/// Answers one request, now or later; `listen` brings them from the network.
+	/** Answers one request, now or later; listen() brings them from the network. */
 	void handle(const HttpRequest &request, const HttpServer::Answer &answer);
 
 private:
-	/// A consent page that was shown and not answered yet.
+	/** A consent page that was shown and not answered yet. */
 	struct Consent {
 		QString id;
 		QString provider;
@@ -59,11 +63,14 @@ private:
 	[[nodiscard]] HttpResponse consentGiven(const QString &provider, const HttpRequest &request);
 	[[nodiscard]] int limitFor(int ownLimit) const;
 
-	Settings m_settings;
-	TokenStore &m_tokens;
-	EventLog &m_events;
-	QHash<QString, int> m_wrongPasswords; ///< by address of an account, in a row
-	QList<Consent> m_consents;            ///< oldest first
-	HttpServer m_http;
-	QThreadPool m_checks; ///< last: its jobs end before the rest
+	Settings settings;
+	TokenStore &tokens;
+	EventLog &events;
+	/** By address of an account, in a row. */
+	QHash<QString, int> wrongPasswords;
+	/** Oldest first. */
+	QList<Consent> consents;
+	HttpServer http;
+	/** Last: its jobs end before the rest. */
+	QThreadPool checks;
 };

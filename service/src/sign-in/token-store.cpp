@@ -14,16 +14,16 @@ QString randomId()
 
 QString TokenStore::issue(int maxTargetLanguages)
 {
-	if (m_tokens.size() >= kMostTokens) {
-		m_tokens.removeFirst();
+	if (tokens.size() >= kMostTokens) {
+		tokens.removeFirst();
 	}
-	m_tokens.append({QStringLiteral("tak_live_") + randomId(), maxTargetLanguages});
-	return m_tokens.last().text;
+	tokens.append({QStringLiteral("tak_live_") + randomId(), maxTargetLanguages});
+	return tokens.last().text;
 }
 
 std::optional<int> TokenStore::maxTargetLanguages(const QString &token) const
 {
 	const auto found =
-		std::find_if(m_tokens.begin(), m_tokens.end(), [&](const Token &each) { return each.text == token; });
-	return found == m_tokens.end() ? std::nullopt : std::make_optional(found->maxTargetLanguages);
+		std::find_if(tokens.begin(), tokens.end(), [&](const Token &each) { return each.text == token; });
+	return found == tokens.end() ? std::nullopt : std::make_optional(found->maxTargetLanguages);
 }

@@ -9,7 +9,7 @@
 Certificate::Certificate()
 {
 	QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-	environment.insert("CAROOT", m_dir.path());
+	environment.insert("CAROOT", dir.path());
 	QProcess mkcert;
 	mkcert.setProcessEnvironment(environment);
 	mkcert.start(MKCERT, {"-cert-file", file(), "-key-file", keyFile(), "localhost"});
@@ -24,6 +24,6 @@ bool Certificate::isValid() const
 QSslConfiguration Certificate::clientTls() const
 {
 	QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
-	configuration.setCaCertificates(QSslCertificate::fromPath(m_dir.filePath("rootCA.pem")));
+	configuration.setCaCertificates(QSslCertificate::fromPath(dir.filePath("rootCA.pem")));
 	return configuration;
 }

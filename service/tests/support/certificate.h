@@ -5,17 +5,17 @@
 #include <QString>
 #include <QTemporaryDir>
 
-/// A certificate for localhost from a certificate authority of its own, made anew for a test.
+/** A certificate for localhost from a certificate authority of its own, made anew for a test. */
 class Certificate {
 public:
 	Certificate();
 
 	[[nodiscard]] bool isValid() const;
-	[[nodiscard]] QString file() const { return m_dir.filePath("localhost.pem"); }
-	[[nodiscard]] QString keyFile() const { return m_dir.filePath("localhost-key.pem"); }
-	/// What a client needs to trust it.
+	[[nodiscard]] QString file() const { return dir.filePath("localhost.pem"); }
+	[[nodiscard]] QString keyFile() const { return dir.filePath("localhost-key.pem"); }
+	/** What a client needs to trust it. */
 	[[nodiscard]] QSslConfiguration clientTls() const;
 
 private:
-	QTemporaryDir m_dir;
+	QTemporaryDir dir;
 };

@@ -7,12 +7,12 @@
 
 namespace {
 
-// The recording has the plain 44-byte header.
+/** The recording has the plain 44-byte header. */
 constexpr qsizetype kWavHeader = 44;
 
 std::vector<int16_t> samplesOf(const QByteArray &pcm)
 {
-	std::vector<int16_t> samples(static_cast<std::size_t>(pcm.size() / 2));
+	std::vector<int16_t> samples(static_cast<size_t>(pcm.size() / 2));
 	qFromLittleEndian<int16_t>(pcm.constData(), pcm.size() / 2, samples.data());
 	return samples;
 }
@@ -38,7 +38,7 @@ std::vector<int16_t> announcement(const QString &name)
 
 std::vector<int16_t> silence(double seconds)
 {
-	return std::vector<int16_t>(static_cast<std::size_t>(seconds * 16000.0), 0);
+	return std::vector<int16_t>(static_cast<size_t>(seconds * 16000.0), 0);
 }
 
 QByteArray bytes(const std::vector<int16_t> &samples)
