@@ -3,6 +3,11 @@
 
 #include "core/talvora-plugin.h"
 #include "deployment.h"
+#include "dock/account-section.h"
+#include "dock/language-rows.h"
+#include "dock/session-panel.h"
+#include "dock/settings-section.h"
+#include "dock/sign-in-panel.h"
 #include "sign-in/oauth-listener.h"
 
 #include "dock-session.h"
@@ -221,7 +226,8 @@ private:
 	}
 	QList<QPushButton *> signInButtons() const
 	{
-		return {dock->signInButton, dock->googleButton, dock->twitchButton, dock->kickButton};
+		return {dock->account->signIn->signInButton, dock->account->signIn->googleButton,
+			dock->account->signIn->twitchButton, dock->account->signIn->kickButton};
 	}
 	bool signInButtonsAre(bool enabled) const
 	{
@@ -249,9 +255,9 @@ private:
 	/** Fills in the fields and presses the button. */
 	void signIn(const QString &email = u"a@example.org"_s, const QString &password = u"secret word"_s)
 	{
-		dock->emailEdit->setText(email);
-		dock->passwordEdit->setText(password);
-		QTest::mouseClick(dock->signInButton, Qt::LeftButton);
+		dock->account->signIn->emailEdit->setText(email);
+		dock->account->signIn->passwordEdit->setText(password);
+		QTest::mouseClick(dock->account->signIn->signInButton, Qt::LeftButton);
 	}
 	int attemptsRunning() const
 	{
@@ -294,31 +300,31 @@ void PluginDockTest::cleanup()
 void PluginDockTest::widgetsFromTopToBottom()
 {
 	make();
-	dock->onShowApiKeyClicked();
+	dock->account->signIn->onShowApiKeyClicked();
 	QCoreApplication::processEvents();
-	auto *rows = qobject_cast<QVBoxLayout *>(dock->loginPanel->layout());
+	auto *rows = qobject_cast<QVBoxLayout *>(dock->account->signIn->layout());
 	QVERIFY(rows);
 	QCOMPARE(rows->contentsMargins(), QMargins());
 	QCOMPARE(rows->count(), 8);
 	const auto at = [rows](int index) { return rows->itemAt(index)->widget(); };
-	QCOMPARE(at(0), dock->emailEdit);
-	QCOMPARE(at(1), dock->passwordEdit);
-	QCOMPARE(at(2), dock->signInButton);
+	QCOMPARE(at(0), dock->account->signIn->emailEdit);
+	QCOMPARE(at(1), dock->account->signIn->passwordEdit);
+	QCOMPARE(at(2), dock->account->signIn->signInButton);
 	QCOMPARE(qobject_cast<QLabel *>(at(3))->text(), u"Dock.Auth.OrSignInWith"_s);
-	QCOMPARE(at(4)->layout()->itemAt(0)->widget(), dock->googleButton);
-	QCOMPARE(at(4)->layout()->itemAt(1)->widget(), dock->twitchButton);
-	QCOMPARE(at(4)->layout()->itemAt(2)->widget(), dock->kickButton);
+	QCOMPARE(at(4)->layout()->itemAt(0)->widget(), dock->account->signIn->googleButton);
+	QCOMPARE(at(4)->layout()->itemAt(1)->widget(), dock->account->signIn->twitchButton);
+	QCOMPARE(at(4)->layout()->itemAt(2)->widget(), dock->account->signIn->kickButton);
 	QCOMPARE(qobject_cast<QPushButton *>(at(5))->text(), u"Dock.Auth.UseApiKey"_s);
 	QCOMPARE(rows->itemAt(5)->alignment(), Qt::AlignCenter);
-	QCOMPARE(at(6), dock->apiKeyRow);
-	QCOMPARE(at(7), dock->signInMessageLabel);
-	QVERIFY(dock->signInMessageLabel->isHidden());
-	QCOMPARE(dock->apiKeyRow->layout()->contentsMargins(), QMargins());
-	QCOMPARE(dock->apiKeyRow->layout()->itemAt(0)->widget(), dock->apiKeyEdit);
-	QCOMPARE(qobject_cast<QPushButton *>(dock->apiKeyRow->layout()->itemAt(1)->widget())->text(),
+	QCOMPARE(at(6), dock->account->signIn->apiKeyRow);
+	QCOMPARE(at(7), dock->account->signIn->signInMessageLabel);
+	QVERIFY(dock->account->signIn->signInMessageLabel->isHidden());
+	QCOMPARE(dock->account->signIn->apiKeyRow->layout()->contentsMargins(), QMargins());
+	QCOMPARE(dock->account->signIn->apiKeyRow->layout()->itemAt(0)->widget(), dock->account->signIn->apiKeyEdit);
+	QCOMPARE(qobject_cast<QPushButton *>(dock->account->signIn->apiKeyRow->layout()->itemAt(1)->widget())->text(),
 		 u"Dock.Auth.ConnectApiKey"_s);
 
-	QWidget *section = dock->loginPanel->parentWidget();
+	QWidget *section = dock->account->signIn->parentWidget();
 	QCOMPARE(section->styleSheet(), u"QPushButton:flat { background-color: transparent; }"_s);
 	QCOMPARE(section->layout()->contentsMargins(), QMargins());
 	QLayout *header = section->layout()->itemAt(0)->layout();
@@ -326,9 +332,9 @@ void PluginDockTest::widgetsFromTopToBottom()
 	QCOMPARE(title->text(), u"Dock.Auth.Title"_s);
 	QCOMPARE(title->font().weight(), QFont::Bold);
 	QVERIFY(header->itemAt(1)->spacerItem());
-	QCOMPARE(header->itemAt(2)->widget(), dock->logoutButton);
-	QCOMPARE(section->layout()->itemAt(1)->widget(), dock->loginPanel);
-	QCOMPARE(section->layout()->itemAt(2)->widget(), dock->sessionPanel);
+	QCOMPARE(header->itemAt(2)->widget(), dock->account->logoutButton);
+	QCOMPARE(section->layout()->itemAt(1)->widget(), dock->account->signIn);
+	QCOMPARE(section->layout()->itemAt(2)->widget(), dock->account->session);
 }
 
 void PluginDockTest::looks_data()
@@ -369,47 +375,47 @@ void PluginDockTest::looks()
 void PluginDockTest::fieldsOfTheSignIn()
 {
 	make();
-	QCOMPARE(dock->emailEdit->placeholderText(), u"Dock.Auth.Email"_s);
-	QCOMPARE(dock->emailEdit->echoMode(), QLineEdit::Normal);
-	QCOMPARE(dock->passwordEdit->placeholderText(), u"Dock.Auth.Password"_s);
-	QCOMPARE(dock->passwordEdit->echoMode(), QLineEdit::Password);
-	QCOMPARE(dock->apiKeyEdit->placeholderText(), u"tak_live_..."_s);
-	QCOMPARE(dock->apiKeyEdit->echoMode(), QLineEdit::Password);
-	QCOMPARE(dock->apiKeyEdit->toolTip(), u"Dock.Auth.ApiKeyTip"_s);
-	const auto labels = dock->loginPanel->findChildren<QLabel *>(Qt::FindDirectChildrenOnly);
-	QCOMPARE(labels, (QList<QLabel *>{labels.first(), dock->signInMessageLabel}));
+	QCOMPARE(dock->account->signIn->emailEdit->placeholderText(), u"Dock.Auth.Email"_s);
+	QCOMPARE(dock->account->signIn->emailEdit->echoMode(), QLineEdit::Normal);
+	QCOMPARE(dock->account->signIn->passwordEdit->placeholderText(), u"Dock.Auth.Password"_s);
+	QCOMPARE(dock->account->signIn->passwordEdit->echoMode(), QLineEdit::Password);
+	QCOMPARE(dock->account->signIn->apiKeyEdit->placeholderText(), u"tak_live_..."_s);
+	QCOMPARE(dock->account->signIn->apiKeyEdit->echoMode(), QLineEdit::Password);
+	QCOMPARE(dock->account->signIn->apiKeyEdit->toolTip(), u"Dock.Auth.ApiKeyTip"_s);
+	const auto labels = dock->account->signIn->findChildren<QLabel *>(Qt::FindDirectChildrenOnly);
+	QCOMPARE(labels, (QList<QLabel *>{labels.first(), dock->account->signIn->signInMessageLabel}));
 	QCOMPARE(labels.first()->styleSheet(), u"color: gray; font-size: 11px; margin: 4px 0;"_s);
 }
 
 void PluginDockTest::sessionPanelFromTopToBottom()
 {
 	make();
-	QLayout *rows = dock->sessionPanel->layout();
+	QLayout *rows = dock->account->session->layout();
 	QCOMPARE(rows->contentsMargins(), QMargins());
 	QCOMPARE(rows->count(), 2);
-	QCOMPARE(rows->itemAt(0)->layout()->itemAt(0)->widget(), dock->startButton);
-	QCOMPARE(rows->itemAt(0)->layout()->itemAt(1)->widget(), dock->stopButton);
-	QCOMPARE(dock->startButton->text(), u"Dock.Auth.StartTranslating"_s);
-	QCOMPARE(dock->stopButton->text(), u"Dock.Auth.StopTranslating"_s);
+	QCOMPARE(rows->itemAt(0)->layout()->itemAt(0)->widget(), dock->account->session->startButton);
+	QCOMPARE(rows->itemAt(0)->layout()->itemAt(1)->widget(), dock->account->session->stopButton);
+	QCOMPARE(dock->account->session->startButton->text(), u"Dock.Auth.StartTranslating"_s);
+	QCOMPARE(dock->account->session->stopButton->text(), u"Dock.Auth.StopTranslating"_s);
 	auto *status = qobject_cast<QHBoxLayout *>(rows->itemAt(1)->layout());
-	QCOMPARE(status->itemAt(0)->widget(), dock->statusDot);
-	QCOMPARE(status->itemAt(1)->widget(), dock->statusLabel);
-	QCOMPARE(status->itemAt(2)->widget(), dock->clockLabel);
+	QCOMPARE(status->itemAt(0)->widget(), dock->account->session->statusDot);
+	QCOMPARE(status->itemAt(1)->widget(), dock->account->session->statusLabel);
+	QCOMPARE(status->itemAt(2)->widget(), dock->account->session->clockLabel);
 	QCOMPARE(status->stretch(0), 0);
 	QCOMPARE(status->stretch(1), 1);
 	QCOMPARE(status->stretch(2), 0);
-	QCOMPARE(dock->statusDot->text(), u"\u25CF"_s);
-	QCOMPARE(dock->statusDot->styleSheet(), u"color: gray; font-size: 16px;"_s);
-	QVERIFY(dock->statusLabel->wordWrap());
-	QCOMPARE(dock->clockLabel->text(), u"00:00:00"_s);
-	QCOMPARE(dock->clockLabel->styleSheet(), u"color: gray;"_s);
-	QCOMPARE(dock->clockLabel->sizePolicy().horizontalPolicy(), QSizePolicy::Fixed);
+	QCOMPARE(dock->account->session->statusDot->text(), u"\u25CF"_s);
+	QCOMPARE(dock->account->session->statusDot->styleSheet(), u"color: gray; font-size: 16px;"_s);
+	QVERIFY(dock->account->session->statusLabel->wordWrap());
+	QCOMPARE(dock->account->session->clockLabel->text(), u"00:00:00"_s);
+	QCOMPARE(dock->account->session->clockLabel->styleSheet(), u"color: gray;"_s);
+	QCOMPARE(dock->account->session->clockLabel->sizePolicy().horizontalPolicy(), QSizePolicy::Fixed);
 }
 
 void PluginDockTest::buttonsHaveThePointingHand()
 {
 	make();
-	const auto buttons = dock->loginPanel->parentWidget()->findChildren<QPushButton *>();
+	const auto buttons = dock->account->signIn->parentWidget()->findChildren<QPushButton *>();
 	QCOMPARE(buttons.size(), 9);
 	for (const QPushButton *button : buttons) {
 		QCOMPARE(button->cursor().shape(), Qt::PointingHandCursor);
@@ -421,31 +427,31 @@ void PluginDockTest::buttonsHaveThePointingHand()
 void PluginDockTest::signingInSwitchesThePanels()
 {
 	make();
-	QVERIFY(dock->loginPanel->isVisible());
-	QVERIFY(!dock->sessionPanel->isVisible());
-	dock->setAuthenticated(true);
-	QVERIFY(dock->authenticated);
-	QVERIFY(!dock->loginPanel->isVisible());
-	QVERIFY(dock->sessionPanel->isVisible());
-	QVERIFY(dock->logoutButton->isVisible());
-	QCOMPARE(dock->statusLabel->text(), u"Status.Disconnected"_s);
+	QVERIFY(dock->account->signIn->isVisible());
+	QVERIFY(!dock->account->session->isVisible());
+	dock->account->setAuthenticated(true);
+	QVERIFY(dock->account->authenticated);
+	QVERIFY(!dock->account->signIn->isVisible());
+	QVERIFY(dock->account->session->isVisible());
+	QVERIFY(dock->account->logoutButton->isVisible());
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Disconnected"_s);
 }
 
 void PluginDockTest::signingOutEnablesEverything()
 {
 	make();
-	dock->onShowApiKeyClicked();
-	dock->setSignInButtonsEnabled(false);
-	dock->emailEdit->setEnabled(false);
-	dock->passwordEdit->setEnabled(false);
-	dock->setAuthenticated(false);
-	QVERIFY(!dock->authenticated);
+	dock->account->signIn->onShowApiKeyClicked();
+	dock->account->signIn->setSignInButtonsEnabled(false);
+	dock->account->signIn->emailEdit->setEnabled(false);
+	dock->account->signIn->passwordEdit->setEnabled(false);
+	dock->account->setAuthenticated(false);
+	QVERIFY(!dock->account->authenticated);
 	QVERIFY(signInButtonsAre(true));
-	QVERIFY(dock->emailEdit->isEnabled());
-	QVERIFY(dock->passwordEdit->isEnabled());
-	QVERIFY(dock->apiKeyRow->isHidden());
-	QVERIFY(dock->loginPanel->isVisible());
-	QVERIFY(!dock->logoutButton->isVisible());
+	QVERIFY(dock->account->signIn->emailEdit->isEnabled());
+	QVERIFY(dock->account->signIn->passwordEdit->isEnabled());
+	QVERIFY(dock->account->signIn->apiKeyRow->isHidden());
+	QVERIFY(dock->account->signIn->isVisible());
+	QVERIFY(!dock->account->logoutButton->isVisible());
 }
 
 // API key
@@ -453,25 +459,25 @@ void PluginDockTest::signingOutEnablesEverything()
 void PluginDockTest::apiKeyRowIsToggled()
 {
 	make();
-	QVERIFY(!dock->apiKeyRow->isVisible());
+	QVERIFY(!dock->account->signIn->apiKeyRow->isVisible());
 	QTest::mouseClick(buttonNamed(u"Dock.Auth.UseApiKey"_s), Qt::LeftButton);
-	QVERIFY(dock->apiKeyRow->isVisible());
-	QCOMPARE(dock->apiKeyEdit->echoMode(), QLineEdit::Password);
+	QVERIFY(dock->account->signIn->apiKeyRow->isVisible());
+	QCOMPARE(dock->account->signIn->apiKeyEdit->echoMode(), QLineEdit::Password);
 	QTest::mouseClick(buttonNamed(u"Dock.Auth.UseApiKey"_s), Qt::LeftButton);
-	QVERIFY(!dock->apiKeyRow->isVisible());
+	QVERIFY(!dock->account->signIn->apiKeyRow->isVisible());
 }
 
 void PluginDockTest::apiKeySignsIn()
 {
 	plugin->setMaxTargetLanguages(4);
 	make();
-	dock->onShowApiKeyClicked();
-	dock->apiKeyEdit->setText(u"  tak_live_42 "_s);
+	dock->account->signIn->onShowApiKeyClicked();
+	dock->account->signIn->apiKeyEdit->setText(u"  tak_live_42 "_s);
 	QTest::mouseClick(buttonNamed(u"Dock.Auth.ConnectApiKey"_s), Qt::LeftButton);
 	QCOMPARE(plugin->settings.apiKey, u"tak_live_42"_s);
 	QCOMPARE(session->savedConfig()[u"apiKey"], QJsonValue(u"tak_live_42"_s));
-	QVERIFY(dock->authenticated);
-	QCOMPARE(dock->apiKeyEdit->text(), u"  tak_live_42 "_s);
+	QVERIFY(dock->account->authenticated);
+	QCOMPARE(dock->account->signIn->apiKeyEdit->text(), u"  tak_live_42 "_s);
 	QCOMPARE(plugin->maxTargetLanguages, 4);
 }
 
@@ -496,8 +502,8 @@ void PluginDockTest::emptyApiKeyIsRefusedWithAWarning()
 {
 	QFETCH(QString, typed);
 	make();
-	dock->onShowApiKeyClicked();
-	dock->apiKeyEdit->setText(typed);
+	dock->account->signIn->onShowApiKeyClicked();
+	dock->account->signIn->apiKeyEdit->setText(typed);
 	QTest::mouseClick(buttonNamed(u"Dock.Auth.ConnectApiKey"_s), Qt::LeftButton);
 	const QPointer box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
 	QVERIFY(box);
@@ -508,9 +514,9 @@ void PluginDockTest::emptyApiKeyIsRefusedWithAWarning()
 	QCOMPARE(box->standardButtons(), QMessageBox::Ok);
 	QTest::mouseClick(box->button(QMessageBox::Ok), Qt::LeftButton);
 	QTRY_VERIFY(!box);
-	QVERIFY(!dock->authenticated);
+	QVERIFY(!dock->account->authenticated);
 	QCOMPARE(plugin->settings.apiKey, QString());
-	QVERIFY(dock->apiKeyRow->isVisible());
+	QVERIFY(dock->account->signIn->apiKeyRow->isVisible());
 }
 
 // E-mail
@@ -531,7 +537,7 @@ void PluginDockTest::missingCredentialsAreRefused()
 	QFETCH(QString, password);
 	make();
 	signIn(email, password);
-	QCOMPARE(dock->statusLabel->text(), red(u"Status.EnterCredentials"_s));
+	QCOMPARE(dock->account->session->statusLabel->text(), red(u"Status.EnterCredentials"_s));
 	QVERIFY(signInButtonsAre(true));
 	QCOMPARE(attemptsRunning(), 0);
 }
@@ -543,7 +549,7 @@ void PluginDockTest::requestIsAsAgreed()
 	service->answer("200 OK", R"({"token":"tak_live_1"})");
 	make();
 	signIn();
-	QTRY_VERIFY(dock->authenticated);
+	QTRY_VERIFY(dock->account->authenticated);
 	QCOMPARE(service->requests.size(), 1);
 	const SignInService::Request &request = service->requests.first();
 	QCOMPARE(request.line, "POST /auth/login HTTP/1.1");
@@ -564,7 +570,7 @@ void PluginDockTest::emailIsTrimmedAndPasswordIsNot()
 	service->answer("200 OK", R"({"token":"tak_live_1"})");
 	make();
 	signIn(u" \ta@example.org  "_s, u"   "_s);
-	QTRY_VERIFY(dock->authenticated);
+	QTRY_VERIFY(dock->account->authenticated);
 	QCOMPARE(service->requests.first().body, R"({"email":"a@example.org","password":"   "})");
 }
 
@@ -573,14 +579,14 @@ void PluginDockTest::enterInThePasswordFieldSignsIn()
 	startService();
 	service->answer("200 OK", R"({"token":"tak_live_1"})");
 	make();
-	QTest::keyClicks(dock->emailEdit, u"a@example.org"_s);
-	QTest::keyClicks(dock->passwordEdit, u"secret"_s);
-	QTest::keyClick(dock->passwordEdit, Qt::Key_Return);
-	QTRY_VERIFY(dock->authenticated);
+	QTest::keyClicks(dock->account->signIn->emailEdit, u"a@example.org"_s);
+	QTest::keyClicks(dock->account->signIn->passwordEdit, u"secret"_s);
+	QTest::keyClick(dock->account->signIn->passwordEdit, Qt::Key_Return);
+	QTRY_VERIFY(dock->account->authenticated);
 	QCOMPARE(service->requests.size(), 1);
 	QVERIFY(session->log.contains(LOG_INFO, u"[talvora-obs] PluginDock: email login succeeded"_s));
-	QCOMPARE(dock->passwordEdit->text(), QString());
-	QCOMPARE(dock->emailEdit->text(), u"a@example.org"_s);
+	QCOMPARE(dock->account->signIn->passwordEdit->text(), QString());
+	QCOMPARE(dock->account->signIn->emailEdit->text(), u"a@example.org"_s);
 	// They stay so until the user signs out.
 	QVERIFY(signInButtonsAre(false));
 }
@@ -591,8 +597,8 @@ void PluginDockTest::runningAttemptDisablesTheButtons()
 	make();
 	signIn();
 	QVERIFY(signInButtonsAre(false));
-	QCOMPARE(dock->statusLabel->text(), u"Dock.Auth.SigningIn"_s);
-	QVERIFY(dock->passwordEdit->isEnabled());
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Dock.Auth.SigningIn"_s);
+	QVERIFY(dock->account->signIn->passwordEdit->isEnabled());
 	QTRY_COMPARE(service->requests.size(), 1);
 	QVERIFY(signInButtonsAre(false));
 }
@@ -602,7 +608,7 @@ void PluginDockTest::secondAttemptByEnterHasItsOwnRequest()
 	startService();
 	make();
 	signIn();
-	QTest::keyClick(dock->passwordEdit, Qt::Key_Return);
+	QTest::keyClick(dock->account->signIn->passwordEdit, Qt::Key_Return);
 	QCOMPARE(attemptsRunning(), 2);
 	QTRY_COMPARE(service->requests.size(), 2);
 }
@@ -625,7 +631,7 @@ void PluginDockTest::keyIsTakenFromTheAnswer()
 	service->answer("200 OK", body);
 	make();
 	signIn();
-	QTRY_VERIFY(dock->authenticated);
+	QTRY_VERIFY(dock->account->authenticated);
 	QTEST(plugin->settings.apiKey, "key");
 	QCOMPARE(session->savedConfig()[u"apiKey"].toString(), plugin->settings.apiKey);
 }
@@ -651,7 +657,7 @@ void PluginDockTest::limitIsTakenWhenPositive()
 	make();
 	plugin->setMaxTargetLanguages(5);
 	signIn();
-	QTRY_VERIFY(dock->authenticated);
+	QTRY_VERIFY(dock->account->authenticated);
 	QCOMPARE(plugin->settings.apiKey, u"a"_s);
 	QTEST(plugin->maxTargetLanguages, "expected");
 }
@@ -673,12 +679,12 @@ void PluginDockTest::answerWithoutKeyLeavesTheButtonsDisabled()
 	service->answer("200 OK", body);
 	make();
 	signIn();
-	QTRY_COMPARE(dock->statusLabel->text(), red(u"Status.NoTokenInResponse"_s));
+	QTRY_COMPARE(dock->account->session->statusLabel->text(), red(u"Status.NoTokenInResponse"_s));
 	QVERIFY(signInButtonsAre(false));
-	QVERIFY(!dock->authenticated);
+	QVERIFY(!dock->account->authenticated);
 	QCOMPARE(plugin->settings.apiKey, QString());
 	QCOMPARE(plugin->maxTargetLanguages, 0);
-	dock->onLogoutClicked();
+	dock->account->onLogoutClicked();
 	QVERIFY(signInButtonsAre(true));
 }
 
@@ -705,19 +711,19 @@ void PluginDockTest::httpErrorsAreShownAndLogged()
 	startService();
 	service->answer(status, body);
 	make();
-	QVERIFY(dock->signInMessageLabel->isHidden());
+	QVERIFY(dock->account->signIn->signInMessageLabel->isHidden());
 	signIn();
-	QTRY_COMPARE(dock->statusLabel->text(), red(shown));
+	QTRY_COMPARE(dock->account->session->statusLabel->text(), red(shown));
 	// The status row is hidden while signed out: the message is to be seen below the sign-in.
-	QCOMPARE(dock->signInMessageLabel->text(), red(shown));
-	QVERIFY(!dock->signInMessageLabel->isHidden());
-	QVERIFY(dock->loginPanel->isAncestorOf(dock->signInMessageLabel));
+	QCOMPARE(dock->account->signIn->signInMessageLabel->text(), red(shown));
+	QVERIFY(!dock->account->signIn->signInMessageLabel->isHidden());
+	QVERIFY(dock->account->signIn->isAncestorOf(dock->account->signIn->signInMessageLabel));
 	QVERIFY(session->log.contains(LOG_WARNING,
 				      u"[talvora-obs] PluginDock: email login failed: "_s + QString::fromUtf8(body)));
 	QVERIFY(signInButtonsAre(true));
-	QVERIFY(!dock->authenticated);
+	QVERIFY(!dock->account->authenticated);
 	QCOMPARE(plugin->settings.apiKey, QString());
-	QCOMPARE(dock->passwordEdit->text(), u"secret word"_s);
+	QCOMPARE(dock->account->signIn->passwordEdit->text(), u"secret word"_s);
 }
 
 void PluginDockTest::errorWithoutBodyShowsQtsText()
@@ -730,7 +736,7 @@ void PluginDockTest::errorWithoutBodyShowsQtsText()
 	const QString text =
 		session->log.lines(LOG_WARNING).filter(u"email login failed"_s).first().section(u"failed: "_s, 1);
 	QVERIFY(!text.isEmpty());
-	QCOMPARE(dock->statusLabel->text(), red(text.left(60).toHtmlEscaped()));
+	QCOMPARE(dock->account->session->statusLabel->text(), red(text.left(60).toHtmlEscaped()));
 	QVERIFY(signInButtonsAre(true));
 }
 
@@ -739,7 +745,7 @@ void PluginDockTest::unreachableServiceIsReported()
 	make();
 	signIn();
 	QTRY_VERIFY(signInButtonsAre(true));
-	QCOMPARE(dock->statusLabel->text(), red(u"Connection refused"_s));
+	QCOMPARE(dock->account->session->statusLabel->text(), red(u"Connection refused"_s));
 	QVERIFY(session->log.contains(LOG_WARNING,
 				      u"[talvora-obs] PluginDock: email login failed: Connection refused"_s));
 }
@@ -753,9 +759,10 @@ void PluginDockTest::unknownCertificateIsRefused()
 	make();
 	signIn();
 	QTRY_VERIFY(signInButtonsAre(true));
-	QVERIFY(!dock->authenticated);
+	QVERIFY(!dock->account->authenticated);
 	QVERIFY(service->requests.isEmpty());
-	QVERIFY(dock->statusLabel->text().startsWith(u"<span style='color:red'>SSL handshake failed"_s));
+	QVERIFY(dock->account->session->statusLabel->text().startsWith(
+		u"<span style='color:red'>SSL handshake failed"_s));
 }
 
 void PluginDockTest::passwordIsNotSentOnToAnotherOrigin_data()
@@ -776,12 +783,12 @@ void PluginDockTest::passwordIsNotSentOnToAnotherOrigin()
 	service->redirect(status, u"https://localhost:%1/auth/login"_s.arg(other.port()));
 	make();
 	signIn();
-	QTRY_VERIFY(dock->authenticated || signInButtonsAre(true));
+	QTRY_VERIFY(dock->account->authenticated || signInButtonsAre(true));
 	QCOMPARE(service->requests.size(), 1);
 	QCOMPARE(other.requests.size(), 0);
-	QVERIFY(!dock->authenticated);
-	QVERIFY(dock->signInMessageLabel->isVisible());
-	QVERIFY(dock->signInMessageLabel->text().startsWith(u"<span style='color:red'>"_s));
+	QVERIFY(!dock->account->authenticated);
+	QVERIFY(dock->account->signIn->signInMessageLabel->isVisible());
+	QVERIFY(dock->account->signIn->signInMessageLabel->text().startsWith(u"<span style='color:red'>"_s));
 	QCOMPARE(session->log.lines(LOG_WARNING).filter(u"PluginDock: email login failed: "_s).size(), 1);
 }
 
@@ -792,7 +799,7 @@ void PluginDockTest::redirectWithinTheOriginIsFollowed()
 	service->answer("200 OK", R"({"token":"ours"})");
 	make();
 	signIn();
-	QTRY_VERIFY(dock->authenticated);
+	QTRY_VERIFY(dock->account->authenticated);
 	QCOMPARE(plugin->settings.apiKey, u"ours"_s);
 	QCOMPARE(service->requests.size(), 2);
 	QCOMPARE(service->requests.last().line, "POST /elsewhere HTTP/1.1");
@@ -811,19 +818,19 @@ void PluginDockTest::heldEnterIsOneAttempt()
 	QFETCH(Qt::Key, key);
 	startService();
 	make();
-	dock->emailEdit->setText(u"a@example.org"_s);
-	dock->passwordEdit->setText(u"secret"_s);
-	QTest::keyPress(dock->passwordEdit, key);
+	dock->account->signIn->emailEdit->setText(u"a@example.org"_s);
+	dock->account->signIn->passwordEdit->setText(u"secret"_s);
+	QTest::keyPress(dock->account->signIn->passwordEdit, key);
 	for (int repeated = 0; repeated < 10; ++repeated) {
 		QKeyEvent again(QEvent::KeyPress, key, Qt::NoModifier, u"\r"_s, true);
-		QCoreApplication::sendEvent(dock->passwordEdit, &again);
+		QCoreApplication::sendEvent(dock->account->signIn->passwordEdit, &again);
 	}
-	QTest::keyRelease(dock->passwordEdit, key);
+	QTest::keyRelease(dock->account->signIn->passwordEdit, key);
 	QCOMPARE(attemptsRunning(), 1);
 	// Other keys may be held.
 	QKeyEvent letter(QEvent::KeyPress, Qt::Key_A, Qt::NoModifier, u"a"_s, true);
-	QCoreApplication::sendEvent(dock->passwordEdit, &letter);
-	QCOMPARE(dock->passwordEdit->text(), u"secreta"_s);
+	QCoreApplication::sendEvent(dock->account->signIn->passwordEdit, &letter);
+	QCOMPARE(dock->account->signIn->passwordEdit->text(), u"secreta"_s);
 }
 
 void PluginDockTest::lateAnswerChangesNothing_data()
@@ -842,21 +849,21 @@ void PluginDockTest::lateAnswerChangesNothing()
 	startService();
 	make();
 	signIn();
-	QTest::keyClick(dock->passwordEdit, Qt::Key_Return);
+	QTest::keyClick(dock->account->signIn->passwordEdit, Qt::Key_Return);
 	QTRY_COMPARE(service->requests.size(), 2);
-	dock->apiKeyEdit->setText(u"mine"_s);
-	dock->onApiKeyConnectClicked();
+	dock->account->signIn->apiKeyEdit->setText(u"mine"_s);
+	dock->account->signIn->onApiKeyConnectClicked();
 	if (signOut) {
-		dock->onLogoutClicked();
+		dock->account->onLogoutClicked();
 	}
 	service->answer(status, R"({"token":"theirs","max_target_languages":1})");
 	service->answerLate();
 	QTRY_COMPARE(attemptsRunning(), 0);
 	QCOMPARE(plugin->settings.apiKey, signOut ? QString() : u"mine"_s);
 	QCOMPARE(plugin->maxTargetLanguages, 0);
-	QCOMPARE(dock->authenticated, !signOut);
-	QCOMPARE(dock->statusLabel->text(), u"Status.Disconnected"_s);
-	QVERIFY(dock->signInMessageLabel->isHidden());
+	QCOMPARE(dock->account->authenticated, !signOut);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Disconnected"_s);
+	QVERIFY(dock->account->signIn->signInMessageLabel->isHidden());
 	QVERIFY(session->log.ownLines().filter(u"email login"_s).isEmpty());
 }
 
@@ -866,8 +873,8 @@ void PluginDockTest::keyAndPasswordAreNeverLogged()
 	service->answer("200 OK", R"({"token":"tak_live_verysecret"})");
 	make();
 	signIn(u"a@example.org"_s, u"pass_verysecret"_s);
-	QTRY_VERIFY(dock->authenticated);
-	dock->onLogoutClicked();
+	QTRY_VERIFY(dock->account->authenticated);
+	dock->account->onLogoutClicked();
 	QVERIFY(session->log.ownLines().filter(u"verysecret"_s).isEmpty());
 }
 
@@ -912,41 +919,41 @@ void PluginDockTest::providerButtonsOpenTheirPages()
 	QTest::mouseClick(buttonNamed(button), Qt::LeftButton);
 	QCOMPARE(opened.size(), 1);
 	QCOMPARE(opened.first().adjusted(QUrl::RemoveQuery).toString(), u"https://localhost:3003/auth/"_s + provider);
-	QVERIFY(dock->oauthListener);
-	QCOMPARE(dock->oauthListener->parent(), dock.get());
-	QVERIFY(dock->oauthListener->isListening());
+	QVERIFY(dock->account->signIn->oauthListener);
+	QCOMPARE(dock->account->signIn->oauthListener->parent(), dock.get());
+	QVERIFY(dock->account->signIn->oauthListener->isListening());
 	QVERIFY(signInButtonsAre(false));
-	QCOMPARE(dock->statusLabel->text(), u"Status.OpeningLogin"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.OpeningLogin"_s);
 }
 
 void PluginDockTest::secondProviderClickAbortsTheFirst()
 {
 	make();
-	dock->onOAuthLoginClicked(u"google"_s);
-	const QPointer<OAuthListener> first = dock->oauthListener;
+	dock->account->signIn->onOAuthLoginClicked(u"google"_s);
+	const QPointer<OAuthListener> first = dock->account->signIn->oauthListener;
 	session->log.clear();
-	dock->onOAuthLoginClicked(u"google"_s);
+	dock->account->signIn->onOAuthLoginClicked(u"google"_s);
 	const QStringList lines = session->log.ownLines();
 	const qsizetype aborted = lines.indexOf(u"[talvora-obs] OAuthListener: login aborted by user"_s);
 	QVERIFY(aborted >= 0);
 	QVERIFY(aborted < lines.indexOf(lines.filter(u"listening on port"_s).value(0)));
-	QVERIFY(dock->oauthListener);
-	QVERIFY(dock->oauthListener != first);
-	QVERIFY(dock->oauthListener->isListening());
+	QVERIFY(dock->account->signIn->oauthListener);
+	QVERIFY(dock->account->signIn->oauthListener != first);
+	QVERIFY(dock->account->signIn->oauthListener->isListening());
 	QVERIFY(!first || !first->isListening());
 	QTRY_VERIFY(!first);
 	// The second attempt goes on as if there had been no other.
-	QVERIFY(dock->oauthListener);
+	QVERIFY(dock->account->signIn->oauthListener);
 	QVERIFY(signInButtonsAre(false));
-	QCOMPARE(dock->statusLabel->text(), u"Status.OpeningLogin"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.OpeningLogin"_s);
 	QCOMPARE(opened.size(), 2);
 }
 
 void PluginDockTest::browserSignInSucceeds()
 {
 	make();
-	dock->onOAuthLoginClicked(u"twitch"_s);
-	const QPointer<OAuthListener> listener = dock->oauthListener;
+	dock->account->signIn->onOAuthLoginClicked(u"twitch"_s);
+	const QPointer<OAuthListener> listener = dock->account->signIn->oauthListener;
 	// The browser comes back.
 	const QUrlQuery query(opened.first());
 	QUrl callback(query.queryItemValue(u"redirect_uri"_s, QUrl::FullyDecoded));
@@ -954,11 +961,11 @@ void PluginDockTest::browserSignInSucceeds()
 		u"state=%1&token=tak_live_verysecret&max_target_languages=2"_s.arg(query.queryItemValue(u"state"_s)));
 	QNetworkAccessManager browser;
 	const std::unique_ptr<QNetworkReply> page(browser.get(QNetworkRequest(callback)));
-	QTRY_VERIFY(dock->authenticated);
+	QTRY_VERIFY(dock->account->authenticated);
 	QCOMPARE(plugin->settings.apiKey, u"tak_live_verysecret"_s);
 	QCOMPARE(plugin->maxTargetLanguages, 2);
-	QCOMPARE(dock->oauthListener, nullptr);
-	QVERIFY(dock->sessionPanel->isVisible());
+	QCOMPARE(dock->account->signIn->oauthListener, nullptr);
+	QVERIFY(dock->account->session->isVisible());
 	QVERIFY(session->log.contains(LOG_INFO, u"[talvora-obs] PluginDock: OAuth login succeeded"_s));
 	QVERIFY(session->log.ownLines().filter(u"verysecret"_s).isEmpty());
 	QTRY_VERIFY(!listener);
@@ -968,13 +975,13 @@ void PluginDockTest::browserSignInWithoutLimitKeepsIt()
 {
 	make();
 	plugin->setMaxTargetLanguages(5);
-	dock->onOAuthSuccess(u"k"_s, 0);
+	dock->account->signIn->onOAuthSuccess(u"k"_s, 0);
 	QCOMPARE(plugin->maxTargetLanguages, 5);
-	dock->onOAuthSuccess(u"k"_s, -1);
+	dock->account->signIn->onOAuthSuccess(u"k"_s, -1);
 	QCOMPARE(plugin->maxTargetLanguages, 5);
 	plugin->setLanguageTargets({{u"de"_s, {false, true}}, {u"es"_s, {false, true}}});
 	session->log.clear();
-	dock->onOAuthSuccess(u"k"_s, 1);
+	dock->account->signIn->onOAuthSuccess(u"k"_s, 1);
 	QCOMPARE(plugin->maxTargetLanguages, 1);
 	// First what happened, then what follows from it.
 	const QStringList lines = session->log.ownLines();
@@ -986,38 +993,38 @@ void PluginDockTest::browserSignInFails()
 {
 	const QString error = u"<i>access denied</i>"_s + QString(100, u'x');
 	make();
-	dock->onOAuthLoginClicked(u"kick"_s);
-	const QPointer<OAuthListener> listener = dock->oauthListener;
-	Q_EMIT dock->oauthListener->loginFailed(error);
+	dock->account->signIn->onOAuthLoginClicked(u"kick"_s);
+	const QPointer<OAuthListener> listener = dock->account->signIn->oauthListener;
+	Q_EMIT dock->account->signIn->oauthListener->loginFailed(error);
 	QVERIFY(session->log.contains(LOG_WARNING, u"[talvora-obs] PluginDock: OAuth login failed: "_s + error));
-	QCOMPARE(dock->statusLabel->text(), red(error.left(60).toHtmlEscaped()));
+	QCOMPARE(dock->account->session->statusLabel->text(), red(error.left(60).toHtmlEscaped()));
 	QVERIFY(signInButtonsAre(true));
-	QCOMPARE(dock->oauthListener, nullptr);
-	QVERIFY(!dock->authenticated);
+	QCOMPARE(dock->account->signIn->oauthListener, nullptr);
+	QVERIFY(!dock->account->authenticated);
 	QTRY_VERIFY(!listener);
 }
 
 void PluginDockTest::signingInByKeyAbandonsTheBrowser()
 {
 	make();
-	dock->onOAuthLoginClicked(u"google"_s);
-	const QPointer<OAuthListener> listener = dock->oauthListener;
+	dock->account->signIn->onOAuthLoginClicked(u"google"_s);
+	const QPointer<OAuthListener> listener = dock->account->signIn->oauthListener;
 	session->log.clear();
-	dock->apiKeyEdit->setText(u"tak_live_mine"_s);
-	dock->onApiKeyConnectClicked();
-	QCOMPARE(dock->oauthListener, nullptr);
+	dock->account->signIn->apiKeyEdit->setText(u"tak_live_mine"_s);
+	dock->account->signIn->onApiKeyConnectClicked();
+	QCOMPARE(dock->account->signIn->oauthListener, nullptr);
 	QTRY_VERIFY(!listener);
 	QVERIFY(session->log.contains(LOG_INFO, u"[talvora-obs] OAuthListener: login aborted by user"_s));
 	QVERIFY(session->log.ownLines().filter(u"OAuth login failed"_s).isEmpty());
-	QCOMPARE(dock->statusLabel->text(), u"Status.Disconnected"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Disconnected"_s);
 	QCOMPARE(plugin->settings.apiKey, u"tak_live_mine"_s);
 }
 
 void PluginDockTest::dockDestroyedDuringBrowserSignInAborts()
 {
 	make();
-	dock->onOAuthLoginClicked(u"google"_s);
-	const QPointer<OAuthListener> listener = dock->oauthListener;
+	dock->account->signIn->onOAuthLoginClicked(u"google"_s);
+	const QPointer<OAuthListener> listener = dock->account->signIn->oauthListener;
 	session->log.clear();
 	dock.reset();
 	QVERIFY(!listener);
@@ -1031,14 +1038,14 @@ void PluginDockTest::signingOutForgetsKeyAndLimit()
 	plugin->settings.apiKey = u"tak_live_1"_s;
 	make();
 	plugin->setMaxTargetLanguages(3);
-	QTest::mouseClick(dock->logoutButton, Qt::LeftButton);
+	QTest::mouseClick(dock->account->logoutButton, Qt::LeftButton);
 	QCOMPARE(plugin->settings.apiKey, QString());
 	QCOMPARE(session->savedConfig()[u"apiKey"], QJsonValue(QString()));
 	QCOMPARE(plugin->maxTargetLanguages, 0);
-	QVERIFY(dock->languageCountLabel->isHidden());
-	QVERIFY(!dock->authenticated);
-	QVERIFY(dock->loginPanel->isVisible());
-	QVERIFY(!dock->sessionPanel->isVisible());
+	QVERIFY(dock->settings->languages->languageCountLabel->isHidden());
+	QVERIFY(!dock->account->authenticated);
+	QVERIFY(dock->account->signIn->isVisible());
+	QVERIFY(!dock->account->session->isVisible());
 	QVERIFY(signInButtonsAre(true));
 }
 
@@ -1049,31 +1056,31 @@ void PluginDockTest::signingOutStopsTheSessionFirst()
 	plugin->settings.apiKey = u"tak_live_1"_s;
 	auto *own = qobject_cast<PluginDock *>(plugin->dock);
 	QVERIFY(own);
-	own->setAuthenticated(true);
-	own->setSignInButtonsEnabled(false);
-	own->onWsStateChanged(WsState::Authenticated);
+	own->account->setAuthenticated(true);
+	own->account->signIn->setSignInButtonsEnabled(false);
+	own->account->session->onWsStateChanged(WsState::Authenticated);
 	session->log.clear();
-	own->onLogoutClicked();
+	own->account->onLogoutClicked();
 	QCOMPARE(session->log.ownLines(), QStringList{u"[talvora-obs] Talvora: disconnecting..."_s});
 	QCOMPARE(plugin->settings.apiKey, QString());
-	QVERIFY(own->signInButton->isEnabled());
-	QVERIFY(own->kickButton->isEnabled());
-	QVERIFY(own->emailEdit->isEnabled());
+	QVERIFY(own->account->signIn->signInButton->isEnabled());
+	QVERIFY(own->account->signIn->kickButton->isEnabled());
+	QVERIFY(own->account->signIn->emailEdit->isEnabled());
 }
 
 /** Else whoever sits down next is signed in again by a press of "Use this key". */
 void PluginDockTest::signingOutEmptiesTheFields()
 {
 	make();
-	dock->emailEdit->setText(u"a@example.org"_s);
-	dock->passwordEdit->setText(u"secret"_s);
-	dock->apiKeyEdit->setText(u"tak_live_1"_s);
-	dock->onApiKeyConnectClicked();
-	QCOMPARE(dock->apiKeyEdit->text(), u"tak_live_1"_s);
-	QTest::mouseClick(dock->logoutButton, Qt::LeftButton);
-	QCOMPARE(dock->apiKeyEdit->text(), QString());
-	QCOMPARE(dock->passwordEdit->text(), QString());
-	QCOMPARE(dock->emailEdit->text(), u"a@example.org"_s);
+	dock->account->signIn->emailEdit->setText(u"a@example.org"_s);
+	dock->account->signIn->passwordEdit->setText(u"secret"_s);
+	dock->account->signIn->apiKeyEdit->setText(u"tak_live_1"_s);
+	dock->account->signIn->onApiKeyConnectClicked();
+	QCOMPARE(dock->account->signIn->apiKeyEdit->text(), u"tak_live_1"_s);
+	QTest::mouseClick(dock->account->logoutButton, Qt::LeftButton);
+	QCOMPARE(dock->account->signIn->apiKeyEdit->text(), QString());
+	QCOMPARE(dock->account->signIn->passwordEdit->text(), QString());
+	QCOMPARE(dock->account->signIn->emailEdit->text(), u"a@example.org"_s);
 }
 
 QTEST_MAIN(PluginDockTest)

@@ -2,6 +2,11 @@
 #include "dock/plugin-dock.h"
 
 #include "core/talvora-plugin.h"
+#include "dock/audio-source-rows.h"
+#include "dock/caption-rows.h"
+#include "dock/language-rows.h"
+#include "dock/language-table.h"
+#include "dock/settings-section.h"
 
 #include "dock-session.h"
 
@@ -86,8 +91,9 @@ private:
 	}
 	int rowOf(const QString &code) const
 	{
-		for (int row = 0; row < dock->languageTable->rowCount(); ++row) {
-			if (dock->languageTable->item(row, 0)->data(Qt::UserRole).toString() == code) {
+		for (int row = 0; row < dock->settings->languages->languageTable->rowCount(); ++row) {
+			if (dock->settings->languages->languageTable->item(row, 0)->data(Qt::UserRole).toString() ==
+			    code) {
 				return row;
 			}
 		}
@@ -95,12 +101,13 @@ private:
 	}
 	QCheckBox *box(const QString &code, int column) const
 	{
-		return PluginDock::checkBoxAt(dock->languageTable, rowOf(code), column);
+		return LanguageTable::checkBoxAt(dock->settings->languages->languageTable, rowOf(code), column);
 	}
 	void choose(const LanguageTargets &targets) { plugin->settings.languageTargets = targets; }
 	void select(const QString &language)
 	{
-		dock->sourceLangCombo->setCurrentIndex(dock->sourceLangCombo->findData(language));
+		dock->settings->languages->sourceLangCombo->setCurrentIndex(
+			dock->settings->languages->sourceLangCombo->findData(language));
 	}
 
 	std::optional<DockSession> session;
@@ -127,7 +134,7 @@ void PluginDockTest::look()
 {
 	make().resize(380, 800);
 	dock->setVisible(true);
-	QTableWidget *table = dock->languageTable;
+	QTableWidget *table = dock->settings->languages->languageTable;
 	QCOMPARE(table->columnCount(), 3);
 	QCOMPARE(table->horizontalHeaderItem(0)->text(), u"Dock.Settings.ColLanguage"_s);
 	QCOMPARE(table->horizontalHeaderItem(1)->text(), u"Dock.Settings.ColCaptions"_s);
@@ -156,7 +163,7 @@ void PluginDockTest::look()
 void PluginDockTest::rowsAreTheCatalogue()
 {
 	make();
-	QTableWidget *table = dock->languageTable;
+	QTableWidget *table = dock->settings->languages->languageTable;
 	QCOMPARE(table->rowCount(), 31);
 	for (int row = 0; row < 31; ++row) {
 		const LanguageInfo &language = kSupportedLanguages.at(row);
@@ -199,23 +206,23 @@ void PluginDockTest::boxesAreNamedForScreenReaders()
 void PluginDockTest::missingCellsHaveNoBox()
 {
 	QTableWidget table(1, 3);
-	QCOMPARE(PluginDock::checkBoxAt(&table, 0, 1), nullptr);
-	QCOMPARE(PluginDock::checkBoxAt(&table, 5, 5), nullptr);
+	QCOMPARE(LanguageTable::checkBoxAt(&table, 0, 1), nullptr);
+	QCOMPARE(LanguageTable::checkBoxAt(&table, 5, 5), nullptr);
 	table.setCellWidget(0, 1, new QWidget());
-	QCOMPARE(PluginDock::checkBoxAt(&table, 0, 1), nullptr);
+	QCOMPARE(LanguageTable::checkBoxAt(&table, 0, 1), nullptr);
 	auto *nested = new QWidget();
 	auto *inner = new QWidget(nested);
 	auto *expected = new QCheckBox(inner);
 	table.setCellWidget(0, 2, nested);
-	QCOMPARE(PluginDock::checkBoxAt(&table, 0, 2), expected);
+	QCOMPARE(LanguageTable::checkBoxAt(&table, 0, 2), expected);
 }
 
 void PluginDockTest::rowWithoutItsBoxesChoosesNothing()
 {
 	choose({{u"es"_s, kBoth}, {u"fr"_s, kBoth}});
 	make();
-	dock->languageTable->removeCellWidget(rowOf(u"es"_s), kDub);
-	dock->onLanguageGridChanged();
+	dock->settings->languages->languageTable->removeCellWidget(rowOf(u"es"_s), kDub);
+	dock->settings->languages->onLanguageGridChanged();
 	QCOMPARE(plugin->settings.languageTargets, (LanguageTargets{{u"fr"_s, kBoth}}));
 }
 
@@ -224,20 +231,20 @@ void PluginDockTest::withoutItsControlsTheDockDoesNothing()
 	const LanguageTargets chosen{{u"es"_s, kBoth}};
 	choose(chosen);
 	make();
-	QTableWidget *table = std::exchange(dock->languageTable, nullptr);
-	QLabel *count = std::exchange(dock->languageCountLabel, nullptr);
-	QComboBox *language = std::exchange(dock->sourceLangCombo, nullptr);
-	QComboBox *source = std::exchange(dock->audioSourceCombo, nullptr);
+	LanguageTable *table = std::exchange(dock->settings->languages->languageTable, nullptr);
+	QLabel *count = std::exchange(dock->settings->languages->languageCountLabel, nullptr);
+	QComboBox *language = std::exchange(dock->settings->languages->sourceLangCombo, nullptr);
+	QComboBox *source = std::exchange(dock->settings->audioSource->audioSourceCombo, nullptr);
 	const int rows = table->rowCount();
 	plugin->setMaxTargetLanguages(1);
-	dock->populateLanguageTable();
-	dock->onLanguageGridChanged();
-	dock->onSourceLangChanged(3);
-	dock->refreshAudioSources();
-	dock->languageTable = table;
-	dock->languageCountLabel = count;
-	dock->sourceLangCombo = language;
-	dock->audioSourceCombo = source;
+	dock->settings->languages->populateLanguageTable();
+	dock->settings->languages->onLanguageGridChanged();
+	dock->settings->languages->onSourceLangChanged(3);
+	dock->settings->audioSource->refreshAudioSources();
+	dock->settings->languages->languageTable = table;
+	dock->settings->languages->languageCountLabel = count;
+	dock->settings->languages->sourceLangCombo = language;
+	dock->settings->audioSource->audioSourceCombo = source;
 	QCOMPARE(plugin->settings.languageTargets, chosen);
 	QCOMPARE(plugin->settings.sourceLanguage, u"en"_s);
 	QCOMPARE(table->rowCount(), rows);
@@ -250,7 +257,7 @@ void PluginDockTest::boxReachedByKeyboardIsScrolledTo()
 	make().setVisible(true);
 	dock->activateWindow();
 	QVERIFY(QTest::qWaitForWindowActive(dock.get()));
-	QTableWidget *table = dock->languageTable;
+	QTableWidget *table = dock->settings->languages->languageTable;
 	QCOMPARE(table->verticalScrollBar()->value(), 0);
 	QCheckBox *last = box(u"vi"_s, kDub);
 	last->setFocus(Qt::TabFocusReason);
@@ -259,16 +266,16 @@ void PluginDockTest::boxReachedByKeyboardIsScrolledTo()
 	QVERIFY(table->viewport()->rect().contains(cell.center()));
 	// Tab goes on to what follows the table instead of walking its cells.
 	QTest::keyClick(last, Qt::Key_Tab);
-	QCOMPARE(QApplication::focusWidget(), dock->captionModeCombo);
+	QCOMPARE(QApplication::focusWidget(), dock->settings->captions->captionModeCombo);
 
 	// Also after the rows have been made anew.
 	select(u"de"_s);
 	QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-	dock->sourceLangCombo->setFocus();
-	QTest::keyClick(dock->sourceLangCombo, Qt::Key_Tab);
+	dock->settings->languages->sourceLangCombo->setFocus();
+	QTest::keyClick(dock->settings->languages->sourceLangCombo, Qt::Key_Tab);
 	QCOMPARE(QApplication::focusWidget(), box(u"ar"_s, kCaptions));
-	dock->captionModeCombo->setFocus();
-	QTest::keyClick(dock->captionModeCombo, Qt::Key_Backtab);
+	dock->settings->captions->captionModeCombo->setFocus();
+	QTest::keyClick(dock->settings->captions->captionModeCombo, Qt::Key_Backtab);
 	QCOMPARE(QApplication::focusWidget(), box(u"vi"_s, kDub));
 }
 
@@ -304,8 +311,8 @@ void PluginDockTest::uncheckingBothBoxesFreesAPlace()
 	box(u"es"_s, kDub)->setChecked(false);
 	QCOMPARE(plugin->settings.languageTargets, (LanguageTargets{{u"fr"_s, kDubOnly}}));
 	QVERIFY(box(u"de"_s, kDub)->isEnabled());
-	QCOMPARE(dock->languageCountLabel->text(), u"1 / 2 languages"_s);
-	QCOMPARE(dock->languageCountLabel->styleSheet(), kGray);
+	QCOMPARE(dock->settings->languages->languageCountLabel->text(), u"1 / 2 languages"_s);
+	QCOMPARE(dock->settings->languages->languageCountLabel->styleSheet(), kGray);
 	box(u"de"_s, kDub)->setChecked(true);
 	QCOMPARE(plugin->settings.languageTargets.keys(), (QStringList{u"de"_s, u"fr"_s}));
 }
@@ -388,20 +395,20 @@ void PluginDockTest::counter()
 		plugin->settings.languageTargets[code] = {};
 	}
 	make();
-	QTEST(dock->languageCountLabel->text(), "text");
-	QTEST(dock->languageCountLabel->styleSheet(), "style");
-	QVERIFY(!dock->languageCountLabel->isHidden());
+	QTEST(dock->settings->languages->languageCountLabel->text(), "text");
+	QTEST(dock->settings->languages->languageCountLabel->styleSheet(), "style");
+	QVERIFY(!dock->settings->languages->languageCountLabel->isHidden());
 }
 
 void PluginDockTest::counterIsHiddenWithoutALimit()
 {
 	make();
-	QVERIFY(dock->languageCountLabel->isHidden());
-	QCOMPARE(dock->languageCountLabel->styleSheet(), kGray);
+	QVERIFY(dock->settings->languages->languageCountLabel->isHidden());
+	QCOMPARE(dock->settings->languages->languageCountLabel->styleSheet(), kGray);
 	plugin->setMaxTargetLanguages(2);
-	QVERIFY(!dock->languageCountLabel->isHidden());
+	QVERIFY(!dock->settings->languages->languageCountLabel->isHidden());
 	plugin->resetMaxTargetLanguages();
-	QVERIFY(dock->languageCountLabel->isHidden());
+	QVERIFY(dock->settings->languages->languageCountLabel->isHidden());
 }
 
 void PluginDockTest::onlyChosenLanguagesAreOpenAtTheLimit()
@@ -456,7 +463,7 @@ void PluginDockTest::smallerLimitDropsTheGreatestCodes()
 	QVERIFY(!box(u"fr"_s, kDub)->isChecked());
 	QVERIFY(!box(u"fr"_s, kDub)->isEnabled());
 	QVERIFY(box(u"de"_s, kDub)->isChecked());
-	QCOMPARE(dock->languageCountLabel->text(), u"2 / 2 languages"_s);
+	QCOMPARE(dock->settings->languages->languageCountLabel->text(), u"2 / 2 languages"_s);
 
 	session->log.clear();
 	plugin->setMaxTargetLanguages(1);
@@ -472,7 +479,7 @@ void PluginDockTest::sameOrGreaterLimitDropsNothing()
 	plugin->setMaxTargetLanguages(5);
 	QCOMPARE(session->log.ownLines(), QStringList());
 	QCOMPARE(plugin->settings.languageTargets.size(), 2);
-	QCOMPARE(dock->languageCountLabel->text(), u"2 / 5 languages"_s);
+	QCOMPARE(dock->settings->languages->languageCountLabel->text(), u"2 / 5 languages"_s);
 }
 
 void PluginDockTest::noLimitOpensEverything_data()
@@ -491,7 +498,7 @@ void PluginDockTest::noLimitOpensEverything()
 	QVERIFY(!box(u"es"_s, kDub)->isEnabled());
 	plugin->setMaxTargetLanguages(max);
 	QCOMPARE(plugin->settings.languageTargets.size(), 1);
-	QVERIFY(dock->languageCountLabel->isHidden());
+	QVERIFY(dock->settings->languages->languageCountLabel->isHidden());
 	for (const LanguageInfo &language : kSupportedLanguages) {
 		QVERIFY(box(language.code, kCaptions)->isEnabled());
 		QCOMPARE(box(language.code, kDub)->isEnabled(), language.code != u"en"_s);
@@ -532,7 +539,7 @@ void PluginDockTest::newSpokenLanguageLosesItsDub()
 	QVERIFY(!box(u"es"_s, kDub)->isEnabled());
 	QVERIFY(box(u"fr"_s, kDub)->isChecked());
 	QCOMPARE(plugin->settings.languageTargets.keys(), QStringList{u"fr"_s});
-	QCOMPARE(dock->languageTable->rowCount(), 31);
+	QCOMPARE(dock->settings->languages->languageTable->rowCount(), 31);
 }
 
 void PluginDockTest::newSpokenLanguageKeepsItsCaptions()

@@ -2,6 +2,15 @@
 #include "dock/plugin-dock.h"
 
 #include "core/talvora-plugin.h"
+#include "dock/account-section.h"
+#include "dock/caption-rows.h"
+#include "dock/language-rows.h"
+#include "dock/language-table.h"
+#include "dock/session-panel.h"
+#include "dock/settings-section.h"
+#include "dock/sign-in-panel.h"
+#include "dock/transcript-view.h"
+#include "dock/usage-section.h"
 #include "settings/language-catalogue.h"
 
 #include "dock-session.h"
@@ -132,9 +141,9 @@ void PluginDockTest::fitsThreeHundredAndTwentyPixels()
 	QFETCH(bool, signedIn);
 	make(signedIn);
 	verifyNotWidened();
-	dock->onShowApiKeyClicked();
-	dock->onLimitReached(u"captions"_s);
-	dock->onLimitReached(u"dubbed"_s);
+	dock->account->signIn->onShowApiKeyClicked();
+	dock->usage->onLimitReached(u"captions"_s);
+	dock->usage->onLimitReached(u"dubbed"_s);
 	plugin->setMaxTargetLanguages(31);
 	verifyNotWidened();
 }
@@ -146,18 +155,18 @@ void PluginDockTest::longTextsDoNotWidenIt()
 	plugin->settings.audioSource = QString::fromUtf8(name);
 	plugin->settings.captionFont = QFont(QString(300, u'f'), 20);
 	make(true);
-	QCOMPARE(dock->captionFontButton->text(), QString(300, u'f'));
+	QCOMPARE(dock->settings->captions->captionFontButton->text(), QString(300, u'f'));
 	verifyNotWidened();
-	dock->onErrorOccurred(QString(5000, u'e'));
+	dock->account->session->onErrorOccurred(QString(5000, u'e'));
 	verifyNotWidened();
-	dock->onErrorOccurred(u"a word "_s.repeated(100));
+	dock->account->session->onErrorOccurred(u"a word "_s.repeated(100));
 	verifyNotWidened();
-	dock->onTranscriptUpdated(QString(20000, u't'));
+	dock->transcript->onTranscriptUpdated(QString(20000, u't'));
 	verifyNotWidened();
-	dock->previewEdit->setText(QString(5000, u'p'));
+	dock->settings->captions->previewEdit->setText(QString(5000, u'p'));
 	verifyNotWidened();
-	dock->onLimitWarning(u"captions"_s, std::numeric_limits<int>::min());
-	dock->onLimitWarning(u"dubbed"_s, std::numeric_limits<int>::max());
+	dock->usage->onLimitWarning(u"captions"_s, std::numeric_limits<int>::min());
+	dock->usage->onLimitWarning(u"dubbed"_s, std::numeric_limits<int>::max());
 	verifyNotWidened();
 }
 
@@ -165,7 +174,7 @@ void PluginDockTest::nothingIsCutOffAtMinimumWidth()
 {
 	for (const bool signedIn : {false, true}) {
 		make(signedIn);
-		dock->onShowApiKeyClicked();
+		dock->account->signIn->onShowApiKeyClicked();
 		plugin->setMaxTargetLanguages(1);
 		QCoreApplication::processEvents();
 		for (const QLabel *label : panel()->findChildren<QLabel *>()) {
@@ -179,7 +188,8 @@ void PluginDockTest::nothingIsCutOffAtMinimumWidth()
 			QVERIFY2(wide, qPrintable(label->text()));
 		}
 		for (const QAbstractButton *button : panel()->findChildren<QAbstractButton *>()) {
-			if (button->isVisible() && !button->text().isEmpty() && button != dock->captionFontButton) {
+			if (button->isVisible() && !button->text().isEmpty() &&
+			    button != dock->settings->captions->captionFontButton) {
 				const int text = button->fontMetrics().horizontalAdvance(button->text());
 				QVERIFY2(button->width() > text, qPrintable(button->text()));
 			}
@@ -194,8 +204,8 @@ void PluginDockTest::everythingIsReachedByScrolling()
 	QVERIFY(bar->maximum() > 0);
 	bar->setValue(bar->maximum());
 	QCoreApplication::processEvents();
-	const QRect bottom(dock->dubbedMinutesLabel->mapTo(scrollArea()->viewport(), QPoint()),
-			   dock->dubbedMinutesLabel->size());
+	const QRect bottom(dock->usage->dubbedMinutesLabel->mapTo(scrollArea()->viewport(), QPoint()),
+			   dock->usage->dubbedMinutesLabel->size());
 	QVERIFY(scrollArea()->viewport()->rect().contains(bottom));
 }
 
@@ -209,11 +219,12 @@ void PluginDockTest::tabOrderIsTheReadingOrder()
 	QFETCH(bool, signedIn);
 	make(signedIn);
 	if (!signedIn) {
-		dock->onShowApiKeyClicked();
+		dock->account->signIn->onShowApiKeyClicked();
 	}
 	dock->activateWindow();
 	QVERIFY(QTest::qWaitForWindowActive(dock.get()));
-	QWidget *first = signedIn ? static_cast<QWidget *>(dock->logoutButton) : dock->emailEdit;
+	QWidget *first =
+		signedIn ? static_cast<QWidget *>(dock->account->logoutButton) : dock->account->signIn->emailEdit;
 	first->setFocus(Qt::TabFocusReason);
 	QTRY_COMPARE(QApplication::focusWidget(), first);
 
@@ -224,7 +235,7 @@ void PluginDockTest::tabOrderIsTheReadingOrder()
 		QVERIFY2(!visited.contains(focused), qPrintable(focused->accessibleName()));
 		visited += focused;
 		// Rows of the table are read as such, whatever is scrolled into view.
-		if (!dock->languageTable->isAncestorOf(focused)) {
+		if (!dock->settings->languages->languageTable->isAncestorOf(focused)) {
 			const QPoint place = focused->mapTo(panel(), focused->rect().center());
 			const bool sameRow = std::abs(place.y() - last.y()) < 12;
 			QVERIFY2(sameRow ? place.x() > last.x() : place.y() > last.y(),
@@ -237,7 +248,7 @@ void PluginDockTest::tabOrderIsTheReadingOrder()
 		QVERIFY2(scrollArea()->viewport()->rect().contains(center), qPrintable(focused->accessibleName()));
 		QTest::keyClick(focused, Qt::Key_Tab);
 	}
-	QCOMPARE(visited.last(), dock->transcriptView);
+	QCOMPARE(visited.last(), dock->transcript->transcriptView);
 	// The 62 boxes of the table without the dub of the spoken language, 14 settings and the transcript.
 	const qsizetype others = signedIn ? 2 : 9;
 	QVERIFY2(visited.size() == others + 61 + 14 + 1, qPrintable(QString::number(visited.size())));
@@ -294,9 +305,9 @@ void PluginDockTest::screenReadersWalkToEveryLanguageBox()
 void PluginDockTest::browserSignInNamesTheProvider()
 {
 	QDesktopServices::setUrlHandler(u"https"_s, this, "open");
-	make(false).onOAuthLoginClicked(u"twitch"_s);
+	make(false).account->signIn->onOAuthLoginClicked(u"twitch"_s);
 	QDesktopServices::unsetUrlHandler(u"https"_s);
-	QCOMPARE(dock->statusLabel->text(), u"Opening the twitch sign-in page in your browser…"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Opening the twitch sign-in page in your browser…"_s);
 }
 
 QTEST_MAIN(PluginDockTest)

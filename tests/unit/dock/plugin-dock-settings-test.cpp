@@ -2,6 +2,12 @@
 #include "dock/plugin-dock.h"
 
 #include "core/talvora-plugin.h"
+#include "dock/audio-source-rows.h"
+#include "dock/caption-rows.h"
+#include "dock/language-rows.h"
+#include "dock/language-table.h"
+#include "dock/level-rows.h"
+#include "dock/settings-section.h"
 
 #include "dock-session.h"
 #include "test-audio-source.h"
@@ -182,30 +188,30 @@ void PluginDockTest::controlsFromTopToBottom()
 	const auto labels = dock->findChildren<QLabel *>();
 	const auto targetLanguages = std::ranges::find(labels, u"Dock.Settings.TargetLangs"_s, &QLabel::text);
 	QVERIFY(targetLanguages != labels.end());
-	const QList<QWidget *> order{labelOf(dock->audioSourceCombo),
-				     dock->audioSourceCombo,
-				     dock->muteOriginalCheck,
-				     labelOf(dock->sourceLangCombo),
-				     dock->sourceLangCombo,
+	const QList<QWidget *> order{labelOf(dock->settings->audioSource->audioSourceCombo),
+				     dock->settings->audioSource->audioSourceCombo,
+				     dock->settings->audioSource->muteOriginalCheck,
+				     labelOf(dock->settings->languages->sourceLangCombo),
+				     dock->settings->languages->sourceLangCombo,
 				     *targetLanguages,
-				     dock->languageTable,
-				     dock->languageCountLabel,
-				     labelOf(dock->captionModeCombo),
-				     dock->captionModeCombo,
-				     labelOf(dock->captionAlignCombo),
-				     dock->captionAlignCombo,
-				     dock->captionColorButton,
-				     dock->captionBgColorButton,
-				     dock->opacityValueLabel,
-				     dock->opacitySlider,
-				     labelOf(dock->captionFontButton),
-				     dock->captionFontButton,
-				     labelOf(dock->previewEdit),
-				     dock->previewEdit,
-				     dock->duckingValueLabel,
-				     dock->duckingSlider,
-				     dock->ttsVolumeValueLabel,
-				     dock->ttsVolumeSlider};
+				     dock->settings->languages->languageTable,
+				     dock->settings->languages->languageCountLabel,
+				     labelOf(dock->settings->captions->captionModeCombo),
+				     dock->settings->captions->captionModeCombo,
+				     labelOf(dock->settings->captions->captionAlignCombo),
+				     dock->settings->captions->captionAlignCombo,
+				     dock->settings->captions->captionColorButton,
+				     dock->settings->captions->captionBgColorButton,
+				     dock->settings->captions->opacityValueLabel,
+				     dock->settings->captions->opacitySlider,
+				     labelOf(dock->settings->captions->captionFontButton),
+				     dock->settings->captions->captionFontButton,
+				     labelOf(dock->settings->captions->previewEdit),
+				     dock->settings->captions->previewEdit,
+				     dock->settings->levels->duckingValueLabel,
+				     dock->settings->levels->duckingSlider,
+				     dock->settings->levels->ttsVolumeValueLabel,
+				     dock->settings->levels->ttsVolumeSlider};
 	int last = -1;
 	for (const QWidget *widget : order) {
 		QVERIFY(widget);
@@ -220,44 +226,47 @@ void PluginDockTest::controlsFromTopToBottom()
 	const auto top = [this](QWidget *widget) {
 		return widget->mapTo(dock->widget(), QPoint(0, widget->height() / 2)).y();
 	};
-	QVERIFY(std::abs(top(*preview) - top(dock->previewEdit)) < 4);
-	QVERIFY((*preview)->x() > dock->previewEdit->x());
-	const auto *refresh = dock->audioSourceCombo->parentWidget()->findChild<QToolButton *>();
+	QVERIFY(std::abs(top(*preview) - top(dock->settings->captions->previewEdit)) < 4);
+	QVERIFY((*preview)->x() > dock->settings->captions->previewEdit->x());
+	const auto *refresh = dock->settings->audioSource->audioSourceCombo->parentWidget()->findChild<QToolButton *>();
 	QVERIFY(refresh);
-	QVERIFY(refresh->x() > dock->audioSourceCombo->x());
+	QVERIFY(refresh->x() > dock->settings->audioSource->audioSourceCombo->x());
 
 	// What stands in one row begins at the left, the label first.
 	const auto left = [this](const QWidget *widget) { return widget->mapTo(dock->widget(), QPoint()).x(); };
-	const int margin = left(labelOf(dock->audioSourceCombo));
-	QCOMPARE(left(labelOf(dock->previewEdit)), margin);
-	const QList<std::pair<QWidget *, QWidget *>> rows{{dock->captionColorButton, dock->captionColorButton},
-							  {dock->captionBgColorButton, dock->captionBgColorButton},
-							  {dock->opacitySlider, dock->opacityValueLabel},
-							  {dock->duckingSlider, dock->duckingValueLabel},
-							  {dock->ttsVolumeSlider, dock->ttsVolumeValueLabel}};
+	const int margin = left(labelOf(dock->settings->audioSource->audioSourceCombo));
+	QCOMPARE(left(labelOf(dock->settings->captions->previewEdit)), margin);
+	const QList<std::pair<QWidget *, QWidget *>> rows{
+		{dock->settings->captions->captionColorButton, dock->settings->captions->captionColorButton},
+		{dock->settings->captions->captionBgColorButton, dock->settings->captions->captionBgColorButton},
+		{dock->settings->captions->opacitySlider, dock->settings->captions->opacityValueLabel},
+		{dock->settings->levels->duckingSlider, dock->settings->levels->duckingValueLabel},
+		{dock->settings->levels->ttsVolumeSlider, dock->settings->levels->ttsVolumeValueLabel}};
 	for (const auto &[control, next] : rows) {
 		const QLabel *label = labelOf(control);
 		QCOMPARE(left(label), margin);
 		const int gap = left(next) - left(label) - label->width();
 		QVERIFY2(gap >= 0 && gap < 20, qPrintable(label->text()));
 	}
-	QCOMPARE(qobject_cast<QGroupBox *>(dock->languageTable->parentWidget())->title(), u"Dock.Settings.Title"_s);
+	QCOMPARE(qobject_cast<QGroupBox *>(dock->settings->languages->languageTable->parentWidget())->title(),
+		 u"Dock.Settings.Title"_s);
 }
 
 void PluginDockTest::labelsAreBuddiesOfTheirControls()
 {
 	make();
-	const QHash<QWidget *, QString> keys{{dock->audioSourceCombo, u"Dock.Settings.AudioSource"_s},
-					     {dock->sourceLangCombo, u"Dock.Settings.SourceLang"_s},
-					     {dock->captionModeCombo, u"Dock.Settings.CaptionMode"_s},
-					     {dock->captionAlignCombo, u"Dock.Settings.CaptionAlign"_s},
-					     {dock->captionColorButton, u"Dock.Settings.CaptionColor"_s},
-					     {dock->captionBgColorButton, u"Dock.Settings.CaptionBgColor"_s},
-					     {dock->opacitySlider, u"Dock.Settings.CaptionOpacity"_s},
-					     {dock->captionFontButton, u"Dock.Settings.CaptionFont"_s},
-					     {dock->previewEdit, u"Dock.Settings.CaptionPreview"_s},
-					     {dock->duckingSlider, u"Dock.Settings.DuckingLevel"_s},
-					     {dock->ttsVolumeSlider, u"Dock.Settings.TtsVolume"_s}};
+	const QHash<QWidget *, QString> keys{
+		{dock->settings->audioSource->audioSourceCombo, u"Dock.Settings.AudioSource"_s},
+		{dock->settings->languages->sourceLangCombo, u"Dock.Settings.SourceLang"_s},
+		{dock->settings->captions->captionModeCombo, u"Dock.Settings.CaptionMode"_s},
+		{dock->settings->captions->captionAlignCombo, u"Dock.Settings.CaptionAlign"_s},
+		{dock->settings->captions->captionColorButton, u"Dock.Settings.CaptionColor"_s},
+		{dock->settings->captions->captionBgColorButton, u"Dock.Settings.CaptionBgColor"_s},
+		{dock->settings->captions->opacitySlider, u"Dock.Settings.CaptionOpacity"_s},
+		{dock->settings->captions->captionFontButton, u"Dock.Settings.CaptionFont"_s},
+		{dock->settings->captions->previewEdit, u"Dock.Settings.CaptionPreview"_s},
+		{dock->settings->levels->duckingSlider, u"Dock.Settings.DuckingLevel"_s},
+		{dock->settings->levels->ttsVolumeSlider, u"Dock.Settings.TtsVolume"_s}};
 	for (auto it = keys.begin(); it != keys.end(); ++it) {
 		const QLabel *label = labelOf(it.key());
 		QVERIFY2(label, qPrintable(it.value()));
@@ -268,7 +277,7 @@ void PluginDockTest::labelsAreBuddiesOfTheirControls()
 void PluginDockTest::refreshButton()
 {
 	make();
-	const auto *refresh = dock->audioSourceCombo->parentWidget()->findChild<QToolButton *>();
+	const auto *refresh = dock->settings->audioSource->audioSourceCombo->parentWidget()->findChild<QToolButton *>();
 	QVERIFY(refresh);
 	QCOMPARE(refresh->text(), u"\u21BB"_s);
 	QCOMPARE(refresh->minimumSize(), QSize(24, 24));
@@ -279,9 +288,9 @@ void PluginDockTest::refreshButton()
 
 void PluginDockTest::muteBox()
 {
-	QVERIFY(!make().muteOriginalCheck->isChecked());
-	QCOMPARE(dock->muteOriginalCheck->text(), u"Dock.Settings.MuteOriginal"_s);
-	QCOMPARE(dock->muteOriginalCheck->toolTip(), u"Dock.Settings.MuteOriginalTip"_s);
+	QVERIFY(!make().settings->audioSource->muteOriginalCheck->isChecked());
+	QCOMPARE(dock->settings->audioSource->muteOriginalCheck->text(), u"Dock.Settings.MuteOriginal"_s);
+	QCOMPARE(dock->settings->audioSource->muteOriginalCheck->toolTip(), u"Dock.Settings.MuteOriginalTip"_s);
 }
 
 void PluginDockTest::sourceLanguagesAreTheCatalogue()
@@ -294,23 +303,23 @@ void PluginDockTest::sourceLanguagesAreTheCatalogue()
 		codes += language.code;
 	}
 	QCOMPARE(names.size(), 31);
-	QCOMPARE(texts(dock->sourceLangCombo), names);
-	QCOMPARE(datas(dock->sourceLangCombo), codes);
+	QCOMPARE(texts(dock->settings->languages->sourceLangCombo), names);
+	QCOMPARE(datas(dock->settings->languages->sourceLangCombo), codes);
 }
 
 void PluginDockTest::captionModes()
 {
 	make();
-	QCOMPARE(datas(dock->captionModeCombo), (QStringList{u"translated"_s, u"original"_s}));
-	QCOMPARE(texts(dock->captionModeCombo),
+	QCOMPARE(datas(dock->settings->captions->captionModeCombo), (QStringList{u"translated"_s, u"original"_s}));
+	QCOMPARE(texts(dock->settings->captions->captionModeCombo),
 		 (QStringList{u"Dock.Settings.CaptionMode.Translated"_s, u"Dock.Settings.CaptionMode.Original"_s}));
 }
 
 void PluginDockTest::captionAlignments()
 {
 	make();
-	QCOMPARE(datas(dock->captionAlignCombo), (QStringList{u"left"_s, u"center"_s, u"right"_s}));
-	QCOMPARE(texts(dock->captionAlignCombo),
+	QCOMPARE(datas(dock->settings->captions->captionAlignCombo), (QStringList{u"left"_s, u"center"_s, u"right"_s}));
+	QCOMPARE(texts(dock->settings->captions->captionAlignCombo),
 		 (QStringList{u"Dock.Settings.AlignLeft"_s, u"Dock.Settings.AlignCenter"_s,
 			      u"Dock.Settings.AlignRight"_s}));
 }
@@ -318,7 +327,8 @@ void PluginDockTest::captionAlignments()
 void PluginDockTest::swatchesAndSliders()
 {
 	make();
-	for (const QPushButton *swatch : {dock->captionColorButton, dock->captionBgColorButton}) {
+	for (const QPushButton *swatch :
+	     {dock->settings->captions->captionColorButton, dock->settings->captions->captionBgColorButton}) {
 		QCOMPARE(swatch->text(), QString());
 		QCOMPARE(swatch->minimumSize(), QSize(40, 24));
 		QCOMPARE(swatch->maximumSize(), QSize(40, 24));
@@ -326,20 +336,24 @@ void PluginDockTest::swatchesAndSliders()
 			 u"QPushButton { padding: 0px; min-width: 38px; max-width: 38px; "
 			 "min-height: 22px; max-height: 22px; }"_s);
 	}
-	for (const QSlider *slider : {dock->opacitySlider, dock->duckingSlider, dock->ttsVolumeSlider}) {
+	for (const QSlider *slider : {dock->settings->captions->opacitySlider, dock->settings->levels->duckingSlider,
+				      dock->settings->levels->ttsVolumeSlider}) {
 		QCOMPARE(slider->orientation(), Qt::Horizontal);
 		QCOMPARE(slider->minimum(), 0);
 		QCOMPARE(slider->maximum(), 100);
 	}
-	for (const QLabel *value : {dock->opacityValueLabel, dock->duckingValueLabel, dock->ttsVolumeValueLabel}) {
+	for (const QLabel *value :
+	     {dock->settings->captions->opacityValueLabel, dock->settings->levels->duckingValueLabel,
+	      dock->settings->levels->ttsVolumeValueLabel}) {
 		QCOMPARE(value->minimumWidth(), 35);
 	}
 }
 
 void PluginDockTest::previewField()
 {
-	QCOMPARE(make().previewEdit->placeholderText(), u"Dock.Settings.CaptionPreviewPlaceholder"_s);
-	QCOMPARE(dock->previewEdit->text(), QString());
+	QCOMPARE(make().settings->captions->previewEdit->placeholderText(),
+		 u"Dock.Settings.CaptionPreviewPlaceholder"_s);
+	QCOMPARE(dock->settings->captions->previewEdit->text(), QString());
 }
 
 // Values at the start
@@ -347,18 +361,20 @@ void PluginDockTest::previewField()
 void PluginDockTest::showsTheDefaults()
 {
 	make();
-	QCOMPARE(dock->sourceLangCombo->currentData().toString(), u"en"_s);
-	QCOMPARE(dock->captionModeCombo->currentData().toString(), u"translated"_s);
-	QCOMPARE(dock->captionAlignCombo->currentData().toString(), u"center"_s);
-	QCOMPARE(dock->captionColorButton->styleSheet(), u"background-color: #ffffffff; border: 1px solid #555;"_s);
-	QCOMPARE(dock->captionBgColorButton->styleSheet(), u"background-color: #00000000; border: 1px solid #555;"_s);
-	QCOMPARE(dock->opacitySlider->value(), 100);
-	QCOMPARE(dock->opacityValueLabel->text(), u"100%"_s);
-	QCOMPARE(dock->captionFontButton->text(), u"-apple-system"_s);
-	QCOMPARE(dock->duckingSlider->value(), 20);
-	QCOMPARE(dock->duckingValueLabel->text(), u"20%"_s);
-	QCOMPARE(dock->ttsVolumeSlider->value(), 100);
-	QCOMPARE(dock->ttsVolumeValueLabel->text(), u"100%"_s);
+	QCOMPARE(dock->settings->languages->sourceLangCombo->currentData().toString(), u"en"_s);
+	QCOMPARE(dock->settings->captions->captionModeCombo->currentData().toString(), u"translated"_s);
+	QCOMPARE(dock->settings->captions->captionAlignCombo->currentData().toString(), u"center"_s);
+	QCOMPARE(dock->settings->captions->captionColorButton->styleSheet(),
+		 u"background-color: #ffffffff; border: 1px solid #555;"_s);
+	QCOMPARE(dock->settings->captions->captionBgColorButton->styleSheet(),
+		 u"background-color: #00000000; border: 1px solid #555;"_s);
+	QCOMPARE(dock->settings->captions->opacitySlider->value(), 100);
+	QCOMPARE(dock->settings->captions->opacityValueLabel->text(), u"100%"_s);
+	QCOMPARE(dock->settings->captions->captionFontButton->text(), u"-apple-system"_s);
+	QCOMPARE(dock->settings->levels->duckingSlider->value(), 20);
+	QCOMPARE(dock->settings->levels->duckingValueLabel->text(), u"20%"_s);
+	QCOMPARE(dock->settings->levels->ttsVolumeSlider->value(), 100);
+	QCOMPARE(dock->settings->levels->ttsVolumeValueLabel->text(), u"100%"_s);
 }
 
 void PluginDockTest::showsStoredValues()
@@ -375,19 +391,21 @@ void PluginDockTest::showsStoredValues()
 	settings.duckingLevel = 0.5f;
 	settings.ttsVolume = 0.75f;
 	make();
-	QVERIFY(dock->muteOriginalCheck->isChecked());
-	QCOMPARE(dock->sourceLangCombo->currentText(), u"Filipino"_s);
-	QCOMPARE(dock->captionModeCombo->currentData().toString(), u"original"_s);
-	QCOMPARE(dock->captionAlignCombo->currentData().toString(), u"right"_s);
-	QCOMPARE(dock->captionColorButton->styleSheet(), u"background-color: #04010203; border: 1px solid #555;"_s);
-	QCOMPARE(dock->captionBgColorButton->styleSheet(), u"background-color: #fdfafbfc; border: 1px solid #555;"_s);
-	QCOMPARE(dock->opacitySlider->value(), 42);
-	QCOMPARE(dock->opacityValueLabel->text(), u"42%"_s);
-	QCOMPARE(dock->captionFontButton->text(), u"Some Family"_s);
-	QCOMPARE(dock->duckingSlider->value(), 50);
-	QCOMPARE(dock->duckingValueLabel->text(), u"50%"_s);
-	QCOMPARE(dock->ttsVolumeSlider->value(), 75);
-	QCOMPARE(dock->ttsVolumeValueLabel->text(), u"75%"_s);
+	QVERIFY(dock->settings->audioSource->muteOriginalCheck->isChecked());
+	QCOMPARE(dock->settings->languages->sourceLangCombo->currentText(), u"Filipino"_s);
+	QCOMPARE(dock->settings->captions->captionModeCombo->currentData().toString(), u"original"_s);
+	QCOMPARE(dock->settings->captions->captionAlignCombo->currentData().toString(), u"right"_s);
+	QCOMPARE(dock->settings->captions->captionColorButton->styleSheet(),
+		 u"background-color: #04010203; border: 1px solid #555;"_s);
+	QCOMPARE(dock->settings->captions->captionBgColorButton->styleSheet(),
+		 u"background-color: #fdfafbfc; border: 1px solid #555;"_s);
+	QCOMPARE(dock->settings->captions->opacitySlider->value(), 42);
+	QCOMPARE(dock->settings->captions->opacityValueLabel->text(), u"42%"_s);
+	QCOMPARE(dock->settings->captions->captionFontButton->text(), u"Some Family"_s);
+	QCOMPARE(dock->settings->levels->duckingSlider->value(), 50);
+	QCOMPARE(dock->settings->levels->duckingValueLabel->text(), u"50%"_s);
+	QCOMPARE(dock->settings->levels->ttsVolumeSlider->value(), 75);
+	QCOMPARE(dock->settings->levels->ttsVolumeValueLabel->text(), u"75%"_s);
 }
 
 void PluginDockTest::unknownStoredValuesSelectNothingElse()
@@ -396,9 +414,9 @@ void PluginDockTest::unknownStoredValuesSelectNothingElse()
 	plugin->settings.captionMode = u"Original"_s;
 	plugin->settings.captionAlignment = u"Right"_s;
 	make();
-	QCOMPARE(dock->sourceLangCombo->currentIndex(), 0);
-	QCOMPARE(dock->captionModeCombo->currentIndex(), 0);
-	QCOMPARE(dock->captionAlignCombo->currentIndex(), 0);
+	QCOMPARE(dock->settings->languages->sourceLangCombo->currentIndex(), 0);
+	QCOMPARE(dock->settings->captions->captionModeCombo->currentIndex(), 0);
+	QCOMPARE(dock->settings->captions->captionAlignCombo->currentIndex(), 0);
 	QCOMPARE(plugin->settings.sourceLanguage, u"EN"_s);
 	QCOMPARE(plugin->settings.captionMode, u"Original"_s);
 	QCOMPARE(plugin->settings.captionAlignment, u"Right"_s);
@@ -425,10 +443,10 @@ void PluginDockTest::levelsAreShownTruncated()
 	plugin->settings.duckingLevel = level;
 	plugin->settings.ttsVolume = level;
 	make();
-	QTEST(dock->duckingSlider->value(), "slider");
-	QTEST(dock->duckingValueLabel->text(), "label");
-	QTEST(dock->ttsVolumeSlider->value(), "slider");
-	QTEST(dock->ttsVolumeValueLabel->text(), "label");
+	QTEST(dock->settings->levels->duckingSlider->value(), "slider");
+	QTEST(dock->settings->levels->duckingValueLabel->text(), "label");
+	QTEST(dock->settings->levels->ttsVolumeSlider->value(), "slider");
+	QTEST(dock->settings->levels->ttsVolumeValueLabel->text(), "label");
 }
 
 void PluginDockTest::handingBackAtTheStartKeepsTheSettings_data()
@@ -461,7 +479,7 @@ void PluginDockTest::listsSourcesWithAudioInObsOrder()
 	const TestAudioSource zebra("Zebra");
 	const TestAudioSource apple("Apple");
 	const TestAudioSource talvora("Talvora microphone");
-	make().refreshAudioSources();
+	make().settings->audioSource->refreshAudioSources();
 	QStringList expected;
 	obs_enum_sources(
 		[](void *names, obs_source_t *source) {
@@ -470,14 +488,18 @@ void PluginDockTest::listsSourcesWithAudioInObsOrder()
 		},
 		&expected);
 	QCOMPARE(expected.size(), 3);
-	QCOMPARE(texts(dock->audioSourceCombo), QStringList{u"Dock.Settings.AudioSourceNone"_s} + expected);
-	QCOMPARE(datas(dock->audioSourceCombo), QStringList{QString()} + expected);
-	QVERIFY(!dock->audioSourceCombo->itemData(0, Qt::ToolTipRole).isValid());
-	QCOMPARE(dock->audioSourceCombo->currentIndex(), 0);
-	for (int index = 1; index < dock->audioSourceCombo->count(); ++index) {
+	QCOMPARE(texts(dock->settings->audioSource->audioSourceCombo),
+		 QStringList{u"Dock.Settings.AudioSourceNone"_s} + expected);
+	QCOMPARE(datas(dock->settings->audioSource->audioSourceCombo), QStringList{QString()} + expected);
+	QVERIFY(!dock->settings->audioSource->audioSourceCombo->itemData(0, Qt::ToolTipRole).isValid());
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->currentIndex(), 0);
+	for (int index = 1; index < dock->settings->audioSource->audioSourceCombo->count(); ++index) {
 		// A name may be longer than the list is wide, and one with a tag in it would be shown without that.
-		const QString tip = dock->audioSourceCombo->itemData(index, Qt::ToolTipRole).toString();
-		QCOMPARE(tip, u"<p>"_s + dock->audioSourceCombo->itemText(index).toHtmlEscaped() + u"</p>"_s);
+		const QString tip =
+			dock->settings->audioSource->audioSourceCombo->itemData(index, Qt::ToolTipRole).toString();
+		QCOMPARE(tip, u"<p>"_s +
+				      dock->settings->audioSource->audioSourceCombo->itemText(index).toHtmlEscaped() +
+				      u"</p>"_s);
 	}
 }
 
@@ -485,8 +507,8 @@ void PluginDockTest::neverListsBrowserSources()
 {
 	const TestAudioSource browser("Web page", "browser_source", OBS_SOURCE_VIDEO | OBS_SOURCE_AUDIO);
 	const TestAudioSource voice("Voice");
-	make().refreshAudioSources();
-	QCOMPARE(datas(dock->audioSourceCombo), (QStringList{QString(), u"Voice"_s}));
+	make().settings->audioSource->refreshAudioSources();
+	QCOMPARE(datas(dock->settings->audioSource->audioSourceCombo), (QStringList{QString(), u"Voice"_s}));
 }
 
 void PluginDockTest::neverListsOwnDubs()
@@ -495,15 +517,15 @@ void PluginDockTest::neverListsOwnDubs()
 	const TestAudioSource spanish("Talvora Dub — Spanish");
 	const TestAudioSource any("Talvora Dubbing room");
 	const TestAudioSource lower("talvora dub");
-	make().refreshAudioSources();
-	QCOMPARE(datas(dock->audioSourceCombo), (QStringList{QString(), u"talvora dub"_s}));
+	make().settings->audioSource->refreshAudioSources();
+	QCOMPARE(datas(dock->settings->audioSource->audioSourceCombo), (QStringList{QString(), u"talvora dub"_s}));
 }
 
 void PluginDockTest::neverListsVideoOnlySources()
 {
 	const TestAudioSource camera("Camera", "test_video_only", OBS_SOURCE_VIDEO);
-	make().refreshAudioSources();
-	QCOMPARE(datas(dock->audioSourceCombo), QStringList{QString()});
+	make().settings->audioSource->refreshAudioSources();
+	QCOMPARE(datas(dock->settings->audioSource->audioSourceCombo), QStringList{QString()});
 }
 
 void PluginDockTest::savedSourceIsSelected()
@@ -512,65 +534,66 @@ void PluginDockTest::savedSourceIsSelected()
 	const TestAudioSource other("Other");
 	plugin->settings.audioSource = u"Voice"_s;
 	make().setVisible(true);
-	QCOMPARE(dock->audioSourceCombo->currentData().toString(), u"Voice"_s);
-	QCOMPARE(dock->audioSourceCombo->currentText(), u"Voice"_s);
-	QCOMPARE(dock->audioSourceCombo->count(), 3);
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->currentData().toString(), u"Voice"_s);
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->currentText(), u"Voice"_s);
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->count(), 3);
 }
 
 void PluginDockTest::missingSourceStaysAsOffline()
 {
 	const TestAudioSource other("Other");
 	plugin->settings.audioSource = u"Voice"_s;
-	make().refreshAudioSources();
-	QCOMPARE(texts(dock->audioSourceCombo),
+	make().settings->audioSource->refreshAudioSources();
+	QCOMPARE(texts(dock->settings->audioSource->audioSourceCombo),
 		 (QStringList{u"Dock.Settings.AudioSourceNone"_s, u"Other"_s, u"Voice (Offline)"_s}));
-	QCOMPARE(dock->audioSourceCombo->currentIndex(), 2);
-	QCOMPARE(dock->audioSourceCombo->currentData().toString(), u"Voice"_s);
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->currentIndex(), 2);
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->currentData().toString(), u"Voice"_s);
 	// Its case counts.
 	const TestAudioSource almost("voice");
-	dock->refreshAudioSources();
-	QCOMPARE(dock->audioSourceCombo->currentText(), u"Voice (Offline)"_s);
+	dock->settings->audioSource->refreshAudioSources();
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->currentText(), u"Voice (Offline)"_s);
 	// And it is there only once.
-	dock->refreshAudioSources();
-	QCOMPARE(texts(dock->audioSourceCombo).count(u"Voice (Offline)"_s), 1);
+	dock->settings->audioSource->refreshAudioSources();
+	QCOMPARE(texts(dock->settings->audioSource->audioSourceCombo).count(u"Voice (Offline)"_s), 1);
 }
 
 void PluginDockTest::refreshTellsThePluginNothing()
 {
 	plugin->settings.audioSource = u"Voice"_s;
-	make().refreshAudioSources();
-	QSignalSpy changes(dock->audioSourceCombo, &QComboBox::currentIndexChanged);
+	make().settings->audioSource->refreshAudioSources();
+	QSignalSpy changes(dock->settings->audioSource->audioSourceCombo, &QComboBox::currentIndexChanged);
 	const TestAudioSource voice("Voice");
-	dock->refreshAudioSources();
+	dock->settings->audioSource->refreshAudioSources();
 	plugin->settings.audioSource.clear();
-	dock->refreshAudioSources();
+	dock->settings->audioSource->refreshAudioSources();
 	QCOMPARE(changes.count(), 0);
 	QCOMPARE(plugin->settings.audioSource, QString());
-	QVERIFY(!dock->audioSourceCombo->signalsBlocked());
+	QVERIFY(!dock->settings->audioSource->audioSourceCombo->signalsBlocked());
 }
 
 void PluginDockTest::refreshButtonRefreshes()
 {
 	make().setVisible(true);
 	const TestAudioSource voice("Voice");
-	QTest::mouseClick(dock->audioSourceCombo->parentWidget()->findChild<QToolButton *>(), Qt::LeftButton);
-	QCOMPARE(datas(dock->audioSourceCombo), (QStringList{QString(), u"Voice"_s}));
+	QTest::mouseClick(dock->settings->audioSource->audioSourceCombo->parentWidget()->findChild<QToolButton *>(),
+			  Qt::LeftButton);
+	QCOMPARE(datas(dock->settings->audioSource->audioSourceCombo), (QStringList{QString(), u"Voice"_s}));
 }
 
 void PluginDockTest::selectingASourcePassesItsName()
 {
 	const TestAudioSource voice("Voice");
 	make().setVisible(true);
-	dock->audioSourceCombo->setFocus();
-	QTest::keyClick(dock->audioSourceCombo, Qt::Key_Down);
+	dock->settings->audioSource->audioSourceCombo->setFocus();
+	QTest::keyClick(dock->settings->audioSource->audioSourceCombo, Qt::Key_Down);
 	QCOMPARE(plugin->settings.audioSource, u"Voice"_s);
 	QCOMPARE(session->savedConfig()[u"audioSource"], QJsonValue(u"Voice"_s));
 
 	// The name, not what is shown.
 	plugin->settings.audioSource = u"Gone"_s;
-	dock->refreshAudioSources();
-	dock->audioSourceCombo->setCurrentIndex(0);
-	dock->audioSourceCombo->setCurrentIndex(2);
+	dock->settings->audioSource->refreshAudioSources();
+	dock->settings->audioSource->audioSourceCombo->setCurrentIndex(0);
+	dock->settings->audioSource->audioSourceCombo->setCurrentIndex(2);
 	QCOMPARE(plugin->settings.audioSource, u"Gone"_s);
 }
 
@@ -578,8 +601,8 @@ void PluginDockTest::selectingNonePassesTheEmptyString()
 {
 	const TestAudioSource voice("Voice");
 	plugin->settings.audioSource = u"Voice"_s;
-	make().refreshAudioSources();
-	dock->audioSourceCombo->setCurrentIndex(0);
+	make().settings->audioSource->refreshAudioSources();
+	dock->settings->audioSource->audioSourceCombo->setCurrentIndex(0);
 	QCOMPARE(plugin->settings.audioSource, QString());
 	QCOMPARE(session->savedConfig()[u"audioSource"], QJsonValue(QString()));
 }
@@ -588,8 +611,8 @@ void PluginDockTest::noIndexIsIgnored()
 {
 	const TestAudioSource voice("Voice");
 	plugin->settings.audioSource = u"Voice"_s;
-	make().refreshAudioSources();
-	dock->audioSourceCombo->setCurrentIndex(-1);
+	make().settings->audioSource->refreshAudioSources();
+	dock->settings->audioSource->audioSourceCombo->setCurrentIndex(-1);
 	QCOMPARE(plugin->settings.audioSource, u"Voice"_s);
 }
 
@@ -598,29 +621,30 @@ void PluginDockTest::noIndexIsIgnored()
 void PluginDockTest::muteIsHandedOn()
 {
 	make().setVisible(true);
-	QTest::keyClick(dock->muteOriginalCheck, Qt::Key_Space);
+	QTest::keyClick(dock->settings->audioSource->muteOriginalCheck, Qt::Key_Space);
 	QVERIFY(plugin->settings.muteOriginal);
-	QTest::keyClick(dock->muteOriginalCheck, Qt::Key_Space);
+	QTest::keyClick(dock->settings->audioSource->muteOriginalCheck, Qt::Key_Space);
 	QVERIFY(!plugin->settings.muteOriginal);
 }
 
 void PluginDockTest::captionModeIsHandedOnAndRerunsTheLimit()
 {
 	make();
-	QVERIFY(PluginDock::checkBoxAt(dock->languageTable, 0, 1)->isEnabled());
-	dock->captionModeCombo->setCurrentIndex(1);
+	QVERIFY(LanguageTable::checkBoxAt(dock->settings->languages->languageTable, 0, 1)->isEnabled());
+	dock->settings->captions->captionModeCombo->setCurrentIndex(1);
 	QCOMPARE(plugin->settings.captionMode, u"original"_s);
-	QVERIFY(!PluginDock::checkBoxAt(dock->languageTable, 0, 1)->isEnabled());
-	dock->captionModeCombo->setCurrentIndex(0);
+	QVERIFY(!LanguageTable::checkBoxAt(dock->settings->languages->languageTable, 0, 1)->isEnabled());
+	dock->settings->captions->captionModeCombo->setCurrentIndex(0);
 	QCOMPARE(plugin->settings.captionMode, u"translated"_s);
-	QVERIFY(PluginDock::checkBoxAt(dock->languageTable, 0, 1)->isEnabled());
+	QVERIFY(LanguageTable::checkBoxAt(dock->settings->languages->languageTable, 0, 1)->isEnabled());
 }
 
 void PluginDockTest::alignmentIsHandedOn()
 {
 	make();
 	for (const auto &alignment : {u"right"_s, u"left"_s, u"center"_s}) {
-		dock->captionAlignCombo->setCurrentIndex(dock->captionAlignCombo->findData(alignment));
+		dock->settings->captions->captionAlignCombo->setCurrentIndex(
+			dock->settings->captions->captionAlignCombo->findData(alignment));
 		QCOMPARE(plugin->settings.captionAlignment, alignment);
 	}
 }
@@ -637,9 +661,9 @@ void PluginDockTest::opacitySliderSendsPercent_data()
 void PluginDockTest::opacitySliderSendsPercent()
 {
 	QFETCH(int, value);
-	make().opacitySlider->setValue(value);
+	make().settings->captions->opacitySlider->setValue(value);
 	QCOMPARE(plugin->settings.captionOpacity, value);
-	QTEST(dock->opacityValueLabel->text(), "label");
+	QTEST(dock->settings->captions->opacityValueLabel->text(), "label");
 	QCOMPARE(session->savedConfig()[u"captionOpacity"], QJsonValue(value));
 }
 
@@ -655,27 +679,27 @@ void PluginDockTest::duckingSliderSendsAGain_data()
 void PluginDockTest::duckingSliderSendsAGain()
 {
 	QFETCH(int, value);
-	make().duckingSlider->setValue(value);
+	make().settings->levels->duckingSlider->setValue(value);
 	QTEST(plugin->settings.duckingLevel, "gain");
-	QCOMPARE(dock->duckingValueLabel->text(), u"%1%"_s.arg(value));
-	QCOMPARE(dock->ttsVolumeValueLabel->text(), u"100%"_s);
+	QCOMPARE(dock->settings->levels->duckingValueLabel->text(), u"%1%"_s.arg(value));
+	QCOMPARE(dock->settings->levels->ttsVolumeValueLabel->text(), u"100%"_s);
 }
 
 void PluginDockTest::volumeSliderSendsAGain()
 {
-	make().ttsVolumeSlider->setValue(35);
+	make().settings->levels->ttsVolumeSlider->setValue(35);
 	QCOMPARE(plugin->settings.ttsVolume, 0.35f);
-	QCOMPARE(dock->ttsVolumeValueLabel->text(), u"35%"_s);
+	QCOMPARE(dock->settings->levels->ttsVolumeValueLabel->text(), u"35%"_s);
 	QCOMPARE(plugin->settings.duckingLevel, 0.2f);
 }
 
 void PluginDockTest::slidersFollowTheKeyboard()
 {
 	make().setVisible(true);
-	dock->duckingSlider->setFocus();
-	QTest::keyClick(dock->duckingSlider, Qt::Key_Right);
+	dock->settings->levels->duckingSlider->setFocus();
+	QTest::keyClick(dock->settings->levels->duckingSlider, Qt::Key_Right);
 	QCOMPARE(plugin->settings.duckingLevel, 0.21f);
-	QTest::keyClick(dock->duckingSlider, Qt::Key_End);
+	QTest::keyClick(dock->settings->levels->duckingSlider, Qt::Key_End);
 	QCOMPARE(plugin->settings.duckingLevel, 1.0f);
 }
 
@@ -701,7 +725,8 @@ void PluginDockTest::acceptedColorIsAppliedAndShown()
 		dialog->setCurrentColor(QColor(1, 2, 3, 128));
 		dialog->accept();
 	});
-	QPushButton *swatch = background ? dock->captionBgColorButton : dock->captionColorButton;
+	QPushButton *swatch = background ? dock->settings->captions->captionBgColorButton
+					 : dock->settings->captions->captionColorButton;
 	QTest::mouseClick(swatch, Qt::LeftButton);
 	QTRY_COMPARE(dialogs, 1);
 	QCOMPARE(background ? plugin->settings.captionBgColor : plugin->settings.captionTextColor,
@@ -715,7 +740,8 @@ void PluginDockTest::cancelledColorChangesNothing()
 {
 	make().setVisible(true);
 	const QJsonObject before = plugin->settings.toJson();
-	for (QPushButton *swatch : {dock->captionColorButton, dock->captionBgColorButton}) {
+	for (QPushButton *swatch :
+	     {dock->settings->captions->captionColorButton, dock->settings->captions->captionBgColorButton}) {
 		const QString look = swatch->styleSheet();
 		whenOpen<QColorDialog>([](QColorDialog *dialog) {
 			dialog->setCurrentColor(Qt::red);
@@ -741,11 +767,11 @@ void PluginDockTest::acceptedFontIsAppliedAndShown()
 		dialog->setCurrentFont(wanted);
 		dialog->accept();
 	});
-	QTest::mouseClick(dock->captionFontButton, Qt::LeftButton);
+	QTest::mouseClick(dock->settings->captions->captionFontButton, Qt::LeftButton);
 	QTRY_COMPARE(dialogs, 1);
 	QVERIFY(plugin->settings.captionFont != before);
 	QCOMPARE(plugin->settings.captionFont.pointSize(), 24);
-	QCOMPARE(dock->captionFontButton->text(), plugin->settings.captionFont.family());
+	QCOMPARE(dock->settings->captions->captionFontButton->text(), plugin->settings.captionFont.family());
 }
 
 void PluginDockTest::cancelledFontChangesNothing()
@@ -756,10 +782,10 @@ void PluginDockTest::cancelledFontChangesNothing()
 		dialog->setCurrentFont(QFont(u"DejaVu Sans"_s, 24));
 		dialog->reject();
 	});
-	QTest::mouseClick(dock->captionFontButton, Qt::LeftButton);
+	QTest::mouseClick(dock->settings->captions->captionFontButton, Qt::LeftButton);
 	QTRY_COMPARE(dialogs, 1);
 	QCOMPARE(plugin->settings.toJson(), before);
-	QCOMPARE(dock->captionFontButton->text(), u"-apple-system"_s);
+	QCOMPARE(dock->settings->captions->captionFontButton->text(), u"-apple-system"_s);
 }
 
 /** A loop of a dialog's own goes on while OBS ends and takes the dock away. */
@@ -782,7 +808,7 @@ void PluginDockTest::dialogsHaveNoLoopOfTheirOwn()
 			dialog->reject();
 		}
 	});
-	QMetaObject::invokeMethod(dock.get(), slot.constData(), Qt::DirectConnection);
+	QMetaObject::invokeMethod(dock->settings->captions, slot.constData(), Qt::DirectConnection);
 	QVERIFY(!turned);
 	QPointer<QDialog> dialog = dock->findChild<QDialog *>();
 	QVERIFY(dialog);
@@ -796,7 +822,7 @@ void PluginDockTest::dockDestroyedUnderItsDialogIsSafe()
 	make().setVisible(true);
 	whenOpen<QColorDialog>([this](QColorDialog *) { dock.reset(); });
 	// As a click would, but without a test that holds on to the button.
-	QMetaObject::invokeMethod(dock.get(), "onCaptionColorClicked", Qt::DirectConnection);
+	QMetaObject::invokeMethod(dock->settings->captions, "onCaptionColorClicked", Qt::DirectConnection);
 	QTRY_COMPARE(dialogs, 1);
 	QCOMPARE(plugin->settings.captionTextColor, QColor(Qt::white));
 }
@@ -822,9 +848,9 @@ void PluginDockTest::previewSendsTheTrimmedText()
 	plugin->setLanguageTargets({{u"es"_s, {.dubbing = false, .captions = true}}});
 	auto *own = qobject_cast<PluginDock *>(plugin->dock);
 	QVERIFY(own);
-	own->previewEdit->setText(typed);
+	own->settings->captions->previewEdit->setText(typed);
 	if (enter) {
-		QTest::keyClick(own->previewEdit, Qt::Key_Return);
+		QTest::keyClick(own->settings->captions->previewEdit, Qt::Key_Return);
 	} else {
 		for (QPushButton *button : own->findChildren<QPushButton *>()) {
 			if (button->text() == u"Dock.Settings.CaptionPreviewBtn"_s) {
@@ -836,7 +862,7 @@ void PluginDockTest::previewSendsTheTrimmedText()
 	QVERIFY(caption);
 	const OBSDataAutoRelease settings = obs_source_get_settings(caption);
 	QVERIFY(QString::fromUtf8(obs_data_get_string(settings, "css")).contains(u"content: \"%1\";"_s.arg(sent)));
-	QCOMPARE(own->previewEdit->text(), typed);
+	QCOMPARE(own->settings->captions->previewEdit->text(), typed);
 }
 
 QTEST_MAIN(PluginDockTest)

@@ -2,6 +2,14 @@
 #include "dock/plugin-dock.h"
 
 #include "core/talvora-plugin.h"
+#include "dock/account-section.h"
+#include "dock/audio-source-rows.h"
+#include "dock/language-rows.h"
+#include "dock/session-panel.h"
+#include "dock/settings-section.h"
+#include "dock/sign-in-panel.h"
+#include "dock/transcript-view.h"
+#include "dock/usage-section.h"
 
 #include "dock-session.h"
 #include "test-audio-source.h"
@@ -166,9 +174,9 @@ void PluginDockTest::sectionsFromTopToBottom()
 		QCOMPARE(line->frameShape(), QFrame::HLine);
 		QCOMPARE(line->frameShadow(), QFrame::Sunken);
 	}
-	QVERIFY(at(3)->isAncestorOf(dock->startButton));
+	QVERIFY(at(3)->isAncestorOf(dock->account->session->startButton));
 	QCOMPARE(qobject_cast<QGroupBox *>(at(5))->title(), u"Dock.Settings.Title"_s);
-	QVERIFY(at(7)->isAncestorOf(dock->transcriptView));
+	QVERIFY(at(7)->isAncestorOf(dock->transcript->transcriptView));
 	QCOMPARE(qobject_cast<QGroupBox *>(at(8))->title(), u"Dock.Status.Title"_s);
 	QVERIFY(sections->itemAt(9)->spacerItem());
 }
@@ -192,90 +200,90 @@ void PluginDockTest::brandAndTagline()
 void PluginDockTest::transcriptWidget()
 {
 	make();
-	QWidget *container = dock->transcriptView->parentWidget();
+	QWidget *container = dock->transcript->transcriptView->parentWidget();
 	QCOMPARE(container->layout()->contentsMargins(), QMargins());
 	const auto *caption = qobject_cast<QLabel *>(container->layout()->itemAt(0)->widget());
 	QCOMPARE(caption->text(), u"Dock.Status.Transcript"_s);
 	QCOMPARE(caption->styleSheet(), u"font-size: 11px; color: gray;"_s);
-	QCOMPARE(container->layout()->itemAt(1)->widget(), dock->transcriptView);
-	QVERIFY(dock->transcriptView->isReadOnly());
-	QCOMPARE(dock->transcriptView->maximumHeight(), 90);
-	QCOMPARE(dock->transcriptView->minimumWidth(), 180);
-	QCOMPARE(dock->transcriptView->styleSheet(),
+	QCOMPARE(container->layout()->itemAt(1)->widget(), dock->transcript->transcriptView);
+	QVERIFY(dock->transcript->transcriptView->isReadOnly());
+	QCOMPARE(dock->transcript->transcriptView->maximumHeight(), 90);
+	QCOMPARE(dock->transcript->transcriptView->minimumWidth(), 180);
+	QCOMPARE(dock->transcript->transcriptView->styleSheet(),
 		 u"background: transparent; border: 1px solid #333; font-size: 12px;"_s);
-	QCOMPARE(dock->transcriptView->placeholderText(), u"Dock.Status.TranscriptPlaceholder"_s);
+	QCOMPARE(dock->transcript->transcriptView->placeholderText(), u"Dock.Status.TranscriptPlaceholder"_s);
 }
 
 void PluginDockTest::statusSection()
 {
 	make();
-	const auto *group = qobject_cast<QGroupBox *>(dock->captionMinutesLabel->parentWidget());
+	const auto *group = qobject_cast<QGroupBox *>(dock->usage->captionMinutesLabel->parentWidget());
 	QVERIFY(group);
 	QCOMPARE(group->layout()->count(), 1);
 	QLayout *row = group->layout()->itemAt(0)->layout();
 	QCOMPARE(row->count(), 6);
 	QCOMPARE(qobject_cast<QLabel *>(row->itemAt(0)->widget())->text(), u"Dock.Status.CaptionMins"_s);
-	QCOMPARE(row->itemAt(1)->widget(), dock->captionMinutesLabel);
+	QCOMPARE(row->itemAt(1)->widget(), dock->usage->captionMinutesLabel);
 	QCOMPARE(row->itemAt(2)->sizeHint().width(), 12);
 	QCOMPARE(qobject_cast<QLabel *>(row->itemAt(3)->widget())->text(), u"Dock.Status.DubbedMins"_s);
-	QCOMPARE(row->itemAt(4)->widget(), dock->dubbedMinutesLabel);
+	QCOMPARE(row->itemAt(4)->widget(), dock->usage->dubbedMinutesLabel);
 	QVERIFY(row->itemAt(5)->spacerItem());
-	QCOMPARE(dock->captionMinutesLabel->text(), u"\u2014"_s);
-	QCOMPARE(dock->dubbedMinutesLabel->text(), u"\u2014"_s);
+	QCOMPARE(dock->usage->captionMinutesLabel->text(), u"\u2014"_s);
+	QCOMPARE(dock->usage->dubbedMinutesLabel->text(), u"\u2014"_s);
 }
 
 void PluginDockTest::initialState()
 {
 	make();
-	QVERIFY(!dock->authenticated);
+	QVERIFY(!dock->account->authenticated);
 	QVERIFY(!dock->shownOnce);
-	QCOMPARE(dock->sessionSeconds, 0);
-	QCOMPARE(dock->oauthListener, nullptr);
-	QCOMPARE(dock->sessionTimer->parent(), dock.get());
-	QCOMPARE(dock->sessionTimer->interval(), 1000);
-	QVERIFY(!dock->sessionTimer->isActive());
+	QCOMPARE(dock->account->session->sessionSeconds, 0);
+	QCOMPARE(dock->account->signIn->oauthListener, nullptr);
+	QCOMPARE(dock->account->session->sessionTimer->parent(), dock.get());
+	QCOMPARE(dock->account->session->sessionTimer->interval(), 1000);
+	QVERIFY(!dock->account->session->sessionTimer->isActive());
 }
 
 void PluginDockTest::signedOutAtStartWithoutKey()
 {
 	make();
-	QVERIFY(!dock->loginPanel->isHidden());
-	QVERIFY(dock->sessionPanel->isHidden());
-	QVERIFY(dock->logoutButton->isHidden());
-	QVERIFY(dock->apiKeyRow->isHidden());
-	QCOMPARE(dock->statusLabel->text(), u"Status.Disconnected"_s);
-	QCOMPARE(dock->startButton->styleSheet(), kGreen);
+	QVERIFY(!dock->account->signIn->isHidden());
+	QVERIFY(dock->account->session->isHidden());
+	QVERIFY(dock->account->logoutButton->isHidden());
+	QVERIFY(dock->account->signIn->apiKeyRow->isHidden());
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Disconnected"_s);
+	QCOMPARE(dock->account->session->startButton->styleSheet(), kGreen);
 }
 
 void PluginDockTest::signedInAtStartWithStoredKey()
 {
 	plugin->settings.apiKey = u"tak_live_stored"_s;
 	make();
-	QVERIFY(dock->authenticated);
-	QVERIFY(dock->loginPanel->isHidden());
-	QVERIFY(!dock->sessionPanel->isHidden());
-	QVERIFY(!dock->logoutButton->isHidden());
+	QVERIFY(dock->account->authenticated);
+	QVERIFY(dock->account->signIn->isHidden());
+	QVERIFY(!dock->account->session->isHidden());
+	QVERIFY(!dock->account->logoutButton->isHidden());
 	// "Status.Ready" is overwritten at once by the state of the connection.
-	QCOMPARE(dock->statusLabel->text(), u"Status.Disconnected"_s);
-	QVERIFY(dock->startButton->isEnabled());
-	QCOMPARE(dock->startButton->styleSheet(), kGreen);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Disconnected"_s);
+	QVERIFY(dock->account->session->startButton->isEnabled());
+	QCOMPARE(dock->account->session->startButton->styleSheet(), kGreen);
 }
 
 void PluginDockTest::pluginSignalsArrive()
 {
 	make();
 	Q_EMIT plugin->wsStateChanged(WsState::Authenticated);
-	QCOMPARE(dock->statusLabel->text(), u"Status.Connected"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Connected"_s);
 	Q_EMIT plugin->transcriptUpdated(u"hello"_s);
-	QCOMPARE(dock->transcriptView->toPlainText(), u"hello"_s);
+	QCOMPARE(dock->transcript->transcriptView->toPlainText(), u"hello"_s);
 	Q_EMIT plugin->limitWarning(u"captions"_s, 5);
-	QCOMPARE(dock->captionMinutesLabel->text(), u"<span style='color:orange'>5 min</span>"_s);
+	QCOMPARE(dock->usage->captionMinutesLabel->text(), u"<span style='color:orange'>5 min</span>"_s);
 	Q_EMIT plugin->limitReached(u"dubbed"_s);
-	QCOMPARE(dock->dubbedMinutesLabel->text(), u"<span style='color:red'>Limit reached</span>"_s);
+	QCOMPARE(dock->usage->dubbedMinutesLabel->text(), u"<span style='color:red'>Limit reached</span>"_s);
 	Q_EMIT plugin->errorOccurred(u"broken"_s);
-	QCOMPARE(dock->statusLabel->text(), u"<span style='color:red'>broken</span>"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"<span style='color:red'>broken</span>"_s);
 	plugin->setMaxTargetLanguages(3);
-	QCOMPARE(dock->languageCountLabel->text(), u"0 / 3 languages"_s);
+	QCOMPARE(dock->settings->languages->languageCountLabel->text(), u"0 / 3 languages"_s);
 }
 
 // In OBS's window
@@ -302,20 +310,20 @@ void PluginDockTest::reopeningKeepsStateAndRefreshesAudioSources()
 {
 	make().setVisible(true);
 	QVERIFY(dock->shownOnce);
-	QCOMPARE(dock->audioSourceCombo->count(), 1);
-	dock->onTranscriptUpdated(u"still here"_s);
-	dock->onWsStateChanged(WsState::Authenticated);
-	dock->onSessionTick();
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->count(), 1);
+	dock->transcript->onTranscriptUpdated(u"still here"_s);
+	dock->account->session->onWsStateChanged(WsState::Authenticated);
+	dock->account->session->onSessionTick();
 	dock->close();
 
 	const TestAudioSource voice("Voice");
 	dock->setVisible(true);
-	QCOMPARE(dock->audioSourceCombo->count(), 2);
-	QCOMPARE(dock->audioSourceCombo->itemText(1), u"Voice"_s);
-	QCOMPARE(dock->transcriptView->toPlainText(), u"still here"_s);
-	QCOMPARE(dock->statusLabel->text(), u"Status.Connected"_s);
-	QCOMPARE(dock->clockLabel->text(), u"00:00:01"_s);
-	QVERIFY(dock->sessionTimer->isActive());
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->count(), 2);
+	QCOMPARE(dock->settings->audioSource->audioSourceCombo->itemText(1), u"Voice"_s);
+	QCOMPARE(dock->transcript->transcriptView->toPlainText(), u"still here"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Connected"_s);
+	QCOMPARE(dock->account->session->clockLabel->text(), u"00:00:01"_s);
+	QVERIFY(dock->account->session->sessionTimer->isActive());
 }
 
 namespace {
@@ -487,13 +495,13 @@ void PluginDockTest::mayBeLowInTheWindowOfObs()
 void PluginDockTest::wheelOverAnUnfocusedControlChangesNothing()
 {
 	make().setVisible(true);
-	const int before = dock->sourceLangCombo->currentIndex();
-	const QPointF center = dock->sourceLangCombo->rect().center();
-	QWheelEvent wheel(center, dock->sourceLangCombo->mapToGlobal(center), QPoint(), QPoint(0, -120), Qt::NoButton,
-			  Qt::NoModifier, Qt::NoScrollPhase, false);
-	QVERIFY(!dock->sourceLangCombo->hasFocus());
-	QCoreApplication::sendEvent(dock->sourceLangCombo, &wheel);
-	QCOMPARE(dock->sourceLangCombo->currentIndex(), before);
+	const int before = dock->settings->languages->sourceLangCombo->currentIndex();
+	const QPointF center = dock->settings->languages->sourceLangCombo->rect().center();
+	QWheelEvent wheel(center, dock->settings->languages->sourceLangCombo->mapToGlobal(center), QPoint(),
+			  QPoint(0, -120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+	QVERIFY(!dock->settings->languages->sourceLangCombo->hasFocus());
+	QCoreApplication::sendEvent(dock->settings->languages->sourceLangCombo, &wheel);
+	QCOMPARE(dock->settings->languages->sourceLangCombo->currentIndex(), before);
 }
 
 // Status
@@ -521,16 +529,16 @@ void PluginDockTest::looksOfTheStates_data()
 void PluginDockTest::looksOfTheStates()
 {
 	QFETCH(int, state);
-	make().onErrorOccurred(u"earlier"_s);
-	dock->onWsStateChanged(static_cast<WsState>(state));
-	QTEST(dock->statusDot->styleSheet(), "dot");
-	QTEST(dock->statusLabel->text(), "text");
-	QTEST(dock->startButton->isEnabled(), "start");
-	QTEST(dock->startButton->styleSheet(), "startStyle");
-	QTEST(dock->stopButton->isEnabled(), "stop");
-	QTEST(dock->stopButton->styleSheet(), "stopStyle");
-	QCOMPARE(dock->sessionTimer->isActive(), state == 3);
-	QVERIFY(dock->statusLabel->toolTip().isEmpty());
+	make().account->session->onErrorOccurred(u"earlier"_s);
+	dock->account->session->onWsStateChanged(static_cast<WsState>(state));
+	QTEST(dock->account->session->statusDot->styleSheet(), "dot");
+	QTEST(dock->account->session->statusLabel->text(), "text");
+	QTEST(dock->account->session->startButton->isEnabled(), "start");
+	QTEST(dock->account->session->startButton->styleSheet(), "startStyle");
+	QTEST(dock->account->session->stopButton->isEnabled(), "stop");
+	QTEST(dock->account->session->stopButton->styleSheet(), "stopStyle");
+	QCOMPARE(dock->account->session->sessionTimer->isActive(), state == 3);
+	QVERIFY(dock->account->session->statusLabel->toolTip().isEmpty());
 }
 
 void PluginDockTest::errorsTooltipSaysItAsItIs_data()
@@ -546,21 +554,21 @@ void PluginDockTest::errorsTooltipSaysItAsItIs_data()
 void PluginDockTest::errorsTooltipSaysItAsItIs()
 {
 	QFETCH(QString, message);
-	make().onErrorOccurred(message);
+	make().account->session->onErrorOccurred(message);
 	// Qt decides by this how to show it; only rich text wraps.
-	QVERIFY(Qt::mightBeRichText(dock->statusLabel->toolTip()));
+	QVERIFY(Qt::mightBeRichText(dock->account->session->statusLabel->toolTip()));
 	QTextDocument document;
-	document.setHtml(dock->statusLabel->toolTip());
+	document.setHtml(dock->account->session->statusLabel->toolTip());
 	QTEST(document.toPlainText(), "shown");
 }
 
 void PluginDockTest::unknownStateIsIgnored()
 {
-	make().onWsStateChanged(WsState::Authenticated);
+	make().account->session->onWsStateChanged(WsState::Authenticated);
 	for (const int state : {6, 100, -1}) {
-		dock->onWsStateChanged(static_cast<WsState>(state));
-		QCOMPARE(dock->statusLabel->text(), u"Status.Connected"_s);
-		QVERIFY(dock->sessionTimer->isActive());
+		dock->account->session->onWsStateChanged(static_cast<WsState>(state));
+		QCOMPARE(dock->account->session->statusLabel->text(), u"Status.Connected"_s);
+		QVERIFY(dock->account->session->sessionTimer->isActive());
 	}
 }
 
@@ -575,31 +583,31 @@ void PluginDockTest::stateIsNotShownInPart_data()
 
 void PluginDockTest::stateIsNotShownInPart()
 {
-	make().onWsStateChanged(WsState::Disconnected);
+	make().account->session->onWsStateChanged(WsState::Disconnected);
 	QFETCH(int, missing);
-	QLabel *dot = dock->statusDot;
-	QLabel *label = dock->statusLabel;
-	QPushButton *start = dock->startButton;
-	QPushButton *stop = dock->stopButton;
+	QLabel *dot = dock->account->session->statusDot;
+	QLabel *label = dock->account->session->statusLabel;
+	QPushButton *start = dock->account->session->startButton;
+	QPushButton *stop = dock->account->session->stopButton;
 	switch (missing) {
 	case 0:
-		dock->statusDot = nullptr;
+		dock->account->session->statusDot = nullptr;
 		break;
 	case 1:
-		dock->statusLabel = nullptr;
+		dock->account->session->statusLabel = nullptr;
 		break;
 	case 2:
-		dock->startButton = nullptr;
+		dock->account->session->startButton = nullptr;
 		break;
 	default:
-		dock->stopButton = nullptr;
+		dock->account->session->stopButton = nullptr;
 	}
-	dock->onWsStateChanged(WsState::Authenticated);
+	dock->account->session->onWsStateChanged(WsState::Authenticated);
 	QCOMPARE(dot->styleSheet(), u"color: gray; font-size: 16px;"_s);
 	QCOMPARE(label->text(), u"Status.Disconnected"_s);
 	QVERIFY(start->isEnabled());
 	QVERIFY(!stop->isEnabled());
-	QVERIFY(!dock->sessionTimer->isActive());
+	QVERIFY(!dock->account->session->sessionTimer->isActive());
 }
 
 void PluginDockTest::clockCountsHoursMinutesSeconds_data()
@@ -619,58 +627,59 @@ void PluginDockTest::clockCountsHoursMinutesSeconds()
 	QFETCH(int, seconds);
 	make();
 	for (int i = 0; i < seconds; ++i) {
-		dock->onSessionTick();
+		dock->account->session->onSessionTick();
 	}
-	QTEST(dock->clockLabel->text(), "text");
-	QCOMPARE(dock->sessionSeconds, seconds);
+	QTEST(dock->account->session->clockLabel->text(), "text");
+	QCOMPARE(dock->account->session->sessionSeconds, seconds);
 }
 
 void PluginDockTest::clockRunsWhileConnected()
 {
-	make().onWsStateChanged(WsState::Authenticated);
-	QCOMPARE(dock->clockLabel->text(), u"00:00:00"_s);
-	QTRY_COMPARE_WITH_TIMEOUT(dock->clockLabel->text(), u"00:00:01"_s, 3000);
+	make().account->session->onWsStateChanged(WsState::Authenticated);
+	QCOMPARE(dock->account->session->clockLabel->text(), u"00:00:00"_s);
+	QTRY_COMPARE_WITH_TIMEOUT(dock->account->session->clockLabel->text(), u"00:00:01"_s, 3000);
 }
 
 void PluginDockTest::clockSurvivesAReconnectAndIsResetByADisconnect()
 {
-	make().onWsStateChanged(WsState::Authenticated);
-	dock->onSessionTick();
-	dock->onSessionTick();
-	dock->onWsStateChanged(WsState::Reconnecting);
-	QVERIFY(dock->sessionTimer->isActive());
-	dock->onWsStateChanged(WsState::Connecting);
-	dock->onWsStateChanged(WsState::Connected);
-	dock->onWsStateChanged(WsState::Authenticated);
-	QCOMPARE(dock->sessionSeconds, 2);
-	dock->onSessionTick();
-	QCOMPARE(dock->clockLabel->text(), u"00:00:03"_s);
+	make().account->session->onWsStateChanged(WsState::Authenticated);
+	dock->account->session->onSessionTick();
+	dock->account->session->onSessionTick();
+	dock->account->session->onWsStateChanged(WsState::Reconnecting);
+	QVERIFY(dock->account->session->sessionTimer->isActive());
+	dock->account->session->onWsStateChanged(WsState::Connecting);
+	dock->account->session->onWsStateChanged(WsState::Connected);
+	dock->account->session->onWsStateChanged(WsState::Authenticated);
+	QCOMPARE(dock->account->session->sessionSeconds, 2);
+	dock->account->session->onSessionTick();
+	QCOMPARE(dock->account->session->clockLabel->text(), u"00:00:03"_s);
 
-	dock->onWsStateChanged(WsState::Disconnected);
-	QVERIFY(!dock->sessionTimer->isActive());
-	QCOMPARE(dock->sessionSeconds, 0);
-	QCOMPARE(dock->clockLabel->text(), u"00:00:00"_s);
+	dock->account->session->onWsStateChanged(WsState::Disconnected);
+	QVERIFY(!dock->account->session->sessionTimer->isActive());
+	QCOMPARE(dock->account->session->sessionSeconds, 0);
+	QCOMPARE(dock->account->session->clockLabel->text(), u"00:00:00"_s);
 }
 
 void PluginDockTest::disconnectingStopsTheClockAndKeepsItsTime()
 {
-	make().onWsStateChanged(WsState::Authenticated);
-	dock->onSessionTick();
-	dock->onWsStateChanged(WsState::Disconnecting);
-	QVERIFY(!dock->sessionTimer->isActive());
-	QCOMPARE(dock->sessionSeconds, 1);
-	QCOMPARE(dock->clockLabel->text(), u"00:00:01"_s);
+	make().account->session->onWsStateChanged(WsState::Authenticated);
+	dock->account->session->onSessionTick();
+	dock->account->session->onWsStateChanged(WsState::Disconnecting);
+	QVERIFY(!dock->account->session->sessionTimer->isActive());
+	QCOMPARE(dock->account->session->sessionSeconds, 1);
+	QCOMPARE(dock->account->session->clockLabel->text(), u"00:00:01"_s);
 }
 
 void PluginDockTest::connectedAgainRestartsTheTimerOnly()
 {
-	make().onWsStateChanged(WsState::Authenticated);
-	dock->onSessionTick();
-	const int timer = dock->sessionTimer->timerId();
-	dock->onWsStateChanged(WsState::Authenticated);
-	QVERIFY(dock->sessionTimer->isActive());
-	QVERIFY(dock->sessionTimer->timerId() != timer || dock->sessionTimer->remainingTime() > 900);
-	QCOMPARE(dock->sessionSeconds, 1);
+	make().account->session->onWsStateChanged(WsState::Authenticated);
+	dock->account->session->onSessionTick();
+	const int timer = dock->account->session->sessionTimer->timerId();
+	dock->account->session->onWsStateChanged(WsState::Authenticated);
+	QVERIFY(dock->account->session->sessionTimer->isActive());
+	QVERIFY(dock->account->session->sessionTimer->timerId() != timer ||
+		dock->account->session->sessionTimer->remainingTime() > 900);
+	QCOMPARE(dock->account->session->sessionSeconds, 1);
 }
 
 void PluginDockTest::startAndStopAreHandedOn()
@@ -682,19 +691,19 @@ void PluginDockTest::startAndStopAreHandedOn()
 	dock = nullptr;
 	auto *own = qobject_cast<PluginDock *>(plugin->dock);
 	QVERIFY(own);
-	own->onWsStateChanged(WsState::Reconnecting);
+	own->account->session->onWsStateChanged(WsState::Reconnecting);
 	session->log.clear();
 
-	QTest::mouseClick(own->startButton, Qt::LeftButton);
+	QTest::mouseClick(own->account->session->startButton, Qt::LeftButton);
 	QCOMPARE(session->log.ownLines().first(), u"[talvora-obs] Talvora: Start Translating clicked"_s);
 	QCOMPARE(session->log.ownLines().at(1), u"[talvora-obs] Talvora: startSession() called"_s);
 	// Only the state of the connection changes the buttons.
-	QVERIFY(own->startButton->isEnabled());
+	QVERIFY(own->account->session->startButton->isEnabled());
 	session->log.clear();
 
-	QTest::mouseClick(own->stopButton, Qt::LeftButton);
+	QTest::mouseClick(own->account->session->stopButton, Qt::LeftButton);
 	QCOMPARE(session->log.ownLines(), QStringList{u"[talvora-obs] Talvora: disconnecting..."_s});
-	QVERIFY(own->stopButton->isEnabled());
+	QVERIFY(own->account->session->stopButton->isEnabled());
 }
 
 void PluginDockTest::errorsAreCutAt120Characters_data()
@@ -712,20 +721,21 @@ void PluginDockTest::errorsAreCutAt120Characters()
 {
 	QFETCH(int, length);
 	QFETCH(int, shown);
-	make().statusLabel->setWordWrap(false);
-	dock->onErrorOccurred(QString(length, u'e'));
-	QCOMPARE(dock->statusLabel->text(), u"<span style='color:red'>"_s + QString(shown, u'e') + u"</span>"_s);
-	QVERIFY(dock->statusLabel->wordWrap());
+	make().account->session->statusLabel->setWordWrap(false);
+	dock->account->session->onErrorOccurred(QString(length, u'e'));
+	QCOMPARE(dock->account->session->statusLabel->text(),
+		 u"<span style='color:red'>"_s + QString(shown, u'e') + u"</span>"_s);
+	QVERIFY(dock->account->session->statusLabel->wordWrap());
 }
 
 void PluginDockTest::markupInAnErrorIsShownLiterally()
 {
-	make().onErrorOccurred(u"<b>bold</b> & \"quoted\" %1"_s);
-	QCOMPARE(dock->statusLabel->text(),
+	make().account->session->onErrorOccurred(u"<b>bold</b> & \"quoted\" %1"_s);
+	QCOMPARE(dock->account->session->statusLabel->text(),
 		 u"<span style='color:red'>&lt;b&gt;bold&lt;/b&gt; &amp; &quot;quoted&quot; %1</span>"_s);
 	// What is cut is the message, not its escaped form.
-	dock->onErrorOccurred(QString(200, u'<'));
-	QCOMPARE(dock->statusLabel->text().count(u"&lt;"_s), 120);
+	dock->account->session->onErrorOccurred(QString(200, u'<'));
+	QCOMPARE(dock->account->session->statusLabel->text().count(u"&lt;"_s), 120);
 }
 
 void PluginDockTest::errorsAreLoggedWhole()
@@ -733,7 +743,7 @@ void PluginDockTest::errorsAreLoggedWhole()
 	const QString message = QString(300, u'é') + u"<b>"_s;
 	make();
 	session->log.clear();
-	dock->onErrorOccurred(message);
+	dock->account->session->onErrorOccurred(message);
 	QCOMPARE(session->log.lines(LOG_WARNING), QStringList{u"[talvora-obs] PluginDock error: "_s + message});
 }
 
@@ -741,14 +751,14 @@ void PluginDockTest::errorsAreLoggedWhole()
 
 void PluginDockTest::transcriptIsReplacedAsPlainText()
 {
-	make().onTranscriptUpdated(u"first"_s);
-	dock->onTranscriptUpdated(u"<b>second</b>\nline"_s);
-	QCOMPARE(dock->transcriptView->toPlainText(), u"<b>second</b>\nline"_s);
+	make().transcript->onTranscriptUpdated(u"first"_s);
+	dock->transcript->onTranscriptUpdated(u"<b>second</b>\nline"_s);
+	QCOMPARE(dock->transcript->transcriptView->toPlainText(), u"<b>second</b>\nline"_s);
 	const QString longText(100000, u'x');
-	dock->onTranscriptUpdated(longText);
-	QCOMPARE(dock->transcriptView->toPlainText(), longText);
-	dock->onTranscriptUpdated(QString());
-	QCOMPARE(dock->transcriptView->toPlainText(), QString());
+	dock->transcript->onTranscriptUpdated(longText);
+	QCOMPARE(dock->transcript->transcriptView->toPlainText(), longText);
+	dock->transcript->onTranscriptUpdated(QString());
+	QCOMPARE(dock->transcript->transcriptView->toPlainText(), QString());
 }
 
 void PluginDockTest::limitWarnings_data()
@@ -770,9 +780,9 @@ void PluginDockTest::limitWarnings()
 	QFETCH(QString, type);
 	make();
 	session->log.clear();
-	dock->onLimitWarning(type, 12);
-	QTEST(dock->captionMinutesLabel->text(), "captions");
-	QTEST(dock->dubbedMinutesLabel->text(), "dubbed");
+	dock->usage->onLimitWarning(type, 12);
+	QTEST(dock->usage->captionMinutesLabel->text(), "captions");
+	QTEST(dock->usage->dubbedMinutesLabel->text(), "dubbed");
 	QCOMPARE(session->log.ownLines(), QStringList());
 }
 
@@ -791,18 +801,18 @@ void PluginDockTest::limitReached_data()
 void PluginDockTest::limitReached()
 {
 	QFETCH(QString, type);
-	make().onLimitReached(type);
-	QTEST(dock->captionMinutesLabel->text(), "captions");
-	QTEST(dock->dubbedMinutesLabel->text(), "dubbed");
+	make().usage->onLimitReached(type);
+	QTEST(dock->usage->captionMinutesLabel->text(), "captions");
+	QTEST(dock->usage->dubbedMinutesLabel->text(), "dubbed");
 }
 
 void PluginDockTest::reachedLimitDoesNotStopTheSession()
 {
-	make().onWsStateChanged(WsState::Authenticated);
+	make().account->session->onWsStateChanged(WsState::Authenticated);
 	session->log.clear();
-	dock->onLimitReached(u"captions"_s);
-	QVERIFY(dock->sessionTimer->isActive());
-	QVERIFY(dock->stopButton->isEnabled());
+	dock->usage->onLimitReached(u"captions"_s);
+	QVERIFY(dock->account->session->sessionTimer->isActive());
+	QVERIFY(dock->account->session->stopButton->isEnabled());
 	QCOMPARE(session->log.ownLines(), QStringList());
 }
 

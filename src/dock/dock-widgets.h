@@ -6,9 +6,12 @@
 #include <QString>
 
 class QBoxLayout;
+class QColor;
 class QComboBox;
 class QFrame;
+class QSlider;
 class QStyleOptionButton;
+class QVBoxLayout;
 
 // What the sections of the dock are made of.
 
@@ -31,6 +34,26 @@ void removeMargins(QBoxLayout *layout);
 
 /** Lets texts longer than the dock is wide be cut with an ellipsis instead of widening it. */
 void keepNarrow(QComboBox *combo);
+
+/** Selects the item that holds `data`; without one the selection stays. */
+void selectData(QComboBox *combo, const QString &data);
+
+/** A button under the hand of the pointer. */
+QPushButton *button(const QString &text, const char *styleSheet = "");
+
+/** A button that looks like a link. */
+QPushButton *flatButton(const char *key, const char *styleSheet);
+
+/** Adds a row with a label and a swatch of a colour, which is to be clicked. */
+QPushButton *colorRow(QVBoxLayout &rows, const char *key);
+void showColor(QPushButton *swatch, const QColor &color);
+
+/** Adds a row that says a percentage, and under it the slider for it, 0 to 100. */
+QSlider *percentRows(QVBoxLayout &rows, const char *key, int percent, QLabel *&valueLabel);
+QString percentText(int percent);
+
+/** Styling a widget again costs as much as the first time, even with the same style sheet. */
+void setStyleSheet(QWidget *widget, const QString &styleSheet);
 
 /** `text` as a label shows it in red; markup in it is interpreted. */
 QString redText(const QString &text);
