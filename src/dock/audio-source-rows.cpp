@@ -68,6 +68,14 @@ AudioSourceRows::AudioSourceRows(TalvoraPlugin &owner, QVBoxLayout &rows, QObjec
 	rows.addWidget(muteOriginalCheck);
 }
 
+void AudioSourceRows::showSettings(const Settings &chosen)
+{
+	muteOriginalCheck->setChecked(chosen.muteOriginal);
+	if (audioSourceCombo->currentData().toString() != chosen.audioSource) {
+		refreshAudioSources();
+	}
+}
+
 void AudioSourceRows::refreshAudioSources()
 {
 	if (!audioSourceCombo) {

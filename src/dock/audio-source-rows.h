@@ -7,6 +7,7 @@ class QCheckBox;
 class QComboBox;
 class QVBoxLayout;
 class TalvoraPlugin;
+struct Settings;
 
 /** The source whose audio is translated, and whether the dubs leave it out. */
 class AudioSourceRows : public QObject {
@@ -15,6 +16,8 @@ class AudioSourceRows : public QObject {
 public:
 	/** @param rows get what there is to see; the list of sources stays empty until it is refreshed */
 	AudioSourceRows(TalvoraPlugin &plugin, QVBoxLayout &rows, QObject *parent);
+
+	void showSettings(const Settings &chosen);
 
 public Q_SLOTS:
 	/** Lists the sources that OBS has now, and selects the chosen one, be it there or not. */

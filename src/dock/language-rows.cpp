@@ -53,6 +53,13 @@ void LanguageRows::populateLanguageTable()
 	enforceLanguageLimit();
 }
 
+void LanguageRows::showSettings(const Settings &chosen)
+{
+	dock::selectData(sourceLangCombo, chosen.sourceLanguage);
+	languageTable->showChosen(chosen.languageTargets, chosen.sourceLanguage);
+	enforceLanguageLimit();
+}
+
 void LanguageRows::onLanguageGridChanged()
 {
 	if (!languageTable) {

@@ -8,6 +8,7 @@ class QComboBox;
 class QLabel;
 class QVBoxLayout;
 class TalvoraPlugin;
+struct Settings;
 
 /** The spoken language, and the languages it is translated to, of which an account allows so many. */
 class LanguageRows : public QObject {
@@ -18,6 +19,7 @@ public:
 	LanguageRows(TalvoraPlugin &plugin, QVBoxLayout &rows, QObject *parent);
 
 	void populateLanguageTable();
+	void showSettings(const Settings &chosen);
 
 public Q_SLOTS:
 	/** Shows how much of the limit is used, and closes the boxes that would exceed it. */

@@ -92,6 +92,7 @@ void PluginDock::connectPlugin()
 		&LanguageRows::onMaxTargetLanguagesChanged);
 	connect(plugin, &TalvoraPlugin::audioSourcesChanged, &settings->audioSourceRows(),
 		&AudioSourceRows::refreshAudioSources);
+	connect(plugin, &TalvoraPlugin::settingsChanged, settings, &SettingsSection::onSettingsChanged);
 }
 
 // Layout

@@ -8,7 +8,10 @@
 #include "dock/language-rows.h"
 #include "dock/level-rows.h"
 
+#include <QSignalBlocker>
 #include <QVBoxLayout>
+
+#include <vector>
 
 SettingsSection::SettingsSection(TalvoraPlugin &owner, QWidget *dock)
 	: QGroupBox(dock::text("Dock.Settings.Title")), plugin(owner)
@@ -28,4 +31,15 @@ void SettingsSection::initializeSettings()
 	captions->showSettings(settings);
 	levels->showSettings(settings);
 	languages->populateLanguageTable();
+}
+
+void SettingsSection::onSettingsChanged()
+{
+	const auto controls = findChildren<QWidget *>();
+	const std::vector<QSignalBlocker> silent(controls.begin(), controls.end());
+	const Settings &settings = plugin.currentSettings();
+	audioSource->showSettings(settings);
+	languages->showSettings(settings);
+	captions->showSettings(settings);
+	levels->showSettings(settings);
 }

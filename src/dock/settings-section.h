@@ -22,6 +22,10 @@ public:
 	AudioSourceRows &audioSourceRows() const { return *audioSource; }
 	LanguageRows &languageRows() const { return *languages; }
 
+public Q_SLOTS:
+	/** Shows what the plug-in holds, whoever has changed it. Nothing is handed back. */
+	void onSettingsChanged();
+
 private:
 	friend class PluginDockTest;
 

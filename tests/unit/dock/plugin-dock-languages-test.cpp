@@ -83,6 +83,10 @@ private Q_SLOTS:
 	void newSpokenLanguageKeepsItsCaptions();
 	void formerSpokenLanguageCanBeDubbed();
 
+	// Changes made elsewhere
+	void selectionMadeElsewhereIsShown();
+	void spokenLanguageChosenElsewhereIsShown();
+
 private:
 	PluginDock &make()
 	{
@@ -559,6 +563,34 @@ void PluginDockTest::formerSpokenLanguageCanBeDubbed()
 	QVERIFY(box(u"en"_s, kDub)->isEnabled());
 	box(u"en"_s, kDub)->setChecked(true);
 	QCOMPARE(plugin->settings.languageTargets, (LanguageTargets{{u"en"_s, kDubOnly}}));
+}
+
+// Changes made elsewhere
+
+void PluginDockTest::selectionMadeElsewhereIsShown()
+{
+	choose({{u"fr"_s, kBoth}});
+	plugin->setMaxTargetLanguages(2);
+	make();
+	plugin->setLanguageTargets({{u"es"_s, kBoth}, {u"it"_s, kDubOnly}});
+	QVERIFY(box(u"es"_s, kCaptions)->isChecked());
+	QVERIFY(box(u"es"_s, kDub)->isChecked());
+	QVERIFY(!box(u"it"_s, kCaptions)->isChecked());
+	QVERIFY(box(u"it"_s, kDub)->isChecked());
+	QVERIFY(!box(u"fr"_s, kCaptions)->isChecked());
+	QVERIFY(!box(u"fr"_s, kDub)->isEnabled());
+	QCOMPARE(dock->settings->languages->languageCountLabel->text(), u"2 / 2 languages"_s);
+}
+
+void PluginDockTest::spokenLanguageChosenElsewhereIsShown()
+{
+	choose({{u"es"_s, kBoth}});
+	make();
+	plugin->setSourceLanguage(u"es"_s);
+	QCOMPARE(dock->settings->languages->sourceLangCombo->currentData().toString(), u"es"_s);
+	QVERIFY(!box(u"es"_s, kDub)->isChecked());
+	QVERIFY(!box(u"es"_s, kDub)->isEnabled());
+	QVERIFY(box(u"es"_s, kCaptions)->isChecked());
 }
 
 QTEST_MAIN(PluginDockTest)

@@ -102,6 +102,9 @@ private Q_SLOTS:
 	void dockDestroyedUnderItsDialogIsSafe();
 	void previewSendsTheTrimmedText_data();
 	void previewSendsTheTrimmedText();
+	void settingChangedElsewhereIsShown_data();
+	void settingChangedElsewhereIsShown();
+	void settingChangedElsewhereIsNotHandedBack();
 
 private:
 	PluginDock &make()
@@ -128,6 +131,8 @@ private:
 	/** Calls `use` with the dialog that opens next. */
 	template <typename Dialog> void whenOpen(std::function<void(Dialog *)> use);
 	QLabel *labelOf(const QWidget *control) const;
+	using Change = void (*)(TalvoraPlugin &);
+	using Shown = QString (*)(const SettingsSection &);
 
 	std::optional<DockSession> session;
 	std::unique_ptr<TalvoraPlugin> plugin;
@@ -863,6 +868,108 @@ void PluginDockTest::previewSendsTheTrimmedText()
 	const OBSDataAutoRelease settings = obs_source_get_settings(caption);
 	QVERIFY(QString::fromUtf8(obs_data_get_string(settings, "css")).contains(u"content: \"%1\";"_s.arg(sent)));
 	QCOMPARE(own->settings->captions->previewEdit->text(), typed);
+}
+
+/** What a hotkey or a remote control does. */
+void PluginDockTest::settingChangedElsewhereIsShown_data()
+{
+	QTest::addColumn<Change>("change");
+	QTest::addColumn<Shown>("shown");
+	QTest::addColumn<QString>("expected");
+	const auto row = [](const char *name, Change change, Shown shown, const QString &expected) {
+		QTest::newRow(name) << change << shown << expected;
+	};
+	row(
+		"audio source", [](TalvoraPlugin &core) { core.setAudioSource(u"Voice"_s); },
+		[](const SettingsSection &section) { return section.audioSource->audioSourceCombo->currentText(); },
+		u"Voice"_s);
+	row(
+		"audio source that is away", [](TalvoraPlugin &core) { core.setAudioSource(u"Gone"_s); },
+		[](const SettingsSection &section) { return section.audioSource->audioSourceCombo->currentText(); },
+		u"Gone (Offline)"_s);
+	row(
+		"mute", [](TalvoraPlugin &core) { core.setMuteOriginal(true); },
+		[](const SettingsSection &section) {
+			return QVariant(section.audioSource->muteOriginalCheck->isChecked()).toString();
+		},
+		u"true"_s);
+	row(
+		"mode", [](TalvoraPlugin &core) { core.setCaptionMode(u"original"_s); },
+		[](const SettingsSection &section) {
+			return section.captions->captionModeCombo->currentData().toString();
+		},
+		u"original"_s);
+	row(
+		"mode closes the boxes of captions", [](TalvoraPlugin &core) { core.setCaptionMode(u"original"_s); },
+		[](const SettingsSection &section) {
+			const QCheckBox *box = LanguageTable::checkBoxAt(section.languages->languageTable, 0, 1);
+			return QVariant(box->isEnabled()).toString();
+		},
+		u"false"_s);
+	row(
+		"alignment", [](TalvoraPlugin &core) { core.setCaptionAlignment(u"right"_s); },
+		[](const SettingsSection &section) {
+			return section.captions->captionAlignCombo->currentData().toString();
+		},
+		u"right"_s);
+	row(
+		"text colour", [](TalvoraPlugin &core) { core.setCaptionTextColor(QColor(1, 2, 3, 4)); },
+		[](const SettingsSection &section) { return section.captions->captionColorButton->styleSheet(); },
+		u"background-color: #04010203; border: 1px solid #555;"_s);
+	row(
+		"background", [](TalvoraPlugin &core) { core.setCaptionBgColor(QColor(1, 2, 3, 4)); },
+		[](const SettingsSection &section) { return section.captions->captionBgColorButton->styleSheet(); },
+		u"background-color: #04010203; border: 1px solid #555;"_s);
+	row(
+		"opacity", [](TalvoraPlugin &core) { core.setCaptionOpacity(40); },
+		[](const SettingsSection &section) {
+			return QString::number(section.captions->opacitySlider->value()) + u' ' +
+			       section.captions->opacityValueLabel->text();
+		},
+		u"40 40%"_s);
+	row(
+		"font", [](TalvoraPlugin &core) { core.setCaptionFont(QFont(u"Serif"_s)); },
+		[](const SettingsSection &section) { return section.captions->captionFontButton->text(); }, u"Serif"_s);
+	row(
+		"ducking", [](TalvoraPlugin &core) { core.setDuckingLevel(0.35f); },
+		[](const SettingsSection &section) {
+			return QString::number(section.levels->duckingSlider->value()) + u' ' +
+			       section.levels->duckingValueLabel->text();
+		},
+		u"35 35%"_s);
+	row(
+		"volume", [](TalvoraPlugin &core) { core.setTtsVolume(0.5f); },
+		[](const SettingsSection &section) {
+			return QString::number(section.levels->ttsVolumeSlider->value()) + u' ' +
+			       section.levels->ttsVolumeValueLabel->text();
+		},
+		u"50 50%"_s);
+}
+
+void PluginDockTest::settingChangedElsewhereIsShown()
+{
+	QFETCH(Change, change);
+	QFETCH(Shown, shown);
+	QFETCH(QString, expected);
+	const TestAudioSource voice("Voice");
+	make().setVisible(true);
+	QVERIFY(shown(*dock->settings) != expected);
+	change(*plugin);
+	QCOMPARE(shown(*dock->settings), expected);
+}
+
+void PluginDockTest::settingChangedElsewhereIsNotHandedBack()
+{
+	make().setVisible(true);
+	const QSignalSpy saves(plugin.get(), &TalvoraPlugin::settingsChanged);
+	// A slider has whole percent only.
+	plugin->setDuckingLevel(0.356f);
+	QCOMPARE(dock->settings->levels->duckingSlider->value(), 35);
+	QCOMPARE(plugin->currentSettings().duckingLevel, 0.356f);
+	plugin->setCaptionMode(u"original"_s);
+	plugin->setSourceLanguage(u"de"_s);
+	plugin->setLanguageTargets({{u"es"_s, {.dubbing = true, .captions = true}}});
+	QCOMPARE(saves.count(), 4);
 }
 
 QTEST_MAIN(PluginDockTest)
