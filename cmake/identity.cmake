@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # What the module, OBS's plug-in manager and every package say about the project. Read by the build and, in CMake's script
 # mode, by what makes packages.
 set(TALVORA_NAME "talvora-obs")

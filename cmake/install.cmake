@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Where OBS looks for modules and for their data: in the library folder that libobs is in, which is Debian's own whatever
 # the prefix is, and in the data folder of the same prefix. (The folders of libobs.pc are not always true, those of its
 # CMake package are: the linker uses them.)

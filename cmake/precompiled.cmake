@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Most of the time of a build goes into reading the same headers of Qt and OBS for every file. They may be read once
 # instead, as ./dev does. It is not the default, because it would hide an include that is missing: ./dev lint reads the
 # code without, and so does who builds the plug-in alone.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Builds everything with the sanitizers of the compiler that TALVORA_SANITIZE names, and gives the tests their settings.
 set(TALVORA_SANITIZE "" CACHE STRING "Sanitizers to build with: address,undefined or thread")
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Removes what 'cmake --install' has put somewhere, by the list that it wrote, and the folders of the module's own that are
 # empty then.
 cmake_minimum_required(VERSION 3.25)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The accessibility bus: through it a screen reader learns what a window holds, and so do tests."""
 
 import os

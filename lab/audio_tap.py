@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """What OBS hands to those who capture the audio of a source, before any mixer or encoder: every chunk as it was.
 
 	tap = AudioTap(folder, ["Microphone", "Talvora Dub — Spanish"])

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """A video device for OBS's virtual camera, on machines whose kernel has none.
 
 	camera = VirtualCamera(folder)

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # What can be told in seconds, without building: the form of the code, mistakes in scripts, and the newest commits' words.
 # Runs where the program is built: ./dev check calls it.
 set -uo pipefail
@@ -27,6 +28,9 @@ verdict $? shellcheck
 
 written py | xargs -0 pyflakes3
 verdict $? pyflakes
+
+reuse lint --lines
+verdict $? licences
 
 python3 -B lab/includes.py
 verdict $? includes

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Whether what the demo leaves is what it promises: text where captions are, a voice in every dub, lines in every language."""
 
 import re

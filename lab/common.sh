@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # shellcheck shell=bash disable=SC2034
 # What the lab's shell scripts share. Sourced, never run.
 

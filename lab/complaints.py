@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """What OBS and Qt complain about in a run, beside what they complain about without the module."""
 
 import re

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Runs the unit tests of a build that counts, and says what of the plug-in they reach.
 set -euo pipefail
 

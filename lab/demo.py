@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The demo: recorded speech in a real OBS, with captions in four languages and dubs in two."""
 
 import argparse

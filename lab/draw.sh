@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Draws the pictures of docs/ that have a text source: docs/images/NAME.dot as NAME.svg beside it.
 # Runs where the program is built: ./dev draw calls it.
 set -euo pipefail

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Runs a command inside the lab's root filesystem, with the checkout at /talvora.
 set -euo pipefail
 # shellcheck source=lab/common.sh

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Files that others write while they are looked at: each look reads only what has been added."""
 
 import codecs

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Hands and eyes of a user of a running OBS: they find what is on the screen by its name, click, type and drag.
 
 	with Obs(accessible=True) as obs:

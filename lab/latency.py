@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """How long captions and dubs take, measured from what the service received, what OBS logged and what OBS recorded."""
 
 import datetime

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """One real OBS with a home folder of its own, driven from outside.
 
 	with Obs(talvora_config={"apiKey": "k"}) as obs:

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Faults of OBS itself, known from runs without the module, told from what looks like them and is the module's doing.
 
 OBS's list of what it has not got rid of does not say whose fault that is: a scene that it kept itself keeps the scene's

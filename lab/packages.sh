@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # shellcheck shell=bash disable=SC2034
 # Packages of the lab's root filesystems, in groups so that the reason for each stays visible.
 # Sourced by lab/root.sh.
@@ -47,7 +48,7 @@ lab_packages() {
 workshop_packages() {
 	packages=(
 		# Coverage, sanitizers, fuzzing, and other readers of the code.
-		gcovr cppcheck clazy shellcheck pyflakes3
+		gcovr cppcheck clazy shellcheck pyflakes3 reuse
 
 		# Pictures of the documentation.
 		graphviz

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Where the parts of a build are. Everything is relative to the checkout."""
 
 import os

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """How often each test in a real OBS passed, of the runs whose results are given.
 
 usage: rates.py RESULTS.xml ...   Results are JUnit's, named SUITE-N.xml. Prints a table, the least reliable test first.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """A client of obs-websocket 5: requests and events of a running OBS."""
 
 import contextlib

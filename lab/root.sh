@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Makes, once, the root filesystem that a real OBS of a Debian suite runs in, and prints its path.
 set -euo pipefail
 # shellcheck source=lab/common.sh

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The demo's picture: hills at dusk, drawn from a few formulas so that it belongs to nobody else."""
 
 import math

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The local translation service, as a process of its own with a certificate that the lab's OBS trusts."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Several minutes of recorded human speech, put together from recordings that Debian packages carry."""
 
 import subprocess

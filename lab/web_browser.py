@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """A web browser without a window, for the pages that the module opens in the user's browser."""
 
 import base64

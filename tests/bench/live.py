@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The rows that are measured in a real OBS: its start, what it costs while nothing happens, and how long things take."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The rows that are measured in one process: the small rooms beside their peers."""
 
 import json

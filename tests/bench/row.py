@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """One line of the table."""
 
 from dataclasses import dataclass

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Runs all benchmarks and rewrites the table in docs/performance.md.
 
 usage: run.py [--rows WORD] [--keep]   --rows: only rows whose name has the word. --keep: leave the document as it is.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Builds the benchmarks as a release is built and runs them all; rewrites the table in docs/performance.md.
 # usage: tests/bench/run.sh SUITE [OPTION ...]   (options of tests/bench/run.py)
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The row of the local service: its processor time for a second of speech, beside its engines' own programs."""
 
 import asyncio

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # Builds the fuzz targets and lets one of them, or all in turn, look for findings. Runs where the program is built:
 # ./dev fuzz calls it. What is worth keeping goes into the corpus in build/, a finding into out/.
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Does what README says about installing the module, and sees in OBS that it is there, and gone again.
 
 Changes the system that it runs in: tests/install/run.sh gives it one to throw away.

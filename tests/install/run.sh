@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-2.0-or-later
 # README's recipes for one's own OBS, in a Debian that has README's packages and nothing else to build with. What they
 # change there is thrown away.
 set -euo pipefail

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The time in which nothing is to be read between one caption and the next, with a browser source that makes a new
 browser for each, as OBS's own does."""
 

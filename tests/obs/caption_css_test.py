@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Caption text in a real browser's reader of CSS: whatever the text, it stays the value of one string."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Captions that go with the speech of a dub, and what takes that speech away: none of them stays on air."""
 
 import numpy as np

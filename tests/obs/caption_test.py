@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Captions from the service in the browser source's settings and in the rendered picture."""
 
 import os

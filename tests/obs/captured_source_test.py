@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The source that is captured: removed, made again, renamed, silent, changed. In a session, with the dock open."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Scene collections switched, made, copied, renamed and removed, without a session and in one."""
 
 import contextlib

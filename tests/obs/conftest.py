@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """What the tests in a real OBS share. Each test has its own OBS, home folder and (where it asks) service."""
 
 import json

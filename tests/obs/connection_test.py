@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """How a session begins, breaks, comes back and ends, against the scripted service."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The dock in OBS by keyboard alone: nothing here touches the mouse."""
 
 from dock_user import saved, targets, wait_for_saved

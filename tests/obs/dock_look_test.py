@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The dock where there is little room, in OBS's themes; its pictures are there to be looked at."""
 
 import pytest

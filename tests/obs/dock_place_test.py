@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Where the dock is in OBS's window, and that it is there again when OBS starts again."""
 
 import pytest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The dock in OBS, used as a user does: by what is written on it, with mouse and keyboard."""
 
 import json

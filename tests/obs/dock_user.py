@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Somebody who uses the dock in OBS, and what is saved of what they did."""
 
 import itertools

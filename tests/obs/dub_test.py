@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The dub beside its original: where it is, what it does to the original, sample by sample, as whoever captures them is given them.
 
 The original is never near silence, so that its gain can be read off every sample.

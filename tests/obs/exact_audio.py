@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Not a sample lost, doubled or late: what holds of the chunks that a lab.audio_tap.AudioTap has kept, and without any tolerance.
 
 A media source's chunks are one piece of its file, sample for sample, and each begins where the one before it ends; OBS counts in

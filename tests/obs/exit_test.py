@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """OBS ended at an awkward moment: soon, cleanly, and with nothing left behind."""
 
 import os

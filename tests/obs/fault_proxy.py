@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """What stands between OBS and a service, looks at no byte, and does to them what networks do."""
 
 import socket

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The lab's own promises, without which no other result here means anything."""
 
 import struct

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The module in a real OBS: it loads, says what it is, and leaves nothing behind."""
 
 import re

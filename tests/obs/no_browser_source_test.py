@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """An OBS that was built without a browser source, as Debian's is: captions cannot be drawn, all else works."""
 
 import re

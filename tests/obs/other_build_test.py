@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """A module built in one suite, in the OBS of the other: a build for the oldest OBS runs in the newest, but not the other way
 round.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """What OBS puts out while a session runs: recording, stream, replay buffer, virtual camera; profiles and audio settings."""
 
 import re

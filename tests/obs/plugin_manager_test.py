@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The module switched off, or taken away, and back again: OBS lives without it, and everything is as it was."""
 
 import json

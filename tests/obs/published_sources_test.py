@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The sources the module publishes, in the hands of a user who removes, renames, moves and groups them while a session runs."""
 
 import contextlib

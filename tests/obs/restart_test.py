@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """OBS started again with the languages and the style of the last time."""
 
 import pytest

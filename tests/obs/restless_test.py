@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """A long session with a service that is not to be relied on: it freezes, closes, refuses, stalls and breaks off in the middle of
 frames, at random moments, each time for less than the client goes on trying.
 

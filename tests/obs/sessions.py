@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Pieces that tests with a session are made of."""
 
 import subprocess

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """The settings file in homes that are not as they should be. What a user has set is never lost without a word."""
 
 import contextlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Signing in through the browser on a machine that others use, too, or that is set up unlike most."""
 
 import os

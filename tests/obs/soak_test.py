@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Half an hour in a session, in real time, with two languages and with all of them: what grows, what lags, what is lost.
 
 Run by './dev soak'. The figures are left beside the logs, in figures.json.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """A session that is under way while a test does something to OBS around it, and what can be seen of it from outside."""
 
 import json

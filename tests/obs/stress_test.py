@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """Everything a user can do to the audio path, at random and fast, in a real OBS in a session."""
 
 import datetime

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """OBS put to sleep for a minute in the middle of a session, with all that it has started, as a machine that is suspended does it;
 only the service goes on.
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 """What reaches the service over a real connection from a real OBS."""
 
 import re

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
 # What the module tells OBS's plug-in manager, with and without what only a publisher can say.
 cmake_minimum_required(VERSION 3.25)
 
