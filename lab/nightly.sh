@@ -92,7 +92,7 @@ run_part() {
 	fuzz) ./dev fuzz all 600 ;;
 	lint) ./dev lint ;;
 	install-forky) tests/install/run.sh forky ;;
-	locales) ./dev shell -- python3 -B lab/locales.py --complete ;;
+	locales) ./dev shell -- python3 -B checks/locales.py --complete ;;
 	esac
 }
 

@@ -29,12 +29,12 @@ CLAZY = "level0,level1,no-non-pod-global-static,no-qproperty-without-notify"
 CLAZY_OF_TESTS = f"{CLAZY},no-detaching-temporary,no-range-loop-detach,no-use-static-qregularexpression"
 TESTS = ("tests/", "service/tests/")
 CPPCHECK = ["cppcheck", "--quiet", "--check-level=exhaustive", "--std=c++20", "--library=qt",
-	"--enable=warning,performance,portability", "--inline-suppr", "--suppressions-list=tests/cppcheck.txt",
+	"--enable=warning,performance,portability", "--inline-suppr", "--suppressions-list=checks/cppcheck.txt",
 	"--error-exitcode=1",
 	# It stops reading a file at a macro that it does not know.
 	"-DOBS_DECLARE_MODULE()=", "-DOBS_MODULE_USE_DEFAULT_LOCALE(name,locale)=",
 	"--template={file}:{line}: {severity}: {message} [{id}]"]
-SETTINGS = (".clang-tidy", "tests/.clang-tidy", "service/tests/.clang-tidy", "tests/cppcheck.txt")
+SETTINGS = (".clang-tidy", "tests/.clang-tidy", "service/tests/.clang-tidy", "checks/cppcheck.txt")
 # What a tool says beside its findings.
 CHATTER = ("warnings generated", "Suppressed", "warnings treated as errors", "Use -header-filter")
 CACHE = Path(os.environ.get("XDG_CACHE_HOME", Path.home() / ".cache")) / "talvora-lint"

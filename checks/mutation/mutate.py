@@ -6,7 +6,7 @@ Most mutants are in one build and chosen when a test runs (switchboard.py), so t
 the test functions that come by it, the most particular first, until one fails. The others are compiled, each in its
 turn. A lock that is missing is looked for with the thread sanitizer, in the tests labelled "threads". What is found is
 kept in out/mutants and not tried again while the source, or for survivors any test, is the same. Mutants that
-tests/mutation/equivalent.txt explains are not tried. Ends non-zero when fewer than 95 of 100 are caught.
+checks/mutation/equivalent.txt explains are not tried. Ends non-zero when fewer than 95 of 100 are caught.
 """
 
 import argparse
@@ -77,7 +77,7 @@ ALONE = {"plugin-dock-auth-test"}
 def read_equivalents():
 	"""Blocks of three lines: the file, the line before and after the change; what follows is the reason, for readers."""
 	explained = set()
-	for block in (CHECKOUT / "tests/mutation/equivalent.txt").read_text().split("\n\n"):
+	for block in (CHECKOUT / "checks/mutation/equivalent.txt").read_text().split("\n\n"):
 		lines = [line for line in block.splitlines() if not line.startswith("#")]
 		if not lines:
 			continue
@@ -281,7 +281,7 @@ class Switchboard:
 		self.tree = Tree("all", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_CXX_COMPILER=clang++",
 			f"-DCMAKE_CXX_FLAGS=-include {BUILD}/all/src/mutation-switch.h -Werror=vla-extension -ferror-limit=0")
 		self.runner = Runner(self.tree, display, {})
-		self.texts = {f"src/mutation-{name}": (CHECKOUT / "tests/mutation" / name).read_text().replace('"switch.h"', '"mutation-switch.h"')
+		self.texts = {f"src/mutation-{name}": (CHECKOUT / "checks/mutation" / name).read_text().replace('"switch.h"', '"mutation-switch.h"')
 			for name in ("switch.h", "switch.cpp")}
 		self.texts["src/CMakeLists.txt"] = ((CHECKOUT / "src/CMakeLists.txt").read_text() +
 			"target_sources(talvora-core PRIVATE mutation-switch.cpp)\n")

@@ -17,7 +17,7 @@ verdict() {
 
 # What is written by hand here and has one of the endings.
 written() {
-	find .ci cmake lab service src tests -type f -regextype posix-extended -regex ".*\.($1)" -print0
+	find .ci checks cmake lab service src tests -type f -regextype posix-extended -regex ".*\.($1)" -print0
 }
 
 written 'cpp|h' | xargs -0 clang-format --dry-run -Werror
@@ -32,14 +32,14 @@ verdict $? pyflakes
 reuse lint --lines
 verdict $? licences
 
-python3 -B lab/includes.py
+python3 -B checks/includes.py
 verdict $? includes
 
 # A text that is new in English may be translated later, so this is a note here; ./dev nightly wants them all.
-python3 -B lab/locales.py || failed=1
+python3 -B checks/locales.py || failed=1
 
 # A subject fits into a list of commits, and no message tells of folders that only its author's machine has. Commits from
-# before this file are not looked at: the rule came with it.
+# before this file, which was lab/check.sh then, are not looked at: the rule came with it.
 git=(git -c 'safe.directory=*')
 first=$("${git[@]}" log --diff-filter=A --format=%H -- lab/check.sh | tail -n 1)
 [ -n "$first" ] || echo "The commits cannot be read: they are looked for in the checkout's own history."
