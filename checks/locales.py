@@ -4,8 +4,8 @@
 
 usage: locales.py [--complete]
 
-Ends with a note, or, with --complete, non-zero when any is missing. Everything else that can be wrong with a translation is
-looked for by the unit test locale-test.
+Ends with a note, or, with --complete, non-zero when any is missing. Everything else that can be wrong with a
+translation is looked for by the unit test locale-test.
 """
 
 import re
@@ -23,7 +23,8 @@ def keys(path):
 def missing(folder):
 	"""For each key of en-US.ini that translations lack, in its order: the names of those translations."""
 	translations = {path.stem: set(keys(path)) for path in sorted(folder.glob("*.ini")) if path.stem != "en-US"}
-	lacking = {key: [name for name, has in translations.items() if key not in has] for key in keys(folder / "en-US.ini")}
+	lacking = {key: [name for name, has in translations.items() if key not in has]
+		   for key in keys(folder / "en-US.ini")}
 	return {key: names for key, names in lacking.items() if names}
 
 

@@ -14,7 +14,8 @@ a line with verdict and minutes in out/nightly/summary. A part that fails does n
   PART         MINUTES  WHAT
   obs               60  all tests in both versions of OBS three times, none repeated: how often each passes, in obs/rates
   soak-trixie      145  OBS 30.2.3: half an hour in a session with two languages, with all of them and with a service that
-                        fails at random, a suspended minute, fifty changes of scene collection, a hundred exits
+                        fails at random, a suspended minute, fifty changes of scene collection, a hundred exits, every
+                        language
   soak-forky       145  the same in OBS 32.2.2
   address           30  every unit test, the local service's too, with the sanitizers of addresses and undefined behaviour
   thread            30  the same with the sanitizer of threads

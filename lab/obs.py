@@ -173,12 +173,13 @@ class Obs:
 	modules: files of more modules to install. preload: libraries that OBS alone, not what it starts, is to load before its own.
 	tap: a lab.audio_tap.AudioTap that is given the audio of its sources, or None.
 	theme: OBS's theme by its id, or None for the default. scale: size of everything on the screen, 2 is 200 %.
+	language: what OBS is set to, by the name of its file of texts: "de-DE".
 	"""
 
 	def __init__(self, *, inputs=(), collections=(), browser=True, plugin=True, talvora_config=None, home=None, canvas=(1280, 720),
 		     fps=10, preview=False, tracks=(1,), lossless_audio=False, sample_rate=48000, profile=None, display=None, screen=None,
 		     verbose=False, accessible=False, path=(), environment=None, wait=True, theme=None,
-		     scale=1, modules=(), preload=(), tap=None, build=BUILD):
+		     language="en-US", scale=1, modules=(), preload=(), tap=None, build=BUILD):
 		self._keep_home = home is not None
 		self.home = Path(home or tempfile.mkdtemp(prefix="talvora-obs-"))
 		self.recordings = self.home / "recordings"
@@ -203,6 +204,7 @@ class Obs:
 		self._preload = preload
 		self._wait = wait
 		self._theme = theme
+		self._language = language
 		self.scale = scale
 		self._session_bus = None
 		self._window_manager = None
@@ -407,7 +409,7 @@ class Obs:
 		general = {
 			"FirstRun": True, "LastVersion": _last_version(), "Pre19Defaults": False, "Pre21Defaults": False,
 			"Pre23Defaults": False, "Pre24.1Defaults": False, "Pre31Migrated": True, "EnableAutoUpdates": False,
-			"ConfirmOnExit": False, "WarnedAboutClosingDocks": True,
+			"ConfirmOnExit": False, "WarnedAboutClosingDocks": True, "Language": self._language,
 		}
 		basic = {
 			"Profile": "Untitled", "ProfileDir": "Untitled", "SceneCollection": "Untitled",

@@ -17,11 +17,11 @@ class User:
 	def __init__(self, obs, folder):
 		self.obs = obs
 		self.hands = Hands(obs)
-		self._folder = folder
+		self.folder = folder
 		self._numbers = itertools.count(1)
 
 	def picture(self, name):
-		self.hands.picture(self._folder / f"{next(self._numbers):02d}-{name}.png")
+		self.hands.picture(self.folder / f"{next(self._numbers):02d}-{name}.png")
 
 	@property
 	def dock(self):
