@@ -142,6 +142,10 @@ class Hands:
 		finally:
 			self._xdotool("mouseup", 1)
 
+	def roll(self, widget):
+		"""Turns the wheel towards the user by a notch, with the pointer over a widget that can be seen."""
+		self._xdotool("mousemove", *_middle(widget.place), "click", _WHEEL_DOWN)
+
 	def resize_window(self, name, width, height):
 		"""Gives the window whose title matches a size of the content, in pixels, and puts it into the corner of the screen."""
 		self._xdotool("search", "--onlyvisible", "--name", name, "windowmove", 0, 0, "windowsize", width, height)

@@ -56,6 +56,12 @@ void AccountSection::endSignIn()
 
 void AccountSection::setAuthenticated(bool on)
 {
+	const QWidget *focused = window()->focusWidget();
+	const bool hasKeyboard = isAncestorOf(focused);
+	if (hasKeyboard) {
+		// Hiding what has the keyboard would hand it on to the next control that is seen, a setting.
+		setFocus(Qt::OtherFocusReason);
+	}
 	authenticated = on;
 	signIn->setVisible(!on);
 	session->setVisible(on);
@@ -64,9 +70,14 @@ void AccountSection::setAuthenticated(bool on)
 	if (on) {
 		session->showMessage(dock::text("Status.Ready"));
 		session->updateStatusIndicator(plugin.wsState());
-		return;
+	} else {
+		signIn->reset();
 	}
-	signIn->reset();
+	if (hasKeyboard && on) {
+		session->takeKeyboard();
+	} else if (hasKeyboard) {
+		signIn->takeKeyboard();
+	}
 }
 
 void AccountSection::onLogoutClicked()

@@ -99,9 +99,8 @@ void SessionPanel::updateStatusIndicator(WsState state)
 	statusDot->setStyleSheet(QStringLiteral("color: %1; font-size: 16px;").arg(QLatin1String(look.dotColor)));
 	statusLabel->setText(dock::text(look.textKey));
 	statusLabel->setToolTip(QString());
-	startButton->setEnabled(look.canStart);
+	enableButtons(look.canStart, look.canStop);
 	startButton->setStyleSheet(QString::fromUtf8(look.canStart ? kGreenButton : kGreyButton));
-	stopButton->setEnabled(look.canStop);
 	stopButton->setStyleSheet(QString::fromUtf8(look.canStop ? kRedButton : kGreyButton));
 
 	switch (look.clock) {
@@ -119,6 +118,28 @@ void SessionPanel::updateStatusIndicator(WsState state)
 	case Clock::Keep:
 		break;
 	}
+}
+
+/**
+ * QWidget::setEnabled(false) hands the keyboard on to the next control, which is the list of audio sources. It goes to
+ * the other button instead, or stays with the panel while neither can be pressed.
+ */
+void SessionPanel::enableButtons(bool canStart, bool canStop)
+{
+	const QWidget *focused = window()->focusWidget();
+	startButton->setEnabled(canStart || startButton->isEnabled());
+	stopButton->setEnabled(canStop || stopButton->isEnabled());
+	if (focused == this || (focused == startButton && !canStart) || (focused == stopButton && !canStop)) {
+		QWidget *next = canStart ? startButton : canStop ? static_cast<QWidget *>(stopButton) : this;
+		next->setFocus(Qt::OtherFocusReason);
+	}
+	startButton->setEnabled(canStart);
+	stopButton->setEnabled(canStop);
+}
+
+void SessionPanel::takeKeyboard()
+{
+	(startButton->isEnabled() ? startButton : stopButton)->setFocus(Qt::OtherFocusReason);
 }
 
 void SessionPanel::onSessionTick()

@@ -18,6 +18,9 @@ public:
 	/** @param dock becomes the parent of the session's timer */
 	SessionPanel(TalvoraPlugin &plugin, QWidget *dock);
 
+	/** Gives Start the keyboard. */
+	void takeKeyboard();
+
 public Q_SLOTS:
 	void onWsStateChanged(WsState state);
 	/** Shows a state of the connection; values that are none change nothing. */
@@ -34,6 +37,8 @@ private Q_SLOTS:
 
 private:
 	friend class PluginDockTest;
+
+	void enableButtons(bool canStart, bool canStop);
 
 	TalvoraPlugin &plugin;
 	QPushButton *startButton;

@@ -133,6 +133,11 @@ void SignInPanel::reset()
 	apiKeyRow->hide();
 }
 
+void SignInPanel::takeKeyboard()
+{
+	emailEdit->setFocus(Qt::OtherFocusReason);
+}
+
 void SignInPanel::forgetSecrets()
 {
 	apiKeyEdit->clear();

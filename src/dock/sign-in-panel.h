@@ -18,6 +18,8 @@ public:
 	/** @param dock becomes the parent of what a sign-in opens: its connection, its listener, its warning */
 	SignInPanel(TalvoraPlugin &plugin, QWidget *dock);
 
+	/** Gives the first field the keyboard. */
+	void takeKeyboard();
 	/** Opens what an attempt had closed, for the next one. */
 	void reset();
 	/** Empties the fields of the key and of the password, so that nobody signs in with what the user has left. */

@@ -19,7 +19,7 @@ void WheelGuard::protect(QWidget *panel)
 
 bool WheelGuard::eventFilter(QObject *watched, QEvent *event)
 {
-	if (event->type() == QEvent::Wheel && !qobject_cast<QWidget *>(watched)->hasFocus()) {
+	if (event->type() == QEvent::Wheel) {
 		// Ignored, the event goes on to the panel, which scrolls.
 		event->ignore();
 		return true;

@@ -5,7 +5,10 @@
 
 class QWidget;
 
-/** Lets the wheel scroll a panel without changing the settings that the pointer comes over. */
+/**
+ * Lets the wheel scroll a panel without changing the settings that the pointer comes over, even those that have the
+ * keyboard: they hold at once, on air. The list of an open combo box is a window of its own, which scrolls as ever.
+ */
 class WheelGuard : public QObject {
 	Q_OBJECT
 
