@@ -4,6 +4,7 @@
 #include "deployment.h"
 #include "plugin-support.h"
 
+#include <QCoreApplication>
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <QSslSocket>
@@ -45,6 +46,12 @@ constexpr size_t kStaleBytes = AudioRing::kCapacity - kMaxWaitingBytes;
 constexpr quint64 kMaxIncomingBytes = 32 * 1024 * 1024;
 /** Longest text among them. */
 constexpr qsizetype kMaxTextBytes = 1024 * 1024;
+/** Most that waits in Qt at the end of a second: what is not audio is little, but each ping is answered. */
+constexpr qint64 kMaxUnsentBytes = 1024 * 1024;
+/** Most that waits for the user-interface thread: a minute of speech in each of 31 languages, and more. */
+constexpr qint64 kMaxUntakenBytes = 128 * 1024 * 1024;
+/** What a message costs in memory beside what it brings, at most: its signals, which are queued. */
+constexpr qint64 kMessageCost = 1024;
 /** Segments of a frame that are passed on one by one: more than all languages have in a frame of speech. */
 constexpr int kMaxPiecesApart = 256;
 
@@ -164,6 +171,9 @@ void WSClient::onTextMessageReceived(const QString &message)
 		// The session is over; what the connection still brings is for nobody.
 		return;
 	}
+	if (!admit(message.size() * qsizetype{sizeof(QChar)})) {
+		return;
+	}
 	const QByteArray utf8 = message.toUtf8();
 	if (utf8.size() > kMaxTextBytes) {
 		socket->close(QWebSocketProtocol::CloseCodeTooMuchData, QStringLiteral("Received message is too big."));
@@ -181,6 +191,9 @@ void WSClient::onTextMessageReceived(const QString &message)
 void WSClient::onBinaryMessageReceived(const QByteArray &frame)
 {
 	if (intentionalDisconnect) {
+		return;
+	}
+	if (!admit(frame.size())) {
 		return;
 	}
 	int segments = 0;
@@ -278,7 +291,8 @@ void WSClient::onWatchTick()
 	++silentSeconds;
 	const bool isAnswered = state() != WsState::Connecting && state() != WsState::Connected;
 	const bool isSilent = state() != WsState::Connecting && silentSeconds >= kSilenceLimitSeconds;
-	if (isSilent || (!isAnswered && unansweredSeconds >= kAnswerLimitSeconds)) {
+	const bool isDeaf = bytesWaiting() > kMaxUnsentBytes;
+	if (isSilent || isDeaf || (!isAnswered && unansweredSeconds >= kAnswerLimitSeconds)) {
 		talvora_log(LOG_WARNING, "WebSocket error %d: The service does not answer",
 			    static_cast<int>(QAbstractSocket::SocketTimeoutError));
 		explain(QString::fromUtf8(obs_module_text("Error.NoAnswer")));
@@ -408,6 +422,22 @@ void WSClient::tellReason()
 	if (!lossReason.isEmpty()) {
 		Q_EMIT errorOccurred(std::exchange(lossReason, QString()));
 	}
+}
+
+bool WSClient::admit(qint64 bytes)
+{
+	const qint64 cost = bytes + kMessageCost;
+	if (untaken->load() + cost > kMaxUntakenBytes) {
+		socket->close(QWebSocketProtocol::CloseCodePolicyViolated,
+			      QStringLiteral("More messages than can be taken."));
+		return false;
+	}
+	untaken->fetch_add(cost);
+	// Comes behind what the messages before this one have queued for the same thread.
+	QMetaObject::invokeMethod(
+		QCoreApplication::instance(), [untaken = untaken, cost] { untaken->fetch_sub(cost); },
+		Qt::QueuedConnection);
+	return true;
 }
 
 qint64 WSClient::bytesWaiting() const

@@ -18,6 +18,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 class QTcpSocket;
 class QTimer;
@@ -120,6 +121,11 @@ private:
 	/** Keeps a text for the user until the state has changed to what it explains; of a connection's, the first. */
 	void explain(const QString &text);
 	void tellReason();
+	/**
+	 * Lets in a message of so many bytes, of which the user-interface thread will be told. False, and the
+	 * connection is closed, when too much waits for that thread already.
+	 */
+	bool admit(qint64 bytes);
 	/** Bytes that were sent and that the system has not taken yet. */
 	qint64 bytesWaiting() const;
 	QNetworkRequest buildOpenRequest() const;
@@ -158,6 +164,8 @@ private:
 	AudioRing audioRing;
 	/** The newest audio was cut. The audio thread's. */
 	bool isOverflowing = false;
+	/** Bytes that admit() has let in and of which the user-interface thread has not heard yet. */
+	std::shared_ptr<std::atomic<qint64>> untaken = std::make_shared<std::atomic<qint64>>(0);
 	/** Clips being received, by language. */
 	PendingTtsClips pendingTts;
 	QString currentTtsLanguage;

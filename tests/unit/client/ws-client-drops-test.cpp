@@ -274,6 +274,31 @@ private Q_SLOTS:
 		session.client.disconnectFromServer();
 	}
 
+	/** Each ping is answered, and a service that does not read leaves the answers with the client. */
+	void aServiceThatPingsAndDoesNotReadIsADrop()
+	{
+		Session session;
+		session.connect();
+		QVERIFY(session.accept());
+		session.client.watchTimer->stop();
+		session.client.onWatchTick();
+		QCOMPARE(session.client.state(), WsState::Authenticated);
+		session.proxy.setBlocked(true);
+		const QByteArray pings = (QByteArray("\x89\x7d") + QByteArray(125, 'x')).repeated(1000);
+		QVERIFY(QTest::qWaitFor(
+			[&] {
+				session.proxy.inject(pings);
+				return session.client.bytesWaiting() > 1024 * 1024;
+			},
+			20000));
+		session.client.silentSeconds = 0;
+		session.client.onWatchTick();
+		QCOMPARE(session.client.state(), WsState::Reconnecting);
+		QCOMPARE(session.client.socket->state(), QAbstractSocket::UnconnectedState);
+		QCOMPARE(session.reasons(), QStringList{"Error.NoAnswer"});
+		session.client.disconnectFromServer();
+	}
+
 	void aServiceThatClosesABackedUpLineIsADrop()
 	{
 		Session session;
@@ -286,6 +311,58 @@ private Q_SLOTS:
 		QCOMPARE(session.client.socket->state(), QAbstractSocket::UnconnectedState);
 		QCOMPARE(session.reasons(), QStringList{"Error.ConnectionClosed: maintenance"});
 		session.client.disconnectFromServer();
+	}
+
+	// More than the program takes
+
+	/** The thread that takes what the client tells is this one, which takes nothing until it runs its loop. */
+	void messagesThatNobodyTakesAreBounded_data()
+	{
+		QTest::addColumn<bool>("speech");
+		QTest::addColumn<int>("bytes");
+		QTest::newRow("long texts") << false << 500000;
+		QTest::newRow("short texts") << false << 10;
+		QTest::newRow("speech") << true << 1000000;
+	}
+	void messagesThatNobodyTakesAreBounded()
+	{
+		QFETCH(bool, speech);
+		QFETCH(int, bytes);
+		Session session;
+		session.connect();
+		QVERIFY(session.accept());
+		WSClient &client = session.client;
+		client.onTextMessageReceived(R"({"type":"tts_start","language":"es","clipId":1})");
+		QCoreApplication::sendPostedEvents();
+		QSignalSpy texts(&client, &WSClient::transcriptInterim);
+		QSignalSpy pieces(&client, &WSClient::ttsAudioReady);
+		const auto told = [&] { return texts.size() + pieces.size(); };
+		const QString text =
+			QStringLiteral(R"({"type":"transcript_interim","text":"%1"})").arg(QString(bytes, 'x'));
+		const QByteArray frame = "\2es" + QByteArray(bytes, 'x');
+		const auto bring = [&] {
+			const qsizetype before = told();
+			speech ? client.onBinaryMessageReceived(frame) : client.onTextMessageReceived(text);
+			return told() > before;
+		};
+		const int most = 128 * 1024 * 1024 / (speech ? bytes : 2 * bytes);
+		int taken = 0;
+		while (taken <= std::min(most, 130000) && bring()) {
+			++taken;
+		}
+		QVERIFY2(taken > 100, qPrintable(QString::number(taken)));
+		QVERIFY2(taken <= std::min(most, 130000), "there is no bound");
+		QVERIFY(!bring());
+		QVERIFY(isReconnecting(client, 5000));
+		QCOMPARE(session.reasons(), QStringList{"Error.ConnectionClosed: More messages than can be taken."});
+
+		// Then they are taken. An open clip has gone with its connection.
+		QCoreApplication::sendPostedEvents();
+		QVERIFY(bring() || speech);
+		reconnectNow(client);
+		session.accepted = 1;
+		QVERIFY(session.accept());
+		QCOMPARE(session.flawAtTheEnd(), QString());
 	}
 
 	// What the service says when it closes
