@@ -101,6 +101,7 @@ private Q_SLOTS:
 
 private:
 	friend class WSClientTest;
+	friend class TalvoraPluginTest;
 	friend class AudioCaptureTest;
 	friend class ClientThreadTest;
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // What the plug-in does on OBS's audio thread: the capture callback, and in it the mixing of every dub.
+#include "client/ws-client.h"
 #include "core/talvora-plugin.h"
 #include "dock/plugin-dock.h"
 
@@ -61,6 +62,8 @@ private Q_SLOTS:
 
 	void guardSeesLocksWaitsAndHoldTimes();
 	void callbackWaitsForNothingButItsLocks();
+	void withoutAConnectionNothingIsQueuedOrLogged_data();
+	void withoutAConnectionNothingIsQueuedOrLogged();
 	void clipCostsOnePostedEventAtItsStartAndOneAtItsEnd();
 	void callbackMeetsItsLocksShortly();
 
@@ -192,6 +195,38 @@ void TalvoraPluginTest::callbackWaitsForNothingButItsLocks()
 		QVERIFY(guard.locked(lock));
 	}
 	QCOMPARE(guard.locks(), size_t{5});
+}
+
+void TalvoraPluginTest::withoutAConnectionNothingIsQueuedOrLogged_data()
+{
+	QTest::addColumn<WsState>("state");
+	QTest::newRow("disconnected") << WsState::Disconnected;
+	QTest::newRow("connecting") << WsState::Connecting;
+	QTest::newRow("reconnecting") << WsState::Reconnecting;
+}
+
+/** OBS plays for hours without a session, or while the service is away: longer than the uplink's queue would hold. */
+void TalvoraPluginTest::withoutAConnectionNothingIsQueuedOrLogged()
+{
+	QFETCH(WsState, state);
+	WSClient &client = *plugin->client.wsClient;
+	client.setState(state);
+	QCoreApplication::processEvents();
+	// The end of a clip would be posted.
+	plugin->dubs.flush();
+	play(1024);
+	log->clear();
+	HeapGuard heap;
+	BlockingGuard guard;
+	for (int chunk = 0; chunk < 470; ++chunk) {
+		play(1024);
+	}
+	guard.stop();
+	heap.stop();
+	QCOMPARE(log->ownLines(), QStringList());
+	QCOMPARE(client.audioRing.held(), size_t{0});
+	QVERIFY2(heap.calls() == 0, heap.report());
+	QVERIFY2(guard.waits() == 0, guard.firstWait());
 }
 
 void TalvoraPluginTest::clipCostsOnePostedEventAtItsStartAndOneAtItsEnd()
