@@ -1,14 +1,27 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 // Caption text to CSS: whatever the text, it stays the value of one string in one rule, and adds nothing else.
 #include "captions/caption-css.h"
+#include "captions/css-reader.h"
 
 #include "caption-input.h"
-#include "css-reader.h"
 #include "fuzz.h"
 
 #include <QGuiApplication>
 
 namespace {
+
+/** `text` as a string of CSS can hold it: U+FFFD stands for NUL and for halves of characters. */
+QString asCssHoldsIt(const QString &text)
+{
+	QString result;
+	for (char32_t c : text.toUcs4()) {
+		if (c == 0 || (c >= 0xD800 && c <= 0xDFFF)) {
+			c = U'\uFFFD';
+		}
+		result.append(QString::fromUcs4(&c, 1));
+	}
+	return result;
+}
 
 /** In the module's own style, everything is known but the text. */
 void checkSheet(const QString &text)

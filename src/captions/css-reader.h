@@ -23,6 +23,3 @@ struct CssRule {
 
 /** The rules of a sheet; nothing when it is not of the strict form. */
 std::optional<QList<CssRule>> readCss(const QString &sheet);
-
-/** `text` as a string of CSS can hold it: U+FFFD stands for NUL and for halves of characters. */
-QString asCssHoldsIt(const QString &text);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "css-reader.h"
+#include "captions/css-reader.h"
 
 namespace {
 
@@ -169,16 +169,4 @@ private:
 std::optional<QList<CssRule>> readCss(const QString &sheet)
 {
 	return Reader(sheet).rules();
-}
-
-QString asCssHoldsIt(const QString &text)
-{
-	QString result;
-	for (char32_t c : text.toUcs4()) {
-		if (c == 0 || (c >= 0xD800 && c <= 0xDFFF)) {
-			c = U'\uFFFD';
-		}
-		result.append(QString::fromUcs4(&c, 1));
-	}
-	return result;
 }
