@@ -13,7 +13,7 @@ from pathlib import Path
 
 # The name "main" stands for the files beside the folders that start the program.
 PLUGIN = {
-	"main": {"dock", "core", "audio"},
+	"main": {"dock", "core", "audio", "captions", "obs"},
 	"dock": {"core", "sign-in", "settings", "client/ws-state.h", "obs"},
 	"core": {"audio", "captions", "client", "settings", "obs"},
 	"captions": {"obs"},

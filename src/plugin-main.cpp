@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "audio/audio-filter.h"
 #include "audio/dubbed-source.h"
+#include "captions/drawn-source.h"
 #include "core/talvora-plugin.h"
 #include "dock/plugin-dock.h"
+#include "obs/browser-source.h"
 #include "plugin-support.h"
 
 #include <QSslConfiguration>
@@ -41,6 +43,15 @@ static void wait_for_certificates()
 {
 	if (tls_start.valid()) {
 		tls_start.wait();
+	}
+}
+
+/** Draws the captions itself where OBS has no browser source. */
+static void register_drawn_source_if_needed()
+{
+	if (!obs_source_get_display_name(kBrowserSourceId)) {
+		registerDrawnSource();
+		talvora_log(LOG_INFO, "Talvora: this OBS has no browser source, so Talvora draws the captions itself");
 	}
 }
 
@@ -92,9 +103,19 @@ bool obs_module_load(void)
 	TalvoraPlugin::instance()->setDockFactory(createPluginDock);
 	obs_register_source(audio_capture_filter_info());
 	obs_register_source(dubbed_source_info());
+	// A type that is registered later belongs to no module, and OBS 32 shows its sources in red.
+	if (!isBrowserSourceYetToCome(obs_get_module_binary_path(obs_current_module()))) {
+		register_drawn_source_if_needed();
+	}
 	listen_to_frontend();
 	start_reading_certificates();
 	return true;
+}
+
+void obs_module_post_load(void)
+{
+	// OBS's own may have failed to load.
+	register_drawn_source_if_needed();
 }
 
 void obs_module_unload(void)
@@ -102,5 +123,6 @@ void obs_module_unload(void)
 	stop_listening_to_frontend();
 	TalvoraPlugin::instance()->shutdown();
 	wait_for_certificates();
+	releaseDrawnSource();
 	talvora_log(LOG_INFO, "Talvora OBS plugin unloaded");
 }

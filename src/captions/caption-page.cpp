@@ -3,6 +3,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <fcntl.h>
@@ -100,6 +101,12 @@ QString provideCaptionPage(const QString &language)
 	}
 	const QString ownPath = inOwnDir(pageName(language));
 	return writeCaptionPage(ownPath) ? ownPath : QString();
+}
+
+bool isCaptionPage(const QString &path)
+{
+	static const QRegularExpression form(QStringLiteral("/talvora_caption_ui_[^/]+\\.html\\z"));
+	return form.match(path).hasMatch();
 }
 
 QString captionDataPath(const QString &language)

@@ -13,6 +13,10 @@ QString captionPageHtml();
  */
 QString captionPagePath(const QString &language);
 
+/** Whether a page is one of the module's own, by its name: in whatever folder, since that may change from start to
+ * start. */
+bool isCaptionPage(const QString &path);
+
 /** Path of a language's text file in the system's temporary directory; nothing reads or writes it. */
 QString captionDataPath(const QString &language);
 

@@ -4,7 +4,6 @@
 #include "captions/caption-manager.h"
 #include "client/ws-client.h"
 #include "deployment.h"
-#include "obs/browser-source.h"
 #include "obs/scene-watcher.h"
 #include "plugin-support.h"
 
@@ -263,20 +262,6 @@ void TalvoraPlugin::updateCaptionSources()
 		names[code] = displayNameForCode(code);
 	}
 	captionManager->setLanguages(languages, names);
-	if (!languages.isEmpty()) {
-		reportMissingBrowserSource();
-	}
-}
-
-void TalvoraPlugin::reportMissingBrowserSource()
-{
-	if (missingBrowserSourceReported || hasBrowserSource()) {
-		return;
-	}
-	missingBrowserSourceReported = true;
-	talvora_log(LOG_WARNING,
-		    "Talvora: this OBS has no browser source, so captions cannot be shown. OBS from Flathub "
-		    "or from the OBS Project's Ubuntu PPA has it. Dubs and the transcript work without it.");
 }
 
 void TalvoraPlugin::previewCaptionText(const QString &text)

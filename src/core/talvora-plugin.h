@@ -167,8 +167,6 @@ private:
 	void onSourceRemoved();
 	void onSourceRenamed(const QString &from, const QString &to);
 	void applyCaptionStyle();
-	/** Says in the log, once, that captions are wanted in an OBS that cannot draw them. */
-	void reportMissingBrowserSource();
 	void sendConfigUpdate();
 
 	Settings settings;
@@ -184,5 +182,4 @@ private:
 	bool initialized = false;
 	/** The service may go on sending after the end of a session; none of it is shown or spoken. */
 	bool sessionIsOver = false;
-	bool missingBrowserSourceReported = false;
 };

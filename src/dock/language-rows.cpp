@@ -4,7 +4,6 @@
 #include "core/talvora-plugin.h"
 #include "dock/dock-widgets.h"
 #include "dock/language-table.h"
-#include "obs/browser-source.h"
 #include "plugin-support.h"
 
 #include <QCheckBox>
@@ -29,11 +28,6 @@ LanguageRows::LanguageRows(TalvoraPlugin &owner, QVBoxLayout &rows, QObject *par
 	rows.addWidget(dock::label("Dock.Settings.TargetLangs"));
 	rows.addWidget(languageTable);
 	rows.addWidget(languageCountLabel);
-	if (!hasBrowserSource()) {
-		QLabel *hint = dock::label("Dock.Settings.NoBrowserSource");
-		hint->setStyleSheet(QStringLiteral("color: orange; font-size: 11px;"));
-		rows.addWidget(hint);
-	}
 }
 
 void LanguageRows::populateLanguageTable()

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #pragma once
 
-/** The type of OBS's browser source, which draws the captions. */
+/** The type of OBS's browser source, which shows the captions. */
 inline constexpr char kBrowserSourceId[] = "browser_source";
 
 /**
- * Whether this OBS can draw captions. Distributions build OBS without a browser source; creating one then yields a
- * placeholder that keeps its settings and draws nothing. Any thread, once all modules are loaded.
+ * Whether OBS will try to load its own browser source when the module that is being loaded has been. A browser source
+ * that was tried before and is not there now will not come: it is disabled or broken.
+ * @param ownPath of the binary of the module that is being loaded; null when it comes from no file
  */
-bool hasBrowserSource();
+bool isBrowserSourceYetToCome(const char *ownPath);

@@ -54,14 +54,17 @@ def test_source_is_updated_once_a_caption_and_not_for_the_same_text(make_obs, ma
 	assert texts == ["HOLA", "ADIOS", ""], f"the source was updated to {texts}"
 
 
-def blanks(recording, top):
-	"""Lengths in frames of the stretches without text, in a source whose upper edge is there, between the first frame that has
-	some and the last."""
+def frames_with_text(recording, top):
+	"""The numbers of the frames in which there is text in a source whose upper edge is there."""
 	data = subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "error", "-i", str(recording), "-vf", f"crop=1024:240:128:{top},scale=512:120",
 			       "-f", "rawvideo", "-pix_fmt", "rgb24", "-"], capture_output=True, check=True).stdout
 	frames = np.frombuffer(data, np.uint8).reshape(-1, 120, 512, 3)
 	yellow = ((frames[..., 0] > 150) & (frames[..., 1] > 150) & (frames[..., 2] < 110)).sum(axis=(1, 2))
-	readable = np.flatnonzero(yellow > 20)
+	return np.flatnonzero(yellow > 20)
+
+
+def blanks(readable):
+	"""Lengths in frames of the stretches without text between the first frame that has some and the last."""
 	return [int(gap) - 1 for gap in np.diff(readable) if gap > 1]
 
 
@@ -88,7 +91,7 @@ def test_blank_between_two_captions_is_short(make_obs, make_service, tmp_path, a
 			obs.request("SetInputSettings", inputName=PEER, inputSettings=obs.input_settings(SPANISH_CAPTIONS))
 		wait_until(lambda: not shows(obs, TEXTS[-1]), 10, "the last caption is taken away")
 		recording = obs.stop_recording()
-		found = {"captions": blanks(recording, CAPTIONS_TOP), "peer": blanks(recording, PEER_TOP)}
+		found = {"captions": blanks(frames_with_text(recording, CAPTIONS_TOP)), "peer": blanks(frames_with_text(recording, PEER_TOP))}
 	milliseconds = {which: [round(1000 * one / FRAMES_A_SECOND) for one in lengths] for which, lengths in found.items()}
 	(artefacts / "blank.json").write_text(json.dumps({"blank_ms": milliseconds}), encoding="utf-8")
 	print(f"blank between captions, ms: {milliseconds}")

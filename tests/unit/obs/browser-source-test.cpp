@@ -1,114 +1,86 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "obs/browser-source.h"
 
-#include "core/talvora-plugin.h"
-#include "dock/plugin-dock.h"
+#include "obs-fixture.h"
 
-#include "dock-session.h"
-#include "test-audio-source.h"
-
-#include <QLabel>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 
-#include <obs-module.h>
-
-#include <algorithm>
-#include <memory>
-#include <optional>
+#include <obs.h>
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-const QString kNoteKey = u"Dock.Settings.NoBrowserSource"_s;
-
-} // namespace
-
-/** What a user is told in an OBS without a browser source, and in one that has it. */
-class PluginDockTest : public QObject {
+/** Whether OBS's own browser source may come yet while a module is being loaded. */
+class BrowserSourceTest : public QObject {
 	Q_OBJECT
 
 private Q_SLOTS:
-	void init();
-	void cleanup();
+	void initTestCase();
 
-	void missingTypeIsNoticed();
-	void dockShowsANote();
-	void logSaysItOnceWhenCaptionsAreWanted();
-	void nothingIsSaidWithABrowserSource();
+	void noneComesWhereThereIsNoModuleWithOne();
+	void itComesWhenItsModuleIsBehindTheOwn();
+	void itDoesNotComeAnyMoreWhenItsModuleIsBeforeTheOwn();
+	void itMayComeWhenTheOwnModuleIsInNoneOfTheFolders();
 
 private:
-	int notes() const
-	{
-		int count = 0;
-		const PluginDock dock(plugin.get(), nullptr);
-		for (const QLabel *label : dock.findChildren<QLabel *>()) {
-			count += label->text() == QString::fromUtf8(obs_module_text(kNoteKey.toUtf8().constData()));
-		}
-		return count;
-	}
-	qsizetype lines() const
-	{
-		return session->log.lines(LOG_WARNING)
-			.count(u"[talvora-obs] Talvora: this OBS has no browser source, so captions cannot be shown. "
-			       "OBS from Flathub or from the OBS Project's Ubuntu PPA has it. Dubs and the transcript "
-			       "work without it."_s);
-	}
-	void wantCaptions() { plugin->setLanguageTargets({{u"es"_s, {.dubbing = false, .captions = true}}}); }
+	/** Puts a file where OBS looks for modules; returns its path. */
+	QByteArray addModule(const QString &folder, const QString &name);
 
-	std::optional<DockSession> session;
-	std::unique_ptr<TalvoraPlugin> plugin;
+	ObsFixture obs;
+	QTemporaryDir modules;
 };
 
-void PluginDockTest::init()
+void BrowserSourceTest::initTestCase()
 {
-	session.emplace();
-	plugin.reset(new TalvoraPlugin());
+	// In this order OBS looks into them.
+	for (const QString &folder : {u"first"_s, u"second"_s, u"third"_s}) {
+		QVERIFY(QDir(modules.path()).mkdir(folder));
+		obs_add_module_path(modules.filePath(folder).toUtf8(), modules.filePath(folder).toUtf8());
+	}
 }
 
-void PluginDockTest::cleanup()
+QByteArray BrowserSourceTest::addModule(const QString &folder, const QString &name)
 {
-	plugin.reset();
-	session.reset();
+	QFile file(modules.filePath(folder + u'/' + name + u".so"_s));
+	return file.open(QIODevice::WriteOnly) ? file.fileName().toUtf8() : QByteArray();
 }
 
-void PluginDockTest::missingTypeIsNoticed()
+void BrowserSourceTest::noneComesWhereThereIsNoModuleWithOne()
 {
-	QVERIFY(!hasBrowserSource());
-	const TestAudioSource browser("Web page", kBrowserSourceId);
-	QVERIFY(hasBrowserSource());
+	const QByteArray own = addModule(u"second"_s, u"talvora-obs"_s);
+	addModule(u"second"_s, u"obs-browser-transition"_s);
+	addModule(u"third"_s, u"text-source"_s);
+	QVERIFY(!isBrowserSourceYetToCome(own));
 }
 
-void PluginDockTest::dockShowsANote()
+void BrowserSourceTest::itComesWhenItsModuleIsBehindTheOwn()
 {
-	QCOMPARE(notes(), 1);
-	const PluginDock dock(plugin.get(), nullptr);
-	const auto labels = dock.findChildren<QLabel *>();
-	const auto note = std::ranges::find(labels, kNoteKey, &QLabel::text);
-	QVERIFY(note != labels.end());
-	QCOMPARE((*note)->styleSheet(), u"color: orange; font-size: 11px;"_s);
+	const QByteArray own = addModule(u"second"_s, u"talvora-obs"_s);
+	QFile::remove(QString::fromUtf8(addModule(u"third"_s, u"obs-browser"_s)));
+	QVERIFY(!isBrowserSourceYetToCome(own));
+	const QByteArray browser = addModule(u"third"_s, u"obs-browser"_s);
+	QVERIFY(isBrowserSourceYetToCome(own));
+	QFile::remove(QString::fromUtf8(browser));
 }
 
-void PluginDockTest::logSaysItOnceWhenCaptionsAreWanted()
+void BrowserSourceTest::itDoesNotComeAnyMoreWhenItsModuleIsBeforeTheOwn()
 {
-	plugin->initialize();
-	plugin->setLanguageTargets({{u"es"_s, {.dubbing = true, .captions = false}}});
-	QCOMPARE(lines(), 0);
-	wantCaptions();
-	QCOMPARE(lines(), 1);
-	plugin->setCaptionOpacity(50);
-	plugin->previewCaptionText(u"Hola"_s);
-	QCOMPARE(lines(), 1);
+	const QByteArray own = addModule(u"second"_s, u"talvora-obs"_s);
+	const QByteArray browser = addModule(u"first"_s, u"obs-browser"_s);
+	QVERIFY(!isBrowserSourceYetToCome(own));
+	QFile::remove(QString::fromUtf8(browser));
 }
 
-void PluginDockTest::nothingIsSaidWithABrowserSource()
+void BrowserSourceTest::itMayComeWhenTheOwnModuleIsInNoneOfTheFolders()
 {
-	const TestAudioSource browser("Web page", kBrowserSourceId);
-	plugin->initialize();
-	wantCaptions();
-	QCOMPARE(lines(), 0);
-	QCOMPARE(notes(), 0);
+	const QByteArray browser = addModule(u"first"_s, u"obs-browser"_s);
+	QVERIFY(isBrowserSourceYetToCome(nullptr));
+	QVERIFY(isBrowserSourceYetToCome("/elsewhere/talvora-obs.so"));
+	QFile::remove(QString::fromUtf8(browser));
+	QVERIFY(!isBrowserSourceYetToCome(nullptr));
 }
 
-QTEST_MAIN(PluginDockTest)
+QTEST_MAIN(BrowserSourceTest)
 #include "browser-source-test.moc"

@@ -104,9 +104,14 @@ void PluginMainTest::textsThatAreMissingAreEnglish()
 void PluginMainTest::loadRegistersItsTypesAndCallback()
 {
 	QVERIFY(obs_module_load());
-	QCOMPARE(log->ownLines(), QStringList{u"[talvora-obs] Loading Talvora OBS plugin v1.0.6"_s});
+	QCOMPARE(
+		log->ownLines(),
+		(QStringList{
+			u"[talvora-obs] Loading Talvora OBS plugin v1.0.6"_s,
+			u"[talvora-obs] Talvora: this OBS has no browser source, so Talvora draws the captions itself"_s}));
 	QCOMPARE(obs_source_get_display_name("talvora_audio_capture"), "AudioCaptureFilter.Name");
 	QCOMPARE(obs_source_get_display_name("talvora_dubbed_source"), "DubbedSource.TypeName");
+	QCOMPARE(obs_source_get_display_name("browser_source"), "DrawnSource.Name");
 	QCOMPARE(frontendStub().callbacks.size(), size_t{1});
 	QVERIFY(frontendStub().docks.isEmpty());
 }
