@@ -65,7 +65,9 @@ private Q_SLOTS:
 	void writingNothingChangesNothing()
 	{
 		AudioRing ring;
-		QCOMPARE(ring.write(nullptr, 0), size_t{0});
+		// gcc 12 would warn of a null pointer that it knows of, although nothing is copied from it.
+		const void *volatile nowhere = nullptr;
+		QCOMPARE(ring.write(nowhere, 0), size_t{0});
 		QCOMPARE(ring.held(), size_t{0});
 	}
 
