@@ -8,6 +8,10 @@
 lab_packages() {
 	local suite=$1
 
+	if [ "$suite" = bookworm ]; then
+		oldest_packages
+		return
+	fi
 	packages=(
 		# The program under test and what its module is built with.
 		obs-studio obs-plugins qt6-svg-plugins libobs-dev libsimde-dev
@@ -42,6 +46,22 @@ lab_packages() {
 	trixie) packages+=(libsphinxbase-dev) ;;
 	forky) ;;
 	esac
+}
+
+# The oldest Qt and compiler that the plug-in is promised to be built with, and what libobs is built from there.
+oldest_packages() {
+	packages=(
+		cmake ninja-build g++ pkg-config ccache git ca-certificates
+		qt6-base-dev qt6-websockets-dev
+
+		# libobs.
+		libavcodec-dev libavdevice-dev libavfilter-dev libavformat-dev libavutil-dev libswresample-dev libswscale-dev
+		libcurl4-openssl-dev libegl-dev libgl-dev libjansson-dev libpci-dev libsimde-dev libudev-dev libx11-dev libx11-xcb-dev
+		libxcb-xinput-dev libxkbcommon-dev uthash-dev uuid-dev zlib1g-dev
+
+		# Tests.
+		xvfb xauth libgl1-mesa-dri libglx-mesa0 libegl-mesa0 fonts-dejavu-core openssl mkcert iproute2
+	)
 }
 
 # Sets the array `packages` for the suite in $1: what is added for measuring and proving, when that is first asked for.

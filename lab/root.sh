@@ -6,12 +6,14 @@ set -euo pipefail
 . "$(dirname "$0")/common.sh"
 # shellcheck source=lab/packages.sh
 . "$(dirname "$0")/packages.sh"
+# shellcheck source=lab/libobs.sh
+. "$(dirname "$0")/libobs.sh"
 
 usage() {
 	cat <<TXT
 usage: lab/root.sh SUITE [--path | --remove | --workshop]
 
-Makes the lab's root filesystem for SUITE (trixie or forky) under
+Makes the lab's root filesystem for SUITE (trixie, forky, or bookworm with the oldest Qt) under
   $lab_cache
 unless it is there already, and prints its path. Downloads are kept, so that an
 interrupted run goes on where it stopped.
@@ -49,6 +51,7 @@ write_apt_config() {
 	mkdir -p "$dir/lists/partial" "$dir/archives/partial"
 	: >"$dir/status"
 	printf 'deb %s %s main\n' "$mirror" "$suite" >"$dir/sources.list"
+	[ "$suite" != bookworm ] || printf 'deb-src %s %s main\n' "$mirror" "$obs_source_suite" >>"$dir/sources.list"
 	cat >"$dir/apt.conf" <<TXT
 Dir::State "$dir";
 Dir::State::lists "$dir/lists";
@@ -116,6 +119,7 @@ build() {
 		--customize-hook='chroot "$1" update-ccache-symlinks' \
 		"$suite" "$part" "deb $mirror $suite main" >&2 ||
 		die "Making the root filesystem failed: see the lines above, then run the same command again."
+	[ "$suite" != bookworm ] || build_libobs "$part" "$apt_dir"
 	mv "$part" "$root"
 	# Everything in it has been unpacked.
 	rm -f "$apt_dir"/archives/*.deb
