@@ -17,7 +17,7 @@ verdict() {
 
 # What is written by hand here and has one of the endings.
 written() {
-	find .ci checks cmake lab service src tests -type f -regextype posix-extended -regex ".*\.($1)" -print0
+	find .ci checks cmake lab packaging service src tests -type f -regextype posix-extended -regex ".*\.($1)" -print0
 }
 
 written 'cpp|h' | xargs -0 clang-format --dry-run -Werror

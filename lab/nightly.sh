@@ -24,6 +24,7 @@ a line with verdict and minutes in out/nightly/summary. A part that fails does n
   lint              30  all of the code, of which nothing has changed since it was last found clean is not read again
   install-forky      4  README's recipes for one's own OBS, in forky; in trixie they are part of .ci/run
   locales            1  whether every text is translated into every language
+  packages          20  packages of both suites: two builds with the same bytes; installed, upgraded and purged, with OBS started
   qt-6.4             8  a build with Debian 12's Qt 6.4 and gcc 12, the oldest that README promises, and its unit tests
   bench             30  every row beside its peer; a line for each row and night is added to bench/history
 
@@ -32,7 +33,7 @@ result: only a run that could not be made fails.
 TXT
 }
 
-parts=(obs soak-trixie soak-forky address thread mutants fuzz lint install-forky locales qt-6.4 bench)
+parts=(obs soak-trixie soak-forky address thread mutants fuzz lint install-forky locales packages qt-6.4 bench)
 out=out/nightly
 
 # Both versions at once: a test mostly waits.
@@ -93,6 +94,7 @@ run_part() {
 	thread) ./dev test --sanitize thread ;;
 	fuzz) ./dev fuzz all 600 ;;
 	lint) ./dev lint ;;
+	packages) tests/install/packages.sh trixie && tests/install/packages.sh forky ;;
 	qt-6.4) ./dev test --suite bookworm --only unit ;;
 	install-forky) tests/install/run.sh forky ;;
 	locales) ./dev shell -- python3 -B checks/locales.py --complete ;;

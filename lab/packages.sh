@@ -70,6 +70,9 @@ workshop_packages() {
 		# Coverage, sanitizers, fuzzing, and other readers of the code.
 		gcovr cppcheck clazy shellcheck pyflakes3 reuse
 
+		# Making packages and judging them.
+		build-essential debhelper lintian appstream flatpak-builder
+
 		# Pictures of the documentation.
 		graphviz
 

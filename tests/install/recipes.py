@@ -111,12 +111,12 @@ def new_obs(home):
 	return Obs(plugin=False, browser=False, home=home, accessible=True, talvora_config={"dockVisible": True})
 
 
-def assert_loaded(home, module):
+def assert_loaded(home, module, version="1.0.6"):
 	"""OBS loads this file and no other, and the dock shows the texts of the locale that came with it."""
 	with new_obs(home) as obs:
 		loaded = mapped_modules(obs)
 		expect(loaded == [str(module)], f"OBS has loaded {loaded or 'nothing of the module'} where {module} was installed.")
-		obs.wait_for_log(r"\[talvora-obs\] Loading Talvora OBS plugin v1\.0\.6$")
+		obs.wait_for_log(rf"\[talvora-obs\] Loading Talvora OBS plugin v{re.escape(version)}$")
 		obs.wait_for_log(r"\[talvora-obs\] Talvora plugin initialized$")
 		hands = Hands(obs)
 		shown = wait_until(lambda: [one.name for one in hands.all("push button", within=hands.dock("Talvora"))], 10,
