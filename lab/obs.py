@@ -19,18 +19,22 @@ import socket
 import subprocess
 import tempfile
 import time
-from dataclasses import dataclass, field
 from pathlib import Path
 
 from lab.accessibility import SessionBus
 from lab.complaints import QT_MESSAGE_PATTERN
+from lab.display import VirtualDisplay
 from lab.followed import FollowedText
 from lab.paths import BUILD, CHECKOUT
+from lab.profile import SCENE, Input, media_file, obs_version, scene_collection, write, write_profile, write_settings
 from lab.remote import Remote
+
+# Who drives an OBS also says what is in it.
+__all__ = ["BROWSER", "NOTHING_PLAYED", "NOT_CLEARED", "PLUGIN", "SCENE", "Input", "Obs", "free_port", "media_file", "obs_version",
+	"scene_collection", "wait_until"]
 
 PLUGIN = "talvora-obs"
 BROWSER = "talvora-lab-browser"
-SCENE = "Scene"
 
 # What OBS logs when sources are left that it wants to be rid of.
 NOT_CLEARED = "Not all sources were cleared"
@@ -60,95 +64,6 @@ def free_port():
 	with socket.socket() as probe:
 		probe.bind(("127.0.0.1", 0))
 		return probe.getsockname()[1]
-
-
-def _ini(sections):
-	lines = []
-	for name, values in sections.items():
-		lines.append(f"[{name}]")
-		lines += [f"{key}={str(value).lower() if isinstance(value, bool) else value}" for key, value in values.items()]
-		lines.append("")
-	return "\n".join(lines)
-
-
-def _write(path, text):
-	path.parent.mkdir(parents=True, exist_ok=True)
-	path.write_text(text, encoding="utf-8")
-
-
-def _track_mask(tracks):
-	return sum(1 << track - 1 for track in tracks)
-
-
-def obs_version():
-	"""Major, minor and patch of the OBS that is used."""
-	text = subprocess.run(["obs", "--version"], capture_output=True, text=True, timeout=20, check=True).stdout
-	return tuple(int(part) for part in re.search(r"(\d+)\.(\d+)\.(\d+)", text).groups())
-
-
-def _last_version():
-	"""The running OBS's own version as its configuration stores it, so that it takes the home for an old friend's."""
-	major, minor, patch = obs_version()
-	return major << 24 | minor << 16 | patch
-
-
-@dataclass
-class Input:
-	"""A source that is in the scene from the start. `tracks`: the audio tracks it goes to, 1 to 6."""
-
-	name: str
-	kind: str
-	settings: dict = field(default_factory=dict)
-	tracks: tuple = (1,)
-	position: tuple = (0, 0)
-	muted: bool = False
-
-	def as_source(self):
-		return {"name": self.name, "id": self.kind, "settings": self.settings, "mixers": _track_mask(self.tracks),
-			"muted": self.muted}
-
-	def as_item(self, number):
-		return {"name": self.name, "id": number, "visible": True, "pos": {"x": self.position[0], "y": self.position[1]}}
-
-
-def media_file(name, path, looping=False, **more):
-	"""A media source that plays a local file as soon as it is there."""
-	return Input(name, "ffmpeg_source", {"is_local_file": True, "local_file": str(path), "looping": looping}, **more)
-
-
-def scene_collection(name, inputs=(), *, scenes=(), sources=()):
-	"""A scene collection as OBS stores it: SCENE with the inputs, bottom first, then `scenes`, which are empty.
-
-	sources: more sources as OBS stores them; one called SCENE takes the place of that scene.
-	"""
-	items = [one.as_item(number) for number, one in enumerate(inputs, 1)]
-	first = {"id": "scene", "name": SCENE, "settings": {"items": items, "id_counter": len(items)}}
-	stored = [one.as_source() for one in inputs] + list(sources)
-	stored += [{"id": "scene", "name": one, "settings": {"items": [], "id_counter": 0}} for one in scenes]
-	if all(one["name"] != SCENE for one in sources):
-		stored.append(first)
-	return {"name": name, "current_scene": SCENE, "current_program_scene": SCENE,
-		"scene_order": [{"name": one} for one in (SCENE, *scenes)], "sources": stored}
-
-
-class VirtualDisplay:
-	"""An X server without a screen."""
-
-	def __init__(self, size=(1280, 800)):
-		read, write = os.pipe()
-		self._process = subprocess.Popen(
-			["Xvfb", "-displayfd", str(write), "-screen", "0", f"{size[0]}x{size[1]}x24", "-nolisten", "tcp"],
-			pass_fds=[write], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-		os.close(write)
-		with os.fdopen(read) as answer:
-			number = answer.readline().strip()
-		if not number:
-			raise RuntimeError("The virtual display (Xvfb) did not start")
-		self.name = f":{number}"
-
-	def close(self):
-		self._process.terminate()
-		self._process.wait(timeout=10)
 
 
 class Obs:
@@ -376,12 +291,13 @@ class Obs:
 		# Modules may have been installed for the user before OBS was ever started.
 		fresh = not (config / "global.ini").exists()
 		if fresh:
-			self._write_settings(config)
-			self._write_profile(config / "basic" / "profiles" / "Untitled")
+			write_settings(config, preview=self._preview, theme=self._theme, language=self._language)
+			write_profile(config / "basic" / "profiles" / "Untitled", self.recordings, canvas=self._canvas, fps=self._fps,
+				tracks=self._tracks, lossless_audio=self._lossless_audio, sample_rate=self._sample_rate, more=self._profile_values)
 			for one in self._collections:
-				_write(config / "basic" / "scenes" / f"{one['name']}.json", json.dumps(one))
+				write(config / "basic" / "scenes" / f"{one['name']}.json", json.dumps(one))
 		self.recordings.mkdir(parents=True, exist_ok=True)
-		_write(config / "plugin_config" / "obs-websocket" / "config.json", json.dumps({
+		write(config / "plugin_config" / "obs-websocket" / "config.json", json.dumps({
 			"alerts_enabled": False, "auth_required": False, "first_load": False, "server_enabled": True,
 			"server_password": "", "server_port": port}))
 		if self._plugin:
@@ -392,7 +308,7 @@ class Obs:
 		for module in self._modules:
 			self._install(module.stem, module, None)
 		if self._talvora_config is not None:
-			_write(self.talvora_config_path, json.dumps(self._talvora_config, indent=4))
+			write(self.talvora_config_path, json.dumps(self._talvora_config, indent=4))
 
 	def _install(self, name, module, data):
 		"""For the user alone; returns the folder of the module's data."""
@@ -404,57 +320,6 @@ class Obs:
 		if data is not None and data.is_dir():
 			shutil.copytree(data, folder / "data", dirs_exist_ok=True)
 		return folder / "data"
-
-	def _write_settings(self, config):
-		general = {
-			"FirstRun": True, "LastVersion": _last_version(), "Pre19Defaults": False, "Pre21Defaults": False,
-			"Pre23Defaults": False, "Pre24.1Defaults": False, "Pre31Migrated": True, "EnableAutoUpdates": False,
-			"ConfirmOnExit": False, "WarnedAboutClosingDocks": True, "Language": self._language,
-		}
-		basic = {
-			"Profile": "Untitled", "ProfileDir": "Untitled", "SceneCollection": "Untitled",
-			"SceneCollectionFile": "Untitled", "ConfigOnNewProfile": False,
-		}
-		window = {
-			"SysTrayEnabled": False, "PreviewEnabled": self._preview, "WarnBeforeStartingStream": False, "WarnBeforeStoppingStream": False,
-			"WarnBeforeStoppingRecord": False,
-		}
-		above = str(config.parent)
-		sections = {"General": general, "Basic": basic, "BasicWindow": window}
-		if self._theme:
-			sections["Appearance"] = {"Theme": self._theme}
-		_write(config / "user.ini", _ini(sections))
-		locations = {"Configuration": above, "SceneCollections": above, "Profiles": above}
-		_write(config / "global.ini", _ini({**sections, "Locations": locations}))
-
-	def _write_profile(self, profile):
-		width, height = self._canvas
-		tracks = _track_mask(self._tracks)
-		recorder = {"RecType": "Standard"}
-		if self._lossless_audio:
-			recorder = {
-				"RecType": "FFmpeg", "FFOutputToFile": True, "FFFilePath": self.recordings, "FFFormat": "matroska",
-				"FFExtension": "mkv", "FFIgnoreCompat": True, "FFVEncoder": "libx264", "FFVEncoderId": 27,
-				"FFVCustom": "preset=ultrafast", "FFVBitrate": 2000, "FFAEncoder": "pcm_f32le",
-				"FFAEncoderId": 65557, "FFABitrate": 320, "FFAudioMixes": tracks,
-			}
-		sections = {
-			"General": {"Name": "Untitled"},
-			"Output": {"Mode": "Advanced"},
-			"AdvOut": {
-				"RecFilePath": self.recordings, "RecFormat2": "mkv", "RecEncoder": "obs_x264",
-				"Encoder": "obs_x264", "RecTracks": tracks, **recorder,
-			},
-			"Video": {
-				"BaseCX": width, "BaseCY": height, "OutputCX": width, "OutputCY": height, "FPSType": 1,
-				"FPSInt": self._fps,
-			},
-			"Audio": {"SampleRate": self._sample_rate, "ChannelSetup": "Stereo"},
-		}
-		for name, values in self._profile_values.items():
-			sections[name] = {**sections.get(name, {}), **values}
-		_write(profile / "basic.ini", _ini(sections))
-		_write(profile / "recordEncoder.json", json.dumps({"preset": "ultrafast", "rate_control": "CRF", "crf": 20}))
 
 	# What it says
 
