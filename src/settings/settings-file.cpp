@@ -77,7 +77,8 @@ QString oldPath()
 bool writeOld(const QByteArray &content)
 {
 	QSaveFile file(oldPath());
-	// Flushed before: Qt 6.4's commit() does not notice what cannot be written out, and puts an empty file in place.
+	// Flushed before: Qt 6.4's commit() does not notice what cannot be written out, and puts an empty file in
+	// place.
 	return file.open(QIODevice::WriteOnly) && file.setPermissions(kOwnerFile) && file.write(content) >= 0 &&
 	       file.flush() && file.commit();
 }
