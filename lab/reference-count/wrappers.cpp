@@ -152,7 +152,8 @@ constexpr std::array<std::string_view, 13> SIGNS = {
 	"by_uuid", "current",   "settings", "_get_obj", "_array", "_default",
 };
 
-// These have such a name, and neither give nor take any: what is made goes to OBS at once, and a number is no reference.
+// These have such a name, and neither give nor take any: what is made goes to OBS at once, and a number is no
+// reference.
 constexpr std::array<std::string_view, 2> NO_REFERENCES = {"obs_properties_create", "obs_data_set_default_int"};
 
 } // namespace
