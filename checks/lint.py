@@ -32,7 +32,7 @@ CPPCHECK = ["cppcheck", "--quiet", "--check-level=exhaustive", "--std=c++20", "-
 	"--enable=warning,performance,portability", "--inline-suppr", "--suppressions-list=checks/cppcheck.txt",
 	"--error-exitcode=1",
 	# It stops reading a file at a macro that it does not know.
-	"-DOBS_DECLARE_MODULE()=", "-DOBS_MODULE_USE_DEFAULT_LOCALE(name,locale)=",
+	"-DOBS_DECLARE_MODULE()=", "-DOBS_MODULE_USE_DEFAULT_LOCALE(name,locale)=", "-DOBS_MODULE_AUTHOR(name)=",
 	"--template={file}:{line}: {severity}: {message} [{id}]"]
 SETTINGS = (".clang-tidy", "tests/.clang-tidy", "service/tests/.clang-tidy", "checks/cppcheck.txt")
 # What a tool says beside its findings.

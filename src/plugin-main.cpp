@@ -33,8 +33,8 @@ static void start_reading_certificates()
 {
 	try {
 		tls_start = std::async(std::launch::async, [] { QSslConfiguration::defaultConfiguration(); });
-	} catch (const std::system_error &) {
-		// No thread could be started. The first TLS use loads the certificates.
+	} catch (const std::system_error &failure) {
+		talvora_log(LOG_WARNING, "Talvora: certificates are read at the first connection: %s", failure.what());
 	}
 }
 
