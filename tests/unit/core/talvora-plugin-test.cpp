@@ -879,8 +879,9 @@ void TalvoraPluginTest::settersStoreAndSave()
 	QFETCH(QJsonValue, saved);
 	QList<QJsonValue> told;
 	make();
-	connect(plugin, &TalvoraPlugin::settingsChanged, this,
-		[&] { told.append(plugin->currentSettings().toJson()[key]); });
+	QObject listener;
+	const auto note = [this, &told, key] { told.append(plugin->currentSettings().toJson()[key]); };
+	connect(plugin, &TalvoraPlugin::settingsChanged, &listener, note);
 	change(*plugin);
 	QCOMPARE(plugin->currentSettings().toJson()[key], saved);
 	QCOMPARE(savedConfig()[key], saved);
