@@ -63,7 +63,8 @@ CaptionLayout::CaptionLayout(const CaptionSheet &sheet, QSize view) : viewHeight
 	const QFontMetricsF metrics(font);
 	strut = {toPixels(metrics.ascent()), toPixels(metrics.descent())};
 	const int width = std::max(1, view.width() - 2 * kPadding);
-	for (const QString &paragraph : visibleText(sheet.text).split(u'\n')) {
+	const QStringList texts = visibleText(sheet.text).split(u'\n');
+	for (const QString &paragraph : texts) {
 		layOutParagraph(paragraph, font, width);
 	}
 	place(sheet, view);

@@ -7,6 +7,7 @@
 #include <QPainter>
 
 #include <array>
+#include <ranges>
 
 namespace {
 
@@ -79,8 +80,8 @@ CaptionPicture paintCaption(const CaptionSheet &sheet, QSize view)
 	painter.setOpacity(kShadowOpacity);
 	painter.drawImage(kShadowOffset, blurredShadow(black.convertToFormat(QImage::Format_Alpha8)));
 	painter.setOpacity(1);
-	for (auto offset = kOutlineOffsets.rbegin(); offset != kOutlineOffsets.rend(); ++offset) {
-		painter.drawImage(*offset, black);
+	for (const QPoint &offset : std::views::reverse(kOutlineOffsets)) {
+		painter.drawImage(offset, black);
 	}
 	painter.setOpacity(static_cast<qreal>(sheet.color.alphaF()));
 	painter.drawImage(0, 0, text);

@@ -213,7 +213,6 @@ void CaptionPainterTest::rightToLeftLineReadsFromTheRight()
 {
 	// A full stop is at the left end of a line of Hebrew, at the right end of one of Spanish.
 	CaptionSheet sheet = sheetOf(u"\u2067שלום.\u2069"_s);
-	const QImage with = viewOf(sheet);
 	sheet.text = u"\u2067שלום\u2069"_s;
 	sheet.box = CaptionSheet::Side::Right;
 	const QRect word = textOf(viewOf(sheet));
