@@ -9,10 +9,11 @@
 
 namespace {
 
-/** Pixels; further away a Gaussian with a standard deviation of 2 is less than 1/256. */
-constexpr size_t kRadius = 5;
-/** Its values at distances of 0 to 5, in 256ths. */
-constexpr std::array<uint16_t, kRadius + 1> kWeights{52, 45, 31, 17, 7, 2};
+/** A Gaussian with a standard deviation of 2 at distances of 0 to 5 pixels, in 256ths; further away it is less than
+ * one. */
+constexpr std::array<uint16_t, 6> kWeights{52, 45, 31, 17, 7, 2};
+/** Pixels. */
+constexpr size_t kRadius = kWeights.size() - 1;
 constexpr int kWholeBits = 8;
 static_assert(kWeights[0] + 2 * (kWeights[1] + kWeights[2] + kWeights[3] + kWeights[4] + kWeights[5]) ==
 	      1 << kWholeBits);

@@ -12,10 +12,11 @@
 
 WSClient *ClientThread::make(QObject *parent)
 {
-	wsThread = new QThread(parent);
-	wsThread->setObjectName(QStringLiteral("TA-WebSocket"));
+	auto *const thread = new QThread(parent);
+	thread->setObjectName(QStringLiteral("TA-WebSocket"));
 	auto *client = new WSClient();
-	client->moveToThread(wsThread);
+	client->moveToThread(thread);
+	wsThread = thread;
 	wsClient = client;
 	return client;
 }
